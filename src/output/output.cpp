@@ -1,0 +1,164 @@
+#include "output/output.h"
+
+#include <ivra/log.h>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <utility>
+
+namespace ivra::bsp {
+
+namespace {
+
+/// The message's text; empty when it cannot be formatted. `args` may be used once only, so it is measured on a copy.
+std::string format_message(const char* format, va_list args)
+{
+    va_list measured;
+    va_copy(measured, args);
+    const int length = std::vsnprintf(nullptr, 0, format, measured);
+    va_end(measured);
+    if (length < 0)
+        return {};
+    std::string text(static_cast<std::size_t>(length) + 1, '\0');
+    std::vsnprintf(text.data(), text.size(), format, args);
+    text.pop_back();
+    return text;
+}
+
+void handle_log(int level, const char* /*file*/, int /*line*/, const char* function, const char* format, va_list args)
+{
+    const std::string text = std::string{function} + ": " + format_message(format, args);
+    if (level == IVRA_LOG_ERROR)
+        output::get().error(text);
+    else
+        output::get().log(text, color::normal);
+}
+
+} // namespace
+
+output& output::get()
+{
+    static output instance;
+    return instance;
+}
+
+output::output() : stdout_is_tty{::isatty(STDOUT_FILENO) == 1}, stderr_is_tty{::isatty(STDERR_FILENO) == 1}
+{
+    json_writer.StartObject();
+    json_writer.Key("data");
+    json_writer.StartObject();
+    reset();
+    ivra_log_set_handler(&handle_log);
+}
+
+void output::set_color_mode(color_mode_t mode)
+{
+    color_mode = mode;
+    reset();
+}
+
+void output::set_format(output_format_t f)
+{
+    format = f;
+    reset();
+}
+
+void output::reset()
+{
+    const auto colored = [this](bool is_tty) {
+        return color_mode == color_mode_t::always || (color_mode == color_mode_t::automatic && is_tty);
+    };
+    stdout_colors = get_color_map(!is_json() && colored(stdout_is_tty));
+    stderr_colors = get_color_map(colored(stderr_is_tty));
+    log_colors = is_json() ? stderr_colors : stdout_colors;
+
+    if (stdout_is_tty && !is_json()) {
+        winsize size{};
+        if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0)
+            terminal_width = size.ws_col;
+        else
+            std::cerr << "Error getting terminal size: " << std::strerror(errno) << '\n';
+    }
+}
+
+std::ostream& output::log_stream()
+{
+    return is_json() ? std::clog : std::cout;
+}
+
+void output::flush(std::ostream& stream)
+{
+    if (&stream == &std::cout)
+        flush_stdout();
+    else
+        stream.flush();
+}
+
+void output::flush_stdout()
+{
+    std::cout.flush();
+    if (!std::cout && stdout_error == 0)
+        stdout_error = errno;
+}
+
+void output::log(const std::string& text, color c)
+{
+    std::ostream& stream = log_stream();
+    stream << log_colors.at(c) << printable(text) << log_colors.at(color::normal) << '\n';
+    flush(stream);
+    pending_line << text;
+    messages.push_back({0, pending_line.str()});
+    pending_line.str({});
+}
+
+void output::log_part(const std::string& text, color c)
+{
+    std::ostream& stream = log_stream();
+    stream << log_colors.at(c) << printable(text) << log_colors.at(color::normal);
+    flush(stream);
+    pending_line << text;
+}
+
+void output::error(const std::string& text)
+{
+    std::cerr << stderr_colors.at(color::red) << printable(text) << stderr_colors.at(color::normal) << '\n';
+    std::cerr.flush();
+    messages.push_back({1, text});
+}
+
+void output::exit(bool succeeded, std::optional<std::string> message)
+{
+    success = succeeded;
+    final_message = std::move(message);
+    exit();
+}
+
+void output::exit()
+{
+    if (final_message && success)
+        log(*final_message, color::normal);
+    else if (final_message)
+        error(*final_message);
+
+    if (is_json()) {
+        complete_json_document();
+        std::cout.write(json_buffer.GetString(), static_cast<std::streamsize>(json_buffer.GetSize()));
+        std::cout << '\n';
+    }
+    flush_stdout();
+    if (stdout_error != 0) {
+        success = false;
+        if (stdout_error != EPIPE) // a reader that went away needs no telling
+            error(std::string{"Cannot write to standard output: "} + std::strerror(stdout_error));
+    }
+    std::exit(success ? EXIT_SUCCESS : EXIT_FAILURE);
+}
+
+} // namespace ivra::bsp

@@ -1,0 +1,117 @@
+#ifndef IVRA_OUTPUT_OUTPUT_H
+#define IVRA_OUTPUT_OUTPUT_H
+
+#include "output/section.h"
+#include "output/text.h"
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <cstdint>
+#include <list>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace ivra::bsp {
+
+enum class output_format_t : std::uint32_t
+{
+    text = 0,
+    json = 1,
+};
+
+enum class color_mode_t : std::uint32_t
+{
+    automatic = 0, ///< the word "auto": colour on terminals
+    never = 1,
+    always = 2,
+};
+
+/// A message of the run.
+struct log_message
+{
+    std::uint32_t kind; ///< 0 info, 1 error
+    std::string text;
+};
+
+/// The one object through which everything that the program says passes: reports, progress, errors, messages of the
+/// platform libraries and the final status. In JSON mode standard output gets nothing but one document, at the end.
+class output
+{
+public:
+    enum class alignment_t
+    {
+        left = 0,
+        right = 1,
+    };
+
+    /// The object, made on first use; from then on it also receives the platform's log.
+    static output& get();
+
+    void set_color_mode(color_mode_t mode);
+    void set_format(output_format_t f);
+    bool is_json() const { return format == output_format_t::json; }
+
+    /// An informational line, recorded together with the parts that led up to it.
+    void log(const std::string& text, color c = color::normal);
+    /// The beginning of an informational line that the next log() completes.
+    void log_part(const std::string& text, color c = color::normal);
+    /// An error line, on standard error in both formats.
+    void error(const std::string& text);
+
+    /// Says how the run ended, completes and writes the JSON document, and ends the process: status 0 after success, 1
+    /// after a failure, which a standard output that could not be written is too. No platform handle may be open.
+    [[noreturn]] void exit();
+    [[noreturn]] void exit(bool succeeded, std::optional<std::string> message = std::nullopt);
+
+    // Terminal text, on standard output. Every line is flushed at once: progress is visible in a pipe, too.
+    void print_line(const std::string& text, color c, unsigned short indent);
+    void print_stat(const section::stat_t& stat, unsigned short pad, unsigned short indent);
+    void print_out_content(const std::list<section::entry>& entries, unsigned short indent);
+    void print_out_array(const section::array& table);
+    void print_table_row(const section::array_entry_t& row, const std::vector<unsigned short>& widths,
+                         alignment_t align, unsigned short indent);
+
+    // JSON: written to the document at its current position, inside an object.
+    void print_json_section(const section& s);
+    void print_json_list(const section::list& l);
+
+    /// Flushes standard output and remembers why it could not be written, the first time that it could not. Whoever
+    /// writes there by another way than this object calls it afterwards.
+    void flush_stdout();
+
+private:
+    output();
+
+    void reset();
+    std::ostream& log_stream();
+    void flush(std::ostream& stream);
+
+    void print_json_content(const section::entry& e);
+    void write_json_string(const std::string& text);
+    void write_json_key(const std::string& text);
+    void write_json_message(const log_message& message);
+    void complete_json_document();
+
+    std::uint16_t terminal_width = 0; ///< columns; 0 until known
+    bool success = true;
+    std::optional<std::string> final_message;
+    bool stdout_is_tty;
+    bool stderr_is_tty;
+    color_mode_t color_mode = color_mode_t::automatic;
+    output_format_t format = output_format_t::text;
+    color_map stdout_colors;
+    color_map stderr_colors;
+    color_map log_colors;
+    rapidjson::StringBuffer json_buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> json_writer{json_buffer};
+    std::vector<log_message> messages;
+    std::ostringstream pending_line;
+    int stdout_error = 0; ///< errno of the first failed write
+};
+
+} // namespace ivra::bsp
+
+#endif

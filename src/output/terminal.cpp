@@ -1,0 +1,121 @@
+#include "output/output.h"
+
+#include <algorithm>
+#include <iostream>
+#include <limits>
+#include <type_traits>
+
+namespace ivra::bsp {
+
+namespace {
+
+/// Widths are 16 bits wide; a text that is longer than any screen shall not wrap around to a narrow column.
+unsigned short to_width(std::size_t length)
+{
+    return static_cast<unsigned short>(
+        std::min<std::size_t>(length, std::numeric_limits<unsigned short>::max() - std::size_t{2}));
+}
+
+std::string spaces(std::size_t width, std::size_t used)
+{
+    return std::string(width > used ? width - used : 0, ' ');
+}
+
+section::array printable(section::array table)
+{
+    const auto make_printable = [](std::string& text) { text = bsp::printable(text); };
+    make_printable(table.first_header);
+    std::for_each(table.headers.begin(), table.headers.end(), make_printable);
+    for (section::array_entry_t& row : table.rows) {
+        make_printable(row.name);
+        std::for_each(row.values.begin(), row.values.end(), make_printable);
+    }
+    return table;
+}
+
+} // namespace
+
+void output::print_line(const std::string& text, color c, unsigned short indent)
+{
+    std::cout << std::string(indent, '\t') << stdout_colors.at(c) << text << stdout_colors.at(color::normal) << '\n';
+    flush_stdout();
+}
+
+void output::print_stat(const section::stat_t& stat, unsigned short pad, unsigned short indent)
+{
+    print_line(bsp::printable(stat.name) + std::string(pad, ' ') + ": " + stdout_colors.at(stat.color) +
+                   bsp::printable(stat.value) + stdout_colors.at(color::normal),
+               color::normal, indent);
+}
+
+void output::print_out_content(const std::list<section::entry>& entries, unsigned short indent)
+{
+    const auto label_length = [](const section::stat_t& stat) { return bsp::printable(stat.name).size(); };
+
+    std::size_t width = 0;
+    for (const section::entry& e : entries)
+        if (const auto* stat = std::get_if<section::stat_t>(&e))
+            width = std::max(width, label_length(*stat));
+
+    for (const section::entry& e : entries) {
+        std::visit(
+            [&](const auto& node) {
+                using node_t = std::decay_t<decltype(node)>;
+                if constexpr (std::is_same_v<node_t, section::stat_t>) {
+                    print_stat(node, to_width(width - label_length(node)), static_cast<unsigned short>(indent + 1));
+                } else if constexpr (std::is_same_v<node_t, section::array>) {
+                    print_out_array(node);
+                } else {
+                    if constexpr (!std::is_same_v<node_t, section::list>)
+                        print_line(bsp::printable(node.name), color::bold, node.level);
+                    print_out_content(node.entries, node.level);
+                }
+            },
+            e);
+    }
+}
+
+void output::print_out_array(const section::array& array)
+{
+    const section::array table = printable(array);
+
+    // Deliberate: names and headers are plain ASCII and measured in bytes, values in code points.
+    std::size_t name_width = table.first_header.size();
+    for (const section::array_entry_t& row : table.rows)
+        name_width = std::max(name_width, row.name.size());
+    std::vector<unsigned short> widths{to_width(name_width)};
+    for (std::size_t j = 0; j < table.headers.size(); ++j) {
+        std::size_t width = table.headers[j].size();
+        for (const section::array_entry_t& row : table.rows)
+            if (j < row.values.size())
+                width = std::max(width, strlen_utf8(row.values[j]));
+        widths.push_back(to_width(width));
+    }
+
+    print_line(get_table_sep(widths, {"┌", "┬", "┐"}), color::normal, table.level);
+    print_table_row({table.first_header, table.headers, color::bold}, widths, alignment_t::left, table.level);
+    print_line(get_table_sep(widths, {"├", "┼", "┤"}), color::normal, table.level);
+    for (const section::array_entry_t& row : table.rows)
+        print_table_row(row, widths, alignment_t::right, table.level);
+    print_line(get_table_sep(widths, {"└", "┴", "┘"}), color::normal, table.level);
+}
+
+void output::print_table_row(const section::array_entry_t& row, const std::vector<unsigned short>& widths,
+                             alignment_t align, unsigned short indent)
+{
+    const std::string c = stdout_colors.at(row.color);
+    const std::string r = stdout_colors.at(color::normal);
+
+    std::string line = "│ " + c + row.name + r + spaces(widths.at(0), row.name.size()) + " │";
+    for (std::size_t j = 1; j < widths.size(); ++j) {
+        const std::string value = j <= row.values.size() ? row.values[j - 1] : "";
+        const std::string padding = spaces(widths[j], strlen_utf8(value));
+        if (align == alignment_t::left)
+            line += " " + c + value + r + padding + " │";
+        else
+            line += padding + " " + c + value + r + " │";
+    }
+    print_line(line, color::normal, indent);
+}
+
+} // namespace ivra::bsp

@@ -1,0 +1,138 @@
+#include "output/text.h"
+
+#include <codecvt>
+#include <cstdlib>
+#include <locale>
+#include <stdexcept>
+
+namespace ivra::bsp {
+
+namespace {
+
+// The colours of terminals with 24 bits and with 256 colours can be told apart by colour-blind readers; plain terminals
+// fall back to the nearest of their eight, so red and vermilion are the same there.
+// clang-format off
+struct palette_row_t { bsp::color color; const char* truecolor; const char* color256; const char* plain; };
+constexpr palette_row_t palette[] = {
+    {color::normal,    "\033[0m",                  "\033[0m",        "\033[0m"},
+    {color::bold,      "\033[1m",                  "\033[1m",        "\033[1m"},
+    {color::red,       "\033[38;2;204;121;167m",   "\033[38;5;175m", "\033[31m"},
+    {color::green,     "\033[38;2;0;158;115m",     "\033[38;5;36m",  "\033[32m"},
+    {color::yellow,    "\033[38;2;240;228;66m",    "\033[38;5;227m", "\033[33m"},
+    {color::blue,      "\033[38;2;86;180;233m",    "\033[38;5;74m",  "\033[36m"},
+    {color::orange,    "\033[38;2;230;159;0m",     "\033[38;5;172m", "\033[35m"},
+    {color::vermilion, "\033[38;2;213;94;0m",      "\033[38;5;166m", "\033[31m"},
+};
+// clang-format on
+
+bool environment_contains(const char* variable, std::string_view word)
+{
+    const char* value = std::getenv(variable);
+    return value != nullptr && std::string_view{value}.find(word) != std::string_view::npos;
+}
+
+/// Only makes the facet's destructor public, so that a converter can own it.
+template <class Facet>
+struct deletable_facet : Facet
+{
+    using Facet::Facet;
+    ~deletable_facet() override = default;
+};
+
+constexpr bool is_continuation(char c)
+{
+    return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
+}
+
+/// Length of the UTF-8 sequence with which `s`, not empty, begins (Unicode, table 3-7); 0 when it is not a valid one.
+std::size_t sequence_length(std::string_view s)
+{
+    const auto first = static_cast<unsigned char>(s[0]);
+    if (first < 0x80)
+        return 1;
+    const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    if (first < 0xC2 || first > 0xF4 || s.size() < length)
+        return 0;
+    for (std::size_t i = 1; i < length; ++i)
+        if (!is_continuation(s[i]))
+            return 0;
+    const auto second = static_cast<unsigned char>(s[1]);
+    const bool overlong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
+    const bool surrogate = first == 0xED && second > 0x9F;
+    const bool beyond_unicode = first == 0xF4 && second > 0x8F;
+    return overlong || surrogate || beyond_unicode ? 0 : length;
+}
+
+bool is_control(std::string_view sequence)
+{
+    const auto first = static_cast<unsigned char>(sequence[0]);
+    if (sequence.size() == 1)
+        return (first >= 0x01 && first <= 0x1F) || first == 0x7F;
+    return first == 0xC2 && static_cast<unsigned char>(sequence[1]) <= 0x9F;
+}
+
+} // namespace
+
+color_map get_color_map(bool enabled)
+{
+    auto column = &palette_row_t::plain;
+    if (environment_contains("COLORTERM", "truecolor"))
+        column = &palette_row_t::truecolor;
+    else if (environment_contains("TERM", "256color"))
+        column = &palette_row_t::color256;
+
+    color_map map;
+    for (const palette_row_t& row : palette)
+        map.emplace(row.color, enabled ? row.*column : "");
+    return map;
+}
+
+std::size_t strlen_utf8(const std::string& s)
+{
+    using facet = deletable_facet<std::codecvt<char32_t, char, std::mbstate_t>>;
+    std::wstring_convert<facet, char32_t> converter;
+    const std::size_t length = converter.from_bytes(s).size();
+    if (converter.converted() != s.size()) // it stops silently at a sequence that the end cuts off
+        throw std::range_error{"Incomplete UTF-8 sequence"};
+    return length;
+}
+
+std::string printable(std::string_view s)
+{
+    std::string text;
+    text.reserve(s.size());
+    while (!s.empty()) {
+        const std::size_t length = sequence_length(s);
+        if (length != 0 && is_control(s.substr(0, length)))
+            text += '?';
+        else
+            text += s.substr(0, length == 0 ? 1 : length);
+        s.remove_prefix(length == 0 ? 1 : length);
+    }
+    return text;
+}
+
+std::string valid_utf8(std::string_view s)
+{
+    std::string text;
+    text.reserve(s.size());
+    while (!s.empty()) {
+        const std::size_t length = sequence_length(s);
+        text += length == 0 ? std::string_view{"\uFFFD"} : s.substr(0, length);
+        s.remove_prefix(length == 0 ? 1 : length);
+    }
+    return text;
+}
+
+std::string get_table_sep(const std::vector<unsigned short>& widths, const std::array<std::string, 3>& pieces)
+{
+    std::string line = pieces[0];
+    for (std::size_t i = 0; i < widths.size(); ++i) {
+        for (int n = widths[i] + 2; n > 0; --n)
+            line += "─";
+        line += i + 1 < widths.size() ? pieces[1] : pieces[2];
+    }
+    return line;
+}
+
+} // namespace ivra::bsp

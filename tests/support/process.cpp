@@ -1,0 +1,211 @@
+#include "support/process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <system_error>
+#include <utility>
+
+namespace ivra::tests {
+
+namespace {
+
+int checked(int result, const char* what)
+{
+    if (result < 0)
+        throw std::system_error{errno, std::generic_category(), what};
+    return result;
+}
+
+class descriptor
+{
+public:
+    descriptor() = default;
+    explicit descriptor(int fd) : fd_{fd} {}
+    descriptor(descriptor&& other) noexcept : fd_{std::exchange(other.fd_, -1)} {}
+    descriptor& operator=(descriptor&& other) noexcept
+    {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~descriptor() { close(); }
+
+    void close()
+    {
+        if (fd_ >= 0)
+            ::close(std::exchange(fd_, -1));
+    }
+    int get() const { return fd_; }
+
+private:
+    int fd_ = -1;
+};
+
+/// One end for the child, and one to learn what it wrote.
+struct channel
+{
+    descriptor child;
+    descriptor parent;
+    bool is_terminal = false;
+};
+
+channel open_channel(stream_t kind)
+{
+    channel c;
+    switch (kind) {
+    case stream_t::file:
+        c.parent = descriptor{checked(::memfd_create("output", MFD_CLOEXEC), "memfd_create")};
+        c.child = descriptor{checked(::fcntl(c.parent.get(), F_DUPFD_CLOEXEC, 3), "dup")};
+        break;
+    case stream_t::terminal: {
+        int controller = -1;
+        int terminal = -1;
+        termios mode{};
+        ::cfmakeraw(&mode);
+        const winsize size{.ws_row = 24, .ws_col = 80, .ws_xpixel = 0, .ws_ypixel = 0};
+        checked(::openpty(&controller, &terminal, nullptr, &mode, &size), "openpty");
+        c.parent = descriptor{controller};
+        c.child = descriptor{terminal};
+        c.is_terminal = true;
+        break;
+    }
+    case stream_t::closed:
+        break;
+    case stream_t::full_disk:
+        c.child = descriptor{checked(::open("/dev/full", O_WRONLY | O_CLOEXEC), "/dev/full")};
+        break;
+    case stream_t::broken_pipe: {
+        std::array<int, 2> ends{};
+        checked(::pipe2(ends.data(), O_CLOEXEC), "pipe2");
+        ::close(ends[0]);
+        c.child = descriptor{ends[1]};
+        break;
+    }
+    }
+    return c;
+}
+
+/// Appends what is there; false at the end.
+bool append_some(int fd, std::string& text)
+{
+    std::array<char, 4096> buffer{};
+    const ssize_t count = ::read(fd, buffer.data(), buffer.size());
+    if (count <= 0)
+        return false; // a terminal whose last user is gone gives EIO
+    text.append(buffer.data(), static_cast<std::size_t>(count));
+    return true;
+}
+
+void read_terminals(std::array<std::pair<channel*, std::string*>, 2> channels)
+{
+    std::array<pollfd, 2> polled{};
+    for (std::size_t i = 0; i < 2; ++i)
+        polled[i] = {.fd = channels[i].first->is_terminal ? channels[i].first->parent.get() : -1,
+                     .events = POLLIN,
+                     .revents = 0};
+    while (polled[0].fd >= 0 || polled[1].fd >= 0) {
+        checked(::poll(polled.data(), polled.size(), -1), "poll");
+        for (std::size_t i = 0; i < 2; ++i)
+            if (polled[i].fd >= 0 && polled[i].revents != 0 && !append_some(polled[i].fd, *channels[i].second))
+                polled[i].fd = -1;
+    }
+}
+
+void read_file(const channel& c, std::string& text)
+{
+    if (c.is_terminal || c.parent.get() < 0)
+        return;
+    checked(static_cast<int>(::lseek(c.parent.get(), 0, SEEK_SET)), "lseek");
+    while (append_some(c.parent.get(), text)) {
+    }
+}
+
+void become(int target, const channel& c)
+{
+    if (c.child.get() >= 0)
+        ::dup2(c.child.get(), target);
+    else
+        ::close(target);
+}
+
+} // namespace
+
+run_t run_in_child(const std::function<void()>& body, streams_t streams)
+{
+    channel out = open_channel(streams.out);
+    channel err = open_channel(streams.err);
+    std::fflush(nullptr);
+
+    const pid_t pid = checked(::fork(), "fork");
+    if (pid == 0) {
+        out.parent.close();
+        err.parent.close();
+        become(STDOUT_FILENO, out);
+        become(STDERR_FILENO, err);
+        out.child.close();
+        err.child.close();
+        try {
+            body();
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "the test's child failed: %s\n", error.what());
+            std::exit(99);
+        }
+        std::exit(0);
+    }
+
+    out.child.close();
+    err.child.close();
+    run_t run;
+    read_terminals({{{&out, &run.out}, {&err, &run.err}}});
+    int status = 0;
+    checked(::waitpid(pid, &status, 0), "waitpid");
+    read_file(out, run.out);
+    read_file(err, run.err);
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return run;
+}
+
+void set_environment(const std::vector<std::string>& environment)
+{
+    for (const std::string& entry : environment) {
+        const std::size_t equals = entry.find('=');
+        if (equals == std::string::npos)
+            ::unsetenv(entry.c_str());
+        else
+            ::setenv(entry.substr(0, equals).c_str(), entry.substr(equals + 1).c_str(), 1);
+    }
+}
+
+void exec_program(const std::string& program, const std::vector<std::string>& arguments,
+                  const std::vector<std::string>& environment)
+{
+    set_environment(environment);
+    std::signal(SIGPIPE, SIG_DFL);
+    std::vector<std::string> words{program};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> pointers;
+    for (std::string& word : words)
+        pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    ::execv(program.c_str(), pointers.data());
+    std::perror(program.c_str());
+    ::_exit(127);
+}
+
+run_t run_program(const std::string& program, const std::vector<std::string>& arguments,
+                  const std::vector<std::string>& environment, streams_t streams)
+{
+    return run_in_child([&] { exec_program(program, arguments, environment); }, streams);
+}
+
+} // namespace ivra::tests

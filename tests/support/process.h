@@ -1,0 +1,50 @@
+#ifndef IVRA_TESTS_SUPPORT_PROCESS_H
+#define IVRA_TESTS_SUPPORT_PROCESS_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace ivra::tests {
+
+/// Where a process's standard output or error goes.
+enum class stream_t
+{
+    file,        ///< not a terminal; what was written is returned
+    terminal,    ///< a pseudo-terminal of 80 columns in raw mode; what was written is returned
+    closed,      ///< no descriptor at all
+    full_disk,   ///< every write fails with ENOSPC
+    broken_pipe, ///< a pipe whose reader went away
+};
+
+struct streams_t
+{
+    stream_t out = stream_t::file;
+    stream_t err = stream_t::file;
+};
+
+/// What a process said and how it ended.
+struct run_t
+{
+    std::string out;
+    std::string err;
+    int status = -1; ///< exit status, or 128 + the signal that killed it
+};
+
+/// Runs `body` in a process of its own, which ends with it (status 0) or by what it does.
+run_t run_in_child(const std::function<void()>& body, streams_t streams = {});
+
+/// Runs a program. An entry of `environment` is "NAME=value", or "NAME" to remove the variable.
+run_t run_program(const std::string& program, const std::vector<std::string>& arguments,
+                  const std::vector<std::string>& environment = {}, streams_t streams = {});
+
+/// Changes the environment of the calling process, entry by entry as in run_program().
+void set_environment(const std::vector<std::string>& environment);
+
+/// The body of run_program(): replaces the calling process.
+[[noreturn]] void exec_program(const std::string& program, const std::vector<std::string>& arguments,
+                               const std::vector<std::string>& environment);
+
+} // namespace ivra::tests
+
+#endif

@@ -1,0 +1,309 @@
+#include "output/output.h"
+#include "support/process.h"
+
+#include <ivra/log.h>
+
+#include <gtest/gtest.h>
+
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/ioctl.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <functional>
+#include <stdexcept>
+
+namespace ivra::bsp {
+namespace {
+
+using tests::run_t;
+using tests::stream_t;
+using tests::streams_t;
+
+run_t run(const std::function<void(output&)>& body, streams_t streams = {})
+{
+    return tests::run_in_child(
+        [&] {
+            ::unsetenv("COLORTERM");
+            ::setenv("TERM", "xterm", 1);
+            body(output::get());
+            output::get().exit();
+        },
+        streams);
+}
+
+constexpr streams_t on_terminal{stream_t::terminal, stream_t::terminal};
+
+TEST(output_text, messages_go_to_standard_output_and_errors_to_standard_error)
+{
+    const run_t r = run([](output& out) {
+        out.log_part("Retrieving... ");
+        out.log("done", color::green);
+        out.error("went wrong");
+    });
+    EXPECT_EQ(r.out, "Retrieving... done\n");
+    EXPECT_EQ(r.err, "went wrong\n");
+    EXPECT_EQ(r.status, 0);
+}
+
+TEST(output_text, on_a_terminal_everything_is_coloured)
+{
+    const run_t r = run(
+        [](output& out) {
+            out.log_part("Retrieving... ");
+            out.log("done", color::green);
+            out.print_line("Title", color::bold, 0);
+            out.error("went wrong");
+        },
+        on_terminal);
+    EXPECT_EQ(r.out, "\033[0mRetrieving... \033[0m\033[32mdone\033[0m\n\033[1mTitle\033[0m\n");
+    EXPECT_EQ(r.err, "\033[31mwent wrong\033[0m\n");
+}
+
+TEST(output_text, each_stream_is_coloured_by_what_it_is)
+{
+    const auto body = [](output& out) {
+        out.log("said", color::green);
+        out.error("wrong");
+    };
+    const run_t out_only = run(body, {stream_t::terminal, stream_t::file});
+    EXPECT_EQ(out_only.out, "\033[32msaid\033[0m\n");
+    EXPECT_EQ(out_only.err, "wrong\n");
+    const run_t err_only = run(body, {stream_t::file, stream_t::terminal});
+    EXPECT_EQ(err_only.out, "said\n");
+    EXPECT_EQ(err_only.err, "\033[31mwrong\033[0m\n");
+}
+
+TEST(output_text, colour_mode_never_writes_no_escape_even_for_errors_on_a_terminal)
+{
+    const run_t r = run(
+        [](output& out) {
+            out.set_color_mode(color_mode_t::never);
+            out.log("said", color::green);
+            out.error("wrong");
+        },
+        on_terminal);
+    EXPECT_EQ(r.out, "said\n");
+    EXPECT_EQ(r.err, "wrong\n");
+}
+
+TEST(output_text, colour_mode_always_colours_files_too)
+{
+    const run_t r = run([](output& out) {
+        out.set_color_mode(color_mode_t::always);
+        out.log("said", color::green);
+        out.error("wrong");
+    });
+    EXPECT_EQ(r.out, "\033[32msaid\033[0m\n");
+    EXPECT_EQ(r.err, "\033[31mwrong\033[0m\n");
+}
+
+TEST(output_text, control_characters_of_messages_are_question_marks)
+{
+    const run_t r = run([](output& out) {
+        out.log_part("a\033[2J");
+        out.log("b\nc");
+        out.error("d\u009be");
+    });
+    EXPECT_EQ(r.out, "a?[2Jb?c\n");
+    EXPECT_EQ(r.err, "d?e\n");
+}
+
+TEST(output_text, a_successful_final_message_is_a_line_and_a_failing_one_an_error)
+{
+    const run_t good = run([](output& out) { out.exit(true, "all well"); });
+    EXPECT_EQ(good.out, "all well\n");
+    EXPECT_EQ(good.err, "");
+    EXPECT_EQ(good.status, 0);
+    const run_t bad = run([](output& out) { out.exit(false, "no luck"); });
+    EXPECT_EQ(bad.out, "");
+    EXPECT_EQ(bad.err, "no luck\n");
+    EXPECT_EQ(bad.status, 1);
+    const run_t silent = run([](output& out) { out.exit(false); });
+    EXPECT_EQ(silent.out + silent.err, "");
+    EXPECT_EQ(silent.status, 1);
+}
+
+TEST(output_json, standard_output_gets_one_document_and_progress_goes_to_standard_error)
+{
+    const run_t r = run([](output& out) {
+        out.set_format(output_format_t::json);
+        out.log_part("Retrieving... ");
+        out.log("done", color::green);
+        out.print_json_section(section{"Sensors", std::nullopt, 0});
+        out.error("went wrong");
+    });
+    EXPECT_EQ(r.out, R"({"data":{"Sensors":{}},"status":{"success":true},"log":[)"
+                     R"({"type":"info","message":"Retrieving... done"},{"type":"error","message":"went wrong"}]})"
+                     "\n");
+    EXPECT_EQ(r.err, "Retrieving... done\nwent wrong\n");
+    EXPECT_EQ(r.status, 0);
+}
+
+TEST(output_json, progress_is_coloured_only_when_standard_error_is_a_terminal_or_colour_is_always)
+{
+    const auto body = [](output& out) {
+        out.set_format(output_format_t::json);
+        out.log("done", color::green);
+    };
+    EXPECT_EQ(run(body, {stream_t::terminal, stream_t::file}).err, "done\n");
+    EXPECT_EQ(run(body, {stream_t::file, stream_t::terminal}).err, "\033[32mdone\033[0m\n");
+    const run_t always = run([&](output& out) {
+        out.set_color_mode(color_mode_t::always);
+        body(out);
+    });
+    EXPECT_EQ(always.err, "\033[32mdone\033[0m\n");
+    EXPECT_EQ(always.out.find('\033'), std::string::npos);
+}
+
+TEST(output_json, messages_recorded_before_the_format_was_known_are_in_the_log)
+{
+    const run_t r = run([](output& out) {
+        out.log("early");
+        out.set_format(output_format_t::json);
+    });
+    EXPECT_EQ(r.out, "early\n"
+                     R"({"data":{},"status":{"success":true},"log":[{"type":"info","message":"early"}]})"
+                     "\n");
+}
+
+TEST(output_json, text_that_no_log_completed_is_a_last_info_entry)
+{
+    const run_t r = run([](output& out) {
+        out.set_format(output_format_t::json);
+        out.log_part("Retrieving... ");
+        out.exit(false, "broken");
+    });
+    EXPECT_EQ(r.out, R"({"data":{},"status":{"success":false,"message":"broken"},"log":[)"
+                     R"({"type":"error","message":"broken"},{"type":"info","message":"Retrieving... "}]})"
+                     "\n");
+    EXPECT_EQ(r.status, 1);
+}
+
+TEST(output_json, a_run_that_fails_before_any_report_has_empty_data)
+{
+    const run_t r = run([](output& out) {
+        out.set_format(output_format_t::json);
+        out.exit(false, "no luck");
+    });
+    EXPECT_EQ(r.out, R"({"data":{},"status":{"success":false,"message":"no luck"},)"
+                     R"("log":[{"type":"error","message":"no luck"}]})"
+                     "\n");
+    EXPECT_EQ(r.err, "no luck\n");
+    EXPECT_EQ(r.status, 1);
+}
+
+TEST(platform_log, level_0_is_an_error_and_every_other_level_a_line)
+{
+    const run_t r = run([](output&) {
+        ivra_log_log(IVRA_LOG_ERROR, "file", 1, "fail", "%s %d", "text", 5);
+        ivra_log_log(IVRA_LOG_WARNING, "file", 2, "warn", "%s", std::string(5000, 'x').c_str());
+        ivra_log_log(IVRA_LOG_INFO, "file", 3, "info", "plain");
+        ivra_log_log(IVRA_LOG_DEBUG, "file", 4, "debug", "100%%");
+    });
+    EXPECT_EQ(r.err, "fail: text 5\n");
+    EXPECT_EQ(r.out, "warn: " + std::string(5000, 'x') + "\ninfo: plain\ndebug: 100%\n");
+}
+
+TEST(platform_log, its_messages_are_recorded)
+{
+    const run_t r = run([](output& out) {
+        out.set_format(output_format_t::json);
+        ivra_log_log(IVRA_LOG_ERROR, "file", 1, "fail", "text");
+        ivra_log_log(IVRA_LOG_INFO, "file", 1, "info", "text");
+    });
+    EXPECT_EQ(r.out, R"({"data":{},"status":{"success":true},"log":[{"type":"error","message":"fail: text"},)"
+                     R"({"type":"info","message":"info: text"}]})"
+                     "\n");
+}
+
+TEST(platform_log, a_message_that_cannot_be_formatted_has_an_empty_text)
+{
+    const run_t r = run([](output&) {
+        const wchar_t not_encodable[] = {static_cast<wchar_t>(0x110000), 0};
+        ivra_log_log(IVRA_LOG_INFO, "file", 1, "get_i2c", "%ls", not_encodable);
+    });
+    EXPECT_EQ(r.out, "get_i2c: \n");
+}
+
+TEST(standard_output, that_cannot_be_written_makes_the_run_fail)
+{
+    const auto body = [](output& out) {
+        out.log("said");
+        out.print_line("more", color::normal, 0);
+    };
+    const run_t full = run(body, {stream_t::full_disk, stream_t::file});
+    EXPECT_EQ(full.err, "Cannot write to standard output: No space left on device\n");
+    EXPECT_EQ(full.status, 1);
+    const run_t json =
+        run([](output& out) { out.set_format(output_format_t::json); }, {stream_t::full_disk, stream_t::file});
+    EXPECT_EQ(json.err, "Cannot write to standard output: No space left on device\n");
+    EXPECT_EQ(json.status, 1);
+    const run_t closed = run(body, {stream_t::closed, stream_t::file});
+    EXPECT_EQ(closed.err, "Cannot write to standard output: Bad file descriptor\n");
+    EXPECT_EQ(closed.status, 1);
+}
+
+TEST(standard_output, that_is_full_is_told_after_the_commands_own_message)
+{
+    const run_t r = run(
+        [](output& out) {
+            out.log("said");
+            out.exit(false, "no luck");
+        },
+        {stream_t::full_disk, stream_t::file});
+    EXPECT_EQ(r.err, "no luck\nCannot write to standard output: No space left on device\n");
+    EXPECT_EQ(r.status, 1);
+}
+
+/// Makes every ioctl TIOCGWINSZ of this process fail with EPERM.
+void forbid_terminal_size()
+{
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_ioctl, 0, 3),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[1])),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, TIOCGWINSZ, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program{.len = static_cast<unsigned short>(std::size(filter)), .filter = filter};
+    if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
+        throw std::runtime_error{"cannot install the filter"};
+}
+
+TEST(terminal_size, that_cannot_be_read_is_reported_and_otherwise_ignored)
+{
+    const run_t r = tests::run_in_child(
+        [] {
+            forbid_terminal_size();
+            output::get().log("said");
+            output::get().exit();
+        },
+        {stream_t::terminal, stream_t::file});
+    EXPECT_EQ(r.err, "Error getting terminal size: Operation not permitted\n");
+    EXPECT_EQ(r.out, "\033[0msaid\033[0m\n");
+    EXPECT_EQ(r.status, 0);
+}
+
+TEST(terminal_size, is_not_asked_for_in_json_mode)
+{
+    const run_t r = tests::run_in_child(
+        [] {
+            output::get().set_format(output_format_t::json);
+            forbid_terminal_size();
+            output::get().set_format(output_format_t::json);
+            output::get().exit();
+        },
+        {stream_t::terminal, stream_t::file});
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.status, 0);
+}
+
+} // namespace
+} // namespace ivra::bsp
