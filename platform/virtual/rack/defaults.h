@@ -1,0 +1,62 @@
+#ifndef IVRA_VIRTUAL_DEFAULTS_H
+#define IVRA_VIRTUAL_DEFAULTS_H
+
+#include "rack.h"
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ivra::virtual_platform {
+
+/// Sort of board: decides which cores its design has.
+enum class family_t
+{
+    other,
+    arista,
+    alveo,
+    bittware
+};
+
+/// What a board has when its rack file does not say. A board without a row of its own is of the family `other`.
+struct model_t
+{
+    std::string_view model;
+    std::string_view short_name; ///< in default names: "virtual-u200-0"
+    family_t family;
+    std::string_view device;
+    double temperature;
+    unsigned mac_count;
+};
+
+/// The models that have defaults of their own.
+const std::vector<model_t>& known_models();
+const model_t& defaults_of(std::string_view model);
+
+/// Defaults that depend on the board's position in the rack, from 0: no two boards share them.
+std::string default_name(const model_t& model, std::size_t index);
+std::string default_uid(std::size_t index);
+std::array<std::uint32_t, 3> default_fpga_serial(std::size_t index);
+std::vector<std::array<std::uint8_t, 6>> default_mac_addresses(const model_t& model, std::size_t index);
+
+std::vector<flash_section_t> default_flash_sections();
+
+/// What the model's design has besides the top-level core and the flash.
+bool has_i2c(const model_t& model);
+bool has_bmc(const model_t& model);
+bool has_xmc(const model_t& model);
+std::vector<core_t> default_cores(bool i2c, bool uart, bool xmc);
+
+inline constexpr std::uint64_t default_flash_size = 128U << 20U;
+inline constexpr std::uint64_t default_flash_sector = 64U << 10U;
+
+/// `count` consecutive addresses from `first` on; they do not pass ff:ff:ff:ff:ff:ff.
+std::vector<std::array<std::uint8_t, 6>> consecutive_mac_addresses(const std::array<std::uint8_t, 6>& first,
+                                                                   std::size_t count);
+/// Whether these are one or more addresses, each one more than the address before it.
+bool are_consecutive(const std::vector<std::array<std::uint8_t, 6>>& addresses);
+
+} // namespace ivra::virtual_platform
+
+#endif

@@ -1,0 +1,27 @@
+#ifndef IVRA_VIRTUAL_DOCUMENT_H
+#define IVRA_VIRTUAL_DOCUMENT_H
+
+#include <rapidjson/document.h>
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace ivra::virtual_platform {
+
+/// racks/rack.schema.json
+extern const std::string_view rack_schema;
+
+/// A mistake at `place`, a JSON pointer (or another place in words): "FILE: PLACE: MISTAKE". Throws rack_error.
+[[noreturn]] void mistake(const std::filesystem::path& file, std::string_view place, std::string_view what);
+
+/// The member of `object` called `name`; null when it has none.
+const rapidjson::Value* find(const rapidjson::Value& object, const char* name);
+
+/// Parses the text of a rack file and checks it against the schema: what is left to check is what a schema cannot say.
+/// `file` is named in errors. Throws rack_error.
+rapidjson::Document read_document(std::string_view text, const std::filesystem::path& file);
+
+} // namespace ivra::virtual_platform
+
+#endif

@@ -1,0 +1,257 @@
+#include "expand.h"
+
+#include "defaults.h"
+#include "open_errors.h"
+#include "text.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+
+#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+namespace ivra::virtual_platform {
+
+using rapidjson::Value;
+
+namespace {
+
+constexpr std::size_t widest_line = 120;
+using allocator_t = rapidjson::Document::AllocatorType;
+
+// ---- values ----
+
+Value plain(std::string_view text, allocator_t& allocator)
+{
+    return Value{text.data(), static_cast<rapidjson::SizeType>(text.size()), allocator};
+}
+
+/// A device's text; one that is not UTF-8 as { "hex": ... }.
+Value device_text(std::string_view text, allocator_t& allocator)
+{
+    if (is_utf8(text))
+        return plain(text, allocator);
+    std::string digits;
+    for (const char c : text)
+        digits += hex_pair(static_cast<std::uint8_t>(c));
+    Value object{rapidjson::kObjectType};
+    object.AddMember("hex", plain(digits, allocator), allocator);
+    return object;
+}
+
+Value device_text(const std::optional<std::string>& text, allocator_t& allocator)
+{
+    return text ? device_text(std::string_view{*text}, allocator) : Value{};
+}
+
+Value open_error(int number, allocator_t& allocator)
+{
+    const auto* const row = std::ranges::find(open_errors, number, &open_error_t::number);
+    return row == std::end(open_errors) ? Value{} : plain(row->name, allocator);
+}
+
+Value fpga_value(const fpga_t& fpga, allocator_t& allocator)
+{
+    Value object{rapidjson::kObjectType};
+    object.AddMember("device", device_text(std::string_view{fpga.device}, allocator), allocator);
+    object.AddMember("serial", plain(serial_text(fpga.serial), allocator), allocator);
+    object.AddMember("temperature", Value{fpga.temperature}, allocator);
+    return object;
+}
+
+Value mac_addresses_value(const std::vector<std::array<std::uint8_t, 6>>& addresses, allocator_t& allocator)
+{
+    if (are_consecutive(addresses)) {
+        Value object{rapidjson::kObjectType};
+        object.AddMember("first", plain(mac_address_text(addresses.front()), allocator), allocator);
+        object.AddMember("count", Value{static_cast<unsigned>(addresses.size())}, allocator);
+        return object;
+    }
+    Value list{rapidjson::kArrayType};
+    for (const auto& address : addresses)
+        list.PushBack(plain(mac_address_text(address), allocator), allocator);
+    return list;
+}
+
+/// A section that is not protected says so only when everything is to be said.
+Value flash_value(const flash_t& flash, bool everything, allocator_t& allocator)
+{
+    Value sections{rapidjson::kArrayType};
+    for (const flash_section_t& section : flash.sections) {
+        Value object{rapidjson::kObjectType};
+        object.AddMember("name", device_text(section.name, allocator), allocator);
+        object.AddMember("start", plain(hex_text(section.start), allocator), allocator);
+        object.AddMember("size", plain(size_text(section.size), allocator), allocator);
+        if (everything || section.write_protected)
+            object.AddMember("protected", section.write_protected, allocator);
+        sections.PushBack(object, allocator);
+    }
+    Value object{rapidjson::kObjectType};
+    object.AddMember("size", plain(size_text(flash.size), allocator), allocator);
+    object.AddMember("sector", plain(size_text(flash.sector), allocator), allocator);
+    object.AddMember("sections", sections, allocator);
+    return object;
+}
+
+Value cores_value(const std::vector<core_t>& cores, allocator_t& allocator)
+{
+    Value list{rapidjson::kArrayType};
+    for (const core_t& core : cores) {
+        Value registers{rapidjson::kObjectType};
+        for (const auto& [offset, value] : core.registers)
+            registers.AddMember(plain(hex_text(offset), allocator), plain(hex_text(value), allocator), allocator);
+        Value object{rapidjson::kObjectType};
+        object.AddMember("hardware_id", Value{core.hardware_id}, allocator);
+        object.AddMember("address", plain(hex_text(core.address), allocator), allocator);
+        object.AddMember("size", plain(size_text(core.size), allocator), allocator);
+        object.AddMember("registers", registers, allocator);
+        list.PushBack(object, allocator);
+    }
+    return list;
+}
+
+Value presence(const accelerator_t& accelerator, std::uint32_t hardware_id)
+{
+    const bool present =
+        std::ranges::find(accelerator.cores, hardware_id, &core_t::hardware_id) != accelerator.cores.end();
+    return present ? Value{rapidjson::kObjectType} : Value{};
+}
+
+Value accelerator_value(const accelerator_t& accelerator, allocator_t& allocator)
+{
+    Value object{rapidjson::kObjectType};
+    object.AddMember("name", device_text(accelerator.name, allocator), allocator);
+    object.AddMember("model", device_text(std::string_view{accelerator.model}, allocator), allocator);
+    object.AddMember("uid", device_text(std::string_view{accelerator.uid}, allocator), allocator);
+    object.AddMember("open", open_error(accelerator.open_error, allocator), allocator);
+    object.AddMember("fpga", fpga_value(accelerator.fpga, allocator), allocator);
+    object.AddMember("mac_addresses", mac_addresses_value(accelerator.mac_addresses, allocator), allocator);
+    object.AddMember("flash", flash_value(accelerator.flash, true, allocator), allocator);
+    object.AddMember("mmios", Value{accelerator.mmios}, allocator);
+    object.AddMember("cores", cores_value(accelerator.cores, allocator), allocator);
+    object.AddMember("i2c", presence(accelerator, hardware_ids::i2c), allocator);
+    object.AddMember("bmc", presence(accelerator, hardware_ids::uart), allocator);
+    return object;
+}
+
+// ---- layout: a value stands on one line when it fits there ----
+
+std::string leaf(const Value& value)
+{
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer{buffer};
+    value.Accept(writer);
+    // JSON allows DEL and U+0080 to U+009F as they are; a screen may obey them.
+    std::string safe;
+    for (std::string_view text{buffer.GetString(), buffer.GetSize()}; !text.empty(); text.remove_prefix(1)) {
+        const bool is_c1 = text.size() > 1 && text[0] == '\xc2' && static_cast<std::uint8_t>(text[1]) < 0xa0;
+        if (is_c1)
+            text.remove_prefix(1);
+        if (is_c1 || text[0] == '\x7f')
+            safe += "\\u00" + hex_pair(static_cast<std::uint8_t>(text[0]));
+        else
+            safe += text[0];
+    }
+    return safe;
+}
+
+std::string on_one_line(const Value& value)
+{
+    std::string text;
+    if (value.IsObject() && !value.ObjectEmpty()) {
+        for (const auto& member : value.GetObject())
+            text += (text.empty() ? "{ " : ", ") + leaf(member.name) + ": " + on_one_line(member.value);
+        return text + " }";
+    }
+    if (value.IsArray() && !value.Empty()) {
+        for (const Value& element : value.GetArray())
+            text += (text.empty() ? "[" : ", ") + on_one_line(element);
+        return text + "]";
+    }
+    return leaf(value);
+}
+
+/// Writes `value` to the end of `text`; `indent` is that of the line it begins on, `depth` how deep its container is.
+void lay_out(std::string& text, const Value& value, std::size_t indent, std::size_t depth)
+{
+    // Accelerators and what holds them are always spread out, one member a line.
+    constexpr std::size_t spread_depth = 3;
+    const bool has_entries = (value.IsObject() && !value.ObjectEmpty()) || (value.IsArray() && !value.Empty());
+    if (!has_entries || depth >= spread_depth) {
+        const std::string line = on_one_line(value);
+        const std::size_t column = text.size() - (text.rfind('\n') + 1);
+        if (!has_entries || column + line.size() < widest_line) {
+            text += line;
+            return;
+        }
+    }
+    const std::string margin(indent + 2, ' ');
+    bool is_first = true;
+    text += value.IsObject() ? "{" : "[";
+    const auto begin_entry = [&] {
+        text += is_first ? "\n" : ",\n";
+        text += margin;
+        is_first = false;
+    };
+    if (value.IsObject()) {
+        for (const auto& member : value.GetObject()) {
+            begin_entry();
+            text += leaf(member.name) + ": ";
+            lay_out(text, member.value, indent + 2, depth + 1);
+        }
+    } else {
+        for (const Value& element : value.GetArray()) {
+            begin_entry();
+            lay_out(text, element, indent + 2, depth + 1);
+        }
+    }
+    text += '\n' + std::string(indent, ' ') + (value.IsObject() ? '}' : ']');
+}
+
+std::string rack_text(Value& accelerators, allocator_t& allocator)
+{
+    Value root{rapidjson::kObjectType};
+    root.AddMember("accelerators", accelerators, allocator);
+    std::string text;
+    lay_out(text, root, 0, 0);
+    return text + '\n';
+}
+
+} // namespace
+
+std::string expand(const rack_t& rack)
+{
+    allocator_t allocator;
+    Value list{rapidjson::kArrayType};
+    for (const accelerator_t& accelerator : rack.accelerators)
+        list.PushBack(accelerator_value(accelerator, allocator), allocator);
+    return rack_text(list, allocator);
+}
+
+std::string starter(const std::vector<std::string>& models, std::size_t count)
+{
+    allocator_t allocator;
+    Value list{rapidjson::kArrayType};
+    for (std::size_t at = 0; at < count; ++at) {
+        const std::string& name = models.at(at % models.size());
+        const model_t& model = defaults_of(name);
+        Value object{rapidjson::kObjectType};
+        object.AddMember("name", plain(default_name(model, at), allocator), allocator);
+        object.AddMember("model", plain(name, allocator), allocator);
+        object.AddMember("uid", plain(default_uid(at), allocator), allocator);
+        object.AddMember("fpga",
+                         fpga_value({std::string{model.device}, default_fpga_serial(at), model.temperature}, allocator),
+                         allocator);
+        object.AddMember("mac_addresses", mac_addresses_value(default_mac_addresses(model, at), allocator), allocator);
+        object.AddMember(
+            "flash",
+            flash_value({default_flash_size, default_flash_sector, default_flash_sections()}, false, allocator),
+            allocator);
+        list.PushBack(object, allocator);
+    }
+    return rack_text(list, allocator);
+}
+
+} // namespace ivra::virtual_platform

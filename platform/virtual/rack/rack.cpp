@@ -1,0 +1,457 @@
+#include "rack.h"
+
+#include "defaults.h"
+#include "document.h"
+#include "open_errors.h"
+#include "text.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstddef>
+#include <cstdlib>
+#include <set>
+#include <string>
+#include <system_error>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <link.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+namespace ivra::virtual_platform {
+
+using rapidjson::Value;
+
+namespace {
+
+constexpr std::size_t largest_file = 64U << 20U;
+constexpr std::uint64_t largest_flash = std::uint64_t{4} << 30U;
+constexpr std::uint64_t largest_sector = 16U << 20U;
+constexpr std::uint64_t largest_core = 16U << 20U;
+constexpr std::uint64_t last_address = (std::uint64_t{1} << 63U) - 1;
+
+/// A member's name as a part of a JSON pointer.
+std::string pointer_token(std::string_view name)
+{
+    std::string token;
+    for (const char c : name)
+        token += c == '~' ? "~0" : c == '/' ? "~1" : std::string{c};
+    return token;
+}
+
+/// A value of the document together with where it stands, so that what is wrong with it can be said. The schema has
+/// been checked: a value is of a type that the schema allows in its place.
+struct node_t
+{
+    const Value& value;
+    std::string pointer;
+    const std::filesystem::path& file;
+
+    std::optional<node_t> member(const char* name) const
+    {
+        const Value* found = find(value, name);
+        return found == nullptr ? std::nullopt : std::optional<node_t>{{*found, pointer + '/' + name, file}};
+    }
+
+    node_t required(const char* name) const { return *member(name); }
+
+    node_t element(std::size_t index) const
+    {
+        return {value[static_cast<rapidjson::SizeType>(index)], pointer + '/' + std::to_string(index), file};
+    }
+
+    std::size_t size() const { return value.Size(); }
+    std::string_view text() const { return {value.GetString(), value.GetStringLength()}; }
+
+    /// A text that the schema has a pattern for. Deliberate: to RapidJSON's patterns a text ends at NUL.
+    std::string_view patterned_text() const
+    {
+        if (text().find('\0') != std::string_view::npos)
+            expected("a text without NUL");
+        return text();
+    }
+
+    [[noreturn]] void expected(const std::string& what) const { mistake(file, pointer, "expected " + what); }
+};
+
+/// A number that the schema has seen to be digits of `base`, and nothing but; saturates.
+std::uint64_t parse_digits(std::string_view digits, int base)
+{
+    std::uint64_t value = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
+    return error == std::errc{} ? value : UINT64_MAX;
+}
+
+/// "0x10" and nothing else.
+std::optional<std::uint64_t> parse_offset(std::string_view text)
+{
+    if (!text.starts_with("0x"))
+        return std::nullopt;
+    std::uint64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data() + 2, text.data() + text.size(), value, 16);
+    return error == std::errc{} && end == text.data() + text.size() ? std::optional{value} : std::nullopt;
+}
+
+std::uint64_t read_number(const node_t& node)
+{
+    if (node.value.IsUint64())
+        return node.value.GetUint64();
+    const std::string_view text = node.patterned_text();
+    if (text.starts_with("0x"))
+        return parse_digits(text.substr(2), 16);
+
+    struct unit_t
+    {
+        std::string_view name;
+        unsigned shift;
+    };
+    static constexpr unit_t units[] = {{"KiB", 10}, {"MiB", 20}, {"GiB", 30}};
+    const std::uint64_t value = parse_digits(text.substr(0, text.find_first_not_of("0123456789")), 10);
+    for (const unit_t& unit : units)
+        if (text.ends_with(unit.name))
+            return value > (UINT64_MAX >> unit.shift) ? UINT64_MAX : value << unit.shift;
+    return value;
+}
+
+std::uint64_t read_address(const node_t& node)
+{
+    const std::uint64_t value = read_number(node);
+    if (value > last_address)
+        node.expected("at most " + hex_text(last_address));
+    return value;
+}
+
+std::uint64_t read_size(const node_t& node, std::uint64_t largest)
+{
+    const std::uint64_t value = read_number(node);
+    if (value == 0 || value > largest)
+        node.expected("a size from 1 byte to " + size_text(largest));
+    return value;
+}
+
+std::string read_text(const node_t& node)
+{
+    if (node.value.IsString())
+        return std::string{node.text()};
+    const node_t digits = node.required("hex");
+    std::string bytes;
+    for (std::string_view rest = digits.patterned_text(); !rest.empty(); rest.remove_prefix(2))
+        bytes += static_cast<char>(parse_digits(rest.substr(0, 2), 16));
+    return bytes;
+}
+
+std::optional<std::string> read_name(const node_t& node)
+{
+    return node.value.IsNull() ? std::nullopt : std::optional{read_text(node)};
+}
+
+int read_open_error(const node_t& node)
+{
+    if (node.value.IsNull())
+        return 0;
+    const auto* const row = std::ranges::find(open_errors, node.text(), &open_error_t::name);
+    return row == std::end(open_errors) ? EIO : row->number; // the schema lets no other name through
+}
+
+fpga_t read_fpga(const std::optional<node_t>& node, const model_t& model, std::size_t index)
+{
+    fpga_t fpga{std::string{model.device}, default_fpga_serial(index), model.temperature};
+    if (!node)
+        return fpga;
+    if (const auto device = node->member("device"))
+        fpga.device = read_text(*device);
+    if (const auto serial = node->member("serial")) {
+        for (std::size_t word = 0; word < fpga.serial.size(); ++word) // the text begins with the last word
+            fpga.serial.at(fpga.serial.size() - 1 - word) =
+                static_cast<std::uint32_t>(parse_digits(serial->patterned_text().substr(8 * word, 8), 16));
+    }
+    if (const auto temperature = node->member("temperature"))
+        fpga.temperature = temperature->value.GetDouble();
+    return fpga;
+}
+
+std::array<std::uint8_t, 6> read_mac_address(const node_t& node)
+{
+    std::array<std::uint8_t, 6> address{};
+    for (std::size_t at = 0; at < address.size(); ++at)
+        address.at(at) = static_cast<std::uint8_t>(parse_digits(node.patterned_text().substr(3 * at, 2), 16));
+    return address;
+}
+
+std::vector<std::array<std::uint8_t, 6>> read_mac_addresses(const node_t& node)
+{
+    if (node.value.IsObject()) {
+        const auto first = read_mac_address(node.required("first"));
+        const node_t count = node.required("count");
+        std::uint64_t number = 0;
+        for (const std::uint8_t byte : first)
+            number = number << 8U | byte;
+        constexpr std::uint64_t end = std::uint64_t{1} << 48U;
+        if (count.value.GetUint64() > end - number)
+            count.expected("at most " + std::to_string(end - number) + ", as MAC addresses end at ff:ff:ff:ff:ff:ff");
+        return consecutive_mac_addresses(first, count.value.GetUint());
+    }
+    std::vector<std::array<std::uint8_t, 6>> addresses;
+    for (std::size_t at = 0; at < node.size(); ++at)
+        addresses.push_back(read_mac_address(node.element(at)));
+    return addresses;
+}
+
+flash_section_t read_section(const node_t& node, std::uint64_t flash_size, std::uint64_t previous_end)
+{
+    flash_section_t section;
+    if (const auto name = node.member("name"))
+        section.name = read_name(*name);
+    const node_t start = node.required("start");
+    section.start = read_address(start);
+    if (section.start < previous_end)
+        start.expected("at least " + hex_text(previous_end) + ", where the section before it ends");
+    if (section.start >= flash_size)
+        start.expected("less than " + hex_text(flash_size) + ", the size of the flash");
+    section.size = read_size(node.required("size"), flash_size - section.start);
+    if (const auto write_protected = node.member("protected"))
+        section.write_protected = write_protected->value.GetBool();
+    return section;
+}
+
+flash_t read_flash(const std::optional<node_t>& node)
+{
+    flash_t flash{default_flash_size, default_flash_sector, default_flash_sections()};
+    if (!node)
+        return flash;
+    if (const auto size = node->member("size"))
+        flash.size = read_size(*size, largest_flash);
+    const auto sector = node->member("sector");
+    if (sector)
+        flash.sector = read_size(*sector, std::min(flash.size, largest_sector));
+    if (flash.size % flash.sector != 0)
+        sector.value_or(*node).expected("a sector size that divides the size of the flash, " + size_text(flash.size));
+    if (const auto sections = node->member("sections")) {
+        flash.sections.clear();
+        std::uint64_t previous_end = 0;
+        for (std::size_t at = 0; at < sections->size(); ++at) {
+            flash.sections.push_back(read_section(sections->element(at), flash.size, previous_end));
+            previous_end = flash.sections.back().start + flash.sections.back().size;
+        }
+    } else if (const flash_section_t& last = flash.sections.back(); last.start + last.size > flash.size) {
+        node->expected("a member \"sections\", as the default ones need " + hex_text(last.start + last.size) +
+                       " bytes");
+    }
+    return flash;
+}
+
+core_t read_core(const node_t& node, std::uint64_t previous_end)
+{
+    core_t core;
+    core.hardware_id = static_cast<std::uint32_t>(read_number(node.required("hardware_id")));
+    const node_t address = node.required("address");
+    core.address = read_address(address);
+    if (core.address < previous_end)
+        address.expected("at least " + hex_text(previous_end) + ", where the core before it ends");
+    if (core.address % 4 != 0)
+        address.expected("a multiple of 4");
+    const node_t size = node.required("size");
+    core.size = read_size(size, std::min(largest_core, last_address - core.address + 1));
+    if (core.size % 4 != 0)
+        size.expected("a multiple of 4");
+    if (const auto registers = node.member("registers")) {
+        for (const auto& member : registers->value.GetObject()) {
+            const std::string_view name{member.name.GetString(), member.name.GetStringLength()};
+            const node_t value{member.value, registers->pointer + '/' + pointer_token(name), node.file};
+            const std::optional<std::uint64_t> offset = parse_offset(name);
+            if (!offset || *offset % 4 != 0 || *offset >= core.size)
+                value.expected("an offset such as 0x10, a multiple of 4 and less than " + hex_text(core.size));
+            if (!core.registers.emplace(*offset, static_cast<std::uint32_t>(read_number(value))).second)
+                value.expected("an offset that no other register of the core has");
+        }
+    }
+    return core;
+}
+
+/// Whether the design has the core that the section `name` of an accelerator is about: {} says yes, null says no.
+/// Cores that are spelt out must agree.
+bool read_presence(const node_t& accelerator, const char* name, std::uint32_t hardware_id, bool by_default,
+                   const std::optional<std::vector<core_t>>& cores)
+{
+    const auto node = accelerator.member(name);
+    const bool present = node ? !node->value.IsNull() : by_default;
+    if (cores && node) {
+        const bool found = std::ranges::find(*cores, hardware_id, &core_t::hardware_id) != cores->end();
+        if (found != present)
+            node->expected((found ? "{}, as \"cores\" has one" : "null, as \"cores\" has none") +
+                           std::string{" with the hardware_id "} + std::to_string(hardware_id));
+    }
+    return present;
+}
+
+std::vector<core_t> read_cores(const node_t& accelerator, const model_t& model)
+{
+    std::optional<std::vector<core_t>> cores;
+    if (const auto list = accelerator.member("cores")) {
+        cores.emplace();
+        for (std::size_t at = 0; at < list->size(); ++at)
+            cores->push_back(read_core(list->element(at), at == 0 ? 0 : cores->back().address + cores->back().size));
+    }
+    const bool i2c = read_presence(accelerator, "i2c", hardware_ids::i2c, has_i2c(model), cores);
+    const bool uart = read_presence(accelerator, "bmc", hardware_ids::uart, has_bmc(model), cores);
+    return cores ? *cores : default_cores(i2c, uart, has_xmc(model));
+}
+
+std::string compact(const Value& value)
+{
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer{buffer};
+    value.Accept(writer);
+    return {buffer.GetString(), buffer.GetSize()};
+}
+
+/// Everything but the uid.
+accelerator_t read_accelerator(const node_t& node, std::size_t index)
+{
+    accelerator_t accelerator;
+    accelerator.model = read_text(node.required("model"));
+    const model_t& model = defaults_of(accelerator.model);
+    const auto name = node.member("name");
+    accelerator.name = name ? read_name(*name) : default_name(model, index);
+    if (const auto open = node.member("open"))
+        accelerator.open_error = read_open_error(*open);
+    accelerator.fpga = read_fpga(node.member("fpga"), model, index);
+    const auto mac_addresses = node.member("mac_addresses");
+    accelerator.mac_addresses =
+        mac_addresses ? read_mac_addresses(*mac_addresses) : default_mac_addresses(model, index);
+    accelerator.flash = read_flash(node.member("flash"));
+    if (const auto mmios = node.member("mmios"))
+        accelerator.mmios = mmios->value.GetUint();
+    accelerator.cores = read_cores(node, model);
+    accelerator.text = compact(node.value);
+    return accelerator;
+}
+
+/// The uids that are written down come first: a default one makes way for them.
+void read_uids(const node_t& list, std::vector<accelerator_t>& accelerators)
+{
+    std::set<std::string> taken;
+    for (std::size_t at = 0; at < accelerators.size(); ++at) {
+        const auto node = list.element(at).member("uid");
+        if (!node)
+            continue;
+        std::string& uid = accelerators[at].uid;
+        uid = read_text(*node);
+        if (uid.empty() || uid.find('\0') != std::string::npos)
+            node->expected("a text of at least one character, none of them NUL");
+        if (!taken.insert(uid).second)
+            node->expected("a text that no other accelerator has");
+    }
+    for (std::size_t at = 0; at < accelerators.size(); ++at)
+        for (std::size_t position = at; accelerators[at].uid.empty(); position += accelerators.size())
+            if (const auto [uid, is_new] = taken.insert(default_uid(position)); is_new)
+                accelerators[at].uid = *uid;
+}
+
+[[noreturn]] void unreadable(const std::filesystem::path& file, int error)
+{
+    mistake(file, "", "cannot be read: " + std::generic_category().message(error));
+}
+
+/// Owns a file descriptor.
+class descriptor
+{
+public:
+    explicit descriptor(int number) : number_{number} {}
+    descriptor(const descriptor&) = delete;
+    descriptor& operator=(const descriptor&) = delete;
+    ~descriptor()
+    {
+        if (number_ >= 0)
+            ::close(number_);
+    }
+    int get() const { return number_; }
+
+private:
+    int number_;
+};
+
+std::string read_file(const std::filesystem::path& file)
+{
+    // Deliberate: never waits for the other end of a FIFO, which is refused below.
+    const descriptor input{::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
+    struct stat status = {};
+    if (input.get() < 0 || ::fstat(input.get(), &status) != 0)
+        unreadable(file, errno);
+    if (S_ISDIR(status.st_mode))
+        unreadable(file, EISDIR);
+    if (!S_ISREG(status.st_mode))
+        mistake(file, "", "expected a regular file");
+
+    std::string text;
+    std::vector<char> piece(64U << 10U);
+    while (text.size() <= largest_file) {
+        const ssize_t count = ::read(input.get(), piece.data(), piece.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            unreadable(file, errno);
+        if (count == 0)
+            return text;
+        text.append(piece.data(), static_cast<std::size_t>(count));
+    }
+    mistake(file, "", "expected a file of at most 64 MiB");
+}
+
+/// File of the library or program that this code has become part of.
+std::filesystem::path this_file()
+{
+    Dl_info info = {};
+    void* map = nullptr;
+    static const char marker = 0;
+    const bool found = ::dladdr1(&marker, &info, &map, RTLD_DL_LINKMAP) != 0;
+    // The program itself has no name in the loader's list; the name that it was started by may be no path at all.
+    if (!found || map == nullptr || static_cast<const link_map*>(map)->l_name[0] == '\0')
+        return std::filesystem::read_symlink("/proc/self/exe");
+    return std::filesystem::canonical(static_cast<const link_map*>(map)->l_name);
+}
+
+} // namespace
+
+std::filesystem::path rack_in_use()
+{
+    if (const char* chosen = std::getenv("IVRA_VIRTUAL_RACK"); chosen != nullptr && *chosen != '\0')
+        return chosen;
+    // lib/ and bin/ lie beside share/; a library may lie one deeper, as in lib/x86_64-linux-gnu.
+    const std::filesystem::path prefix = this_file().parent_path().parent_path();
+    const std::filesystem::path showcase = "share/ivra/racks/showcase.json";
+    std::error_code ignored;
+    if (!std::filesystem::exists(prefix / showcase, ignored) &&
+        std::filesystem::exists(prefix.parent_path() / showcase, ignored))
+        return prefix.parent_path() / showcase;
+    return prefix / showcase;
+}
+
+rack_t parse_rack(std::string_view text, const std::filesystem::path& file)
+{
+    const rapidjson::Document document = read_document(text, file);
+    const node_t root{document, "", file};
+    const node_t list = root.required("accelerators");
+    rack_t rack{file, {}};
+    for (std::size_t at = 0; at < list.size(); ++at)
+        rack.accelerators.push_back(read_accelerator(list.element(at), at));
+    read_uids(list, rack.accelerators);
+    return rack;
+}
+
+rack_t load_rack(const std::filesystem::path& file)
+{
+    rack_t rack = parse_rack(read_file(file), file);
+    std::error_code error;
+    rack.file = std::filesystem::canonical(file, error);
+    if (error)
+        unreadable(file, error.value());
+    return rack;
+}
+
+} // namespace ivra::virtual_platform

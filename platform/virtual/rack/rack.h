@@ -1,0 +1,110 @@
+#ifndef IVRA_VIRTUAL_RACK_H
+#define IVRA_VIRTUAL_RACK_H
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ivra::virtual_platform {
+
+/// What the FPGA and its design say of themselves.
+struct fpga_t
+{
+    std::string device;                    ///< device id, such as "xcu200-fsgd2104-2-e"
+    std::array<std::uint32_t, 3> serial{}; ///< 96-bit identifier, least significant word first
+    double temperature = 0;                ///< of the die, in degrees Celsius
+
+    bool operator==(const fpga_t&) const = default;
+};
+
+/// One section of the configuration flash.
+struct flash_section_t
+{
+    std::optional<std::string> name; ///< a section may have none
+    std::uint64_t start = 0;         ///< bytes from the start of the flash
+    std::uint64_t size = 0;          ///< bytes
+    bool write_protected = false;
+
+    bool operator==(const flash_section_t&) const = default;
+};
+
+/// The configuration flash; sections are in address order and lie within `size`.
+struct flash_t
+{
+    std::uint64_t size = 0;   ///< bytes
+    std::uint64_t sector = 0; ///< bytes that are erased together
+    std::vector<flash_section_t> sections;
+
+    bool operator==(const flash_t&) const = default;
+};
+
+/// A core of the design: what the walk of an MMIO space finds.
+struct core_t
+{
+    std::uint32_t hardware_id = 0;
+    std::uint64_t address = 0;                        ///< of its space, in the MMIO space
+    std::uint64_t size = 0;                           ///< bytes of its space
+    std::map<std::uint64_t, std::uint32_t> registers; ///< values at the start, by byte offset; others are 0
+
+    bool operator==(const core_t&) const = default;
+};
+
+/// Hardware identifiers of the cores that the platform libraries look up by themselves.
+namespace hardware_ids {
+inline constexpr std::uint32_t hw_top = 1;
+inline constexpr std::uint32_t flash = 16;
+inline constexpr std::uint32_t i2c = 32;
+inline constexpr std::uint32_t uart = 48;
+inline constexpr std::uint32_t xmc = 475; ///< register window of an Alveo card's management controller
+} // namespace hardware_ids
+
+/// One accelerator of the rack, every default filled in.
+struct accelerator_t
+{
+    std::optional<std::string> name; ///< an accelerator may have none
+    std::string model;               ///< board name that the design reports
+    std::string uid;                 ///< no other accelerator of the rack has it
+    int open_error = 0;              ///< errno with which opening it fails; 0: it opens
+    fpga_t fpga;
+    std::vector<std::array<std::uint8_t, 6>> mac_addresses;
+    flash_t flash;
+    std::uint32_t mmios = 1;   ///< MMIO spaces; the first holds the cores, the others are empty
+    std::vector<core_t> cores; ///< below the root of the first space, in address order
+    std::string text;          ///< this accelerator in the rack file, as compact JSON: what its state started from
+
+    bool operator==(const accelerator_t&) const = default;
+};
+
+/// A host's accelerators, in index order.
+struct rack_t
+{
+    std::filesystem::path file; ///< absolute, symbolic links resolved
+    std::vector<accelerator_t> accelerators;
+};
+
+/// A rack file that cannot be used. The text names the file, the place in it (a JSON pointer, or the byte where the
+/// JSON breaks off) and what was expected there.
+class rack_error : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The rack that the platform libraries use: IVRA_VIRTUAL_RACK, or the showcase rack that lies beside them.
+std::filesystem::path rack_in_use();
+
+/// Reads and checks a rack file. Throws rack_error for the first mistake found.
+rack_t load_rack(const std::filesystem::path& file);
+
+/// The same for a text that is in memory already; `file` names it in errors and becomes rack_t::file as it is.
+rack_t parse_rack(std::string_view text, const std::filesystem::path& file);
+
+} // namespace ivra::virtual_platform
+
+#endif

@@ -1,0 +1,273 @@
+#include "bad_racks.h"
+
+namespace ivra::tests {
+
+namespace {
+
+using namespace std::string_literals;
+
+std::string repeated(const std::string& text, std::size_t count)
+{
+    std::string result;
+    for (std::size_t i = 0; i < count; ++i)
+        result += text;
+    return result;
+}
+
+const std::string known_members = "name, model, uid, open, fpga, mac_addresses, flash, mmios, cores, i2c, bmc";
+const std::string text_expected = R"(a text of at most 4096 characters, or { "hex": "ff41" } for any bytes)";
+const std::string name_expected =
+    R"(a text of at most 4096 characters, { "hex": "ff41" } for any bytes, or null for no name)";
+const std::string bytes_expected = R"(a number of bytes such as 4096, "0x1000", "64 KiB" or "128 MiB")";
+const std::string word_expected = R"(a 32-bit number such as 475 or "0x1db")";
+
+std::string flash_with(const std::string& members)
+{
+    return rack_with(R"("flash": {)" + members + "}");
+}
+
+std::string section_with(const std::string& members)
+{
+    return flash_with(R"("size": "1 MiB", "sector": "64 KiB", "sections": [{)" + members + "}]");
+}
+
+std::string core_with(const std::string& members)
+{
+    return rack_with(R"("cores": [{)" + members + "}]");
+}
+
+} // namespace
+
+std::string rack_with(const std::string& members)
+{
+    return R"({"accelerators": [{"model": "xilinx_u200", )" + members + "}]}";
+}
+
+const std::vector<bad_rack_t>& bad_racks()
+{
+    using enum seen_by_t;
+    // clang-format off
+    static const std::vector<bad_rack_t> rows = {
+        // ---- not JSON ----
+        {"an empty file", "", R"(empty, expected a rack: { "accelerators": [ ... ] })", parser},
+        {"a byte order mark alone", "\xef\xbb\xbf", R"(empty, expected a rack: { "accelerators": [ ... ] })", parser},
+        {"white space alone", " \n\n ", "line 3, column 2: not JSON: The document is empty", parser},
+        {"truncated in a list", "{\n  \"accelerators\": [", "line 2, column 20: not JSON: Invalid value", parser},
+        {"truncated in a text", "{\"acc", "line 1, column 6: not JSON: Missing a closing quotation mark in string", parser},
+        {"a comma too many", R"({"accelerators": [],})", "line 1, column 21: not JSON: Missing a name for object member", parser},
+        {"a comment", "{} // good?", "line 1, column 4: not JSON: The document root must not be followed by other values", parser},
+        {"text after the rack", "{\"accelerators\": []}\n{}",
+         "line 2, column 1: not JSON: The document root must not be followed by other values", parser},
+        {"a NUL byte after the rack", "{\"accelerators\": []}\n\0x"s, "line 2, column 1: expected text, not a NUL byte", parser},
+        {"a NUL byte in a text", "{\"accelerators\": [{\"model\": \"a\0b\"}]}"s, "line 1, column 31: expected text, not a NUL byte", parser},
+        {"a control character in a text", "{\"a\": \"\x1b[31m\"}", R"(line 1, column 8: not JSON: A control character in a string, expected \u001b)", parser},
+        {"bytes that are not UTF-8", "{\"\xc3\xa4\": \"\xff\"}", "line 1, column 8: not JSON: Invalid encoding in string", parser},
+        {"half a surrogate pair", R"({"a": "\ud800"})", "line 1, column 8: not JSON: The surrogate pair in string is invalid", parser},
+        {"a number beyond all doubles", rack_with(R"("fpga": {"temperature": 1e999})"),
+         "line 1, column 68: not JSON: Number too big to be stored in double", parser},
+        {"a number of so many digits", rack_with(R"("fpga": {"temperature": )" + repeated("9", 400) + "}"),
+         "line 1, column 68: not JSON: Number too big to be stored in double", parser},
+        {"a number just beyond all doubles", rack_with(R"("fpga": {"temperature": 1.8e308})"),
+         "/accelerators/0/fpga/temperature: expected a number that a double can hold", parser},
+        {"a number too small for a double", rack_with(R"("fpga": {"temperature": 1e-400})"),
+         "/accelerators/0/fpga/temperature: expected a number that a double can hold", parser},
+        {"not a number", rack_with(R"("fpga": {"temperature": NaN})"), "line 1, column 68: not JSON: Invalid value", parser},
+        {"a hundred thousand lists", repeated("[", 100000), repeated("/0", 32) + ": expected no more than 32 levels of nesting", parser},
+        {"a hundred thousand objects", repeated("{\"a\":", 100000), repeated("/a", 32) + ": expected no more than 32 levels of nesting", parser},
+        {"a member twice", R"({"accelerators": [{"model": "a"}, {"model": "a", "uid": "x", "model": "a"}]})",
+         "/accelerators/1/model: expected this member once, but it comes again", parser},
+        {"a member twice, once escaped", R"({"accelerators": [], "\u0061ccelerators": []})",
+         "/accelerators: expected this member once, but it comes again", parser},
+
+        // ---- the whole ----
+        {"no object", "[]", R"(expected a rack: { "accelerators": [ ... ] })", schema},
+        {"a number", "18446744073709551616", R"(expected a rack: { "accelerators": [ ... ] })", schema},
+        {"nothing in it", "{}", R"(expected a member "accelerators")", schema},
+        {"an unknown member", R"({"accelerators": [], "name": "x"})", "/name: unknown member, expected one of $schema, accelerators", schema},
+        {"an unknown member with a hostile name", R"({"accelerators": [], "\u001b[2J/~\u0000": 1})",
+         R"(/\x1b[2J~1~0\x00: unknown member, expected one of $schema, accelerators)", schema},
+        {"a schema that is no text", R"({"$schema": 1, "accelerators": []})",
+         "/$schema: expected a text: where an editor finds the schema of racks", schema},
+        {"accelerators that are no list", R"({"accelerators": {}})", "/accelerators: expected a list of at most 65536 accelerators", schema},
+        {"more accelerators than an index can tell apart",
+         R"({"accelerators": [{"model": "a"})" + repeated(R"(,{"model":"a"})", 65536) + "]}",
+         "/accelerators: expected a list of at most 65536 accelerators", schema},
+
+        // ---- an accelerator ----
+        {"an accelerator that is a text", R"({"accelerators": ["u200"]})",
+         R"(/accelerators/0: expected an accelerator: { "model": "xilinx_u200", ... })", schema},
+        {"no model", R"({"accelerators": [{"model": "a"}, {"name": "x"}]})", R"(/accelerators/1: expected a member "model")", schema},
+        {"a misspelt member", rack_with(R"("uuid": "x")"), "/accelerators/0/uuid: unknown member, expected one of " + known_members, schema},
+        {"a model that is null", R"({"accelerators": [{"model": null}]})", "/accelerators/0/model: expected " + text_expected, schema},
+        {"a name that is a number", rack_with(R"("name": 3)"), "/accelerators/0/name: expected " + name_expected, schema},
+        {"a name that is too long", rack_with(R"("name": ")" + repeated("n", 4097) + '"'), "/accelerators/0/name: expected " + name_expected, schema},
+        {"bytes with half a pair", rack_with(R"("name": {"hex": "ff4"})"),
+         "/accelerators/0/name/hex: expected at most 4096 bytes as pairs of hexadecimal digits", schema},
+        {"bytes with another letter", rack_with(R"("name": {"hex": "fg"})"),
+         "/accelerators/0/name/hex: expected at most 4096 bytes as pairs of hexadecimal digits", schema},
+        {"too many bytes", rack_with(R"("name": {"hex": ")" + repeated("ff", 4097) + "\"}"),
+         "/accelerators/0/name/hex: expected at most 4096 bytes as pairs of hexadecimal digits", schema},
+        {"bytes without hex", rack_with(R"("name": {})"), R"(/accelerators/0/name: expected a member "hex")", schema},
+        {"bytes and something else", rack_with(R"("name": {"hex": "", "text": ""})"),
+         "/accelerators/0/name/text: unknown member, expected one of hex", schema},
+        {"a NUL behind good digits", rack_with(R"("name": {"hex": "ff\u0000"})"), "/accelerators/0/name/hex: expected a text without NUL", schema},
+        {"a uid without a character", rack_with(R"("uid": "")"),
+         "/accelerators/0/uid: expected a text of at least one character, none of them NUL", code},
+        {"a uid with NUL", rack_with(R"("uid": "a\u0000b")"),
+         "/accelerators/0/uid: expected a text of at least one character, none of them NUL", code},
+        {"a uid twice", R"({"accelerators": [{"model": "a", "uid": "x"}, {"model": "a", "uid": "y"}, {"model": "b", "uid": "x"}]})",
+         "/accelerators/2/uid: expected a text that no other accelerator has", code},
+        {"a uid twice, once as bytes", R"({"accelerators": [{"model": "a", "uid": "x"}, {"model": "a", "uid": {"hex": "78"}}]})",
+         "/accelerators/1/uid: expected a text that no other accelerator has", code},
+        {"an error that there is not", rack_with(R"("open": "EUCLEAN")"),
+         "/accelerators/0/open: expected the error with which opening fails (EACCES, EBUSY, EINTR, EINVAL, EIO, EMFILE, ENODEV, ENOENT, "
+         "ENOMEM, ENXIO, EPERM or ETIMEDOUT), or null", schema},
+        {"an error as a number", rack_with(R"("open": 13)"),
+         "/accelerators/0/open: expected the error with which opening fails (EACCES, EBUSY, EINTR, EINVAL, EIO, EMFILE, ENODEV, ENOENT, "
+         "ENOMEM, ENXIO, EPERM or ETIMEDOUT), or null", schema},
+        {"too many spaces", rack_with(R"("mmios": 17)"), "/accelerators/0/mmios: expected a number of MMIO spaces, 0 to 16", schema},
+        {"less than no space", rack_with(R"("mmios": -1)"), "/accelerators/0/mmios: expected a number of MMIO spaces, 0 to 16", schema},
+        {"half a space", rack_with(R"("mmios": 0.5)"), "/accelerators/0/mmios: expected a number of MMIO spaces, 0 to 16", schema},
+        {"an I2C controller that is a text", rack_with(R"("i2c": "yes")"), "/accelerators/0/i2c: expected {} for an I2C controller, or null for none", schema},
+        {"an I2C controller with something on it", rack_with(R"("i2c": {"pins": 8})"), "/accelerators/0/i2c/pins: unknown member, expected none here", schema},
+        {"a management controller that is a number", rack_with(R"("bmc": 1)"),
+         "/accelerators/0/bmc: expected {} for a UART to a management controller, or null for none", schema},
+
+        // ---- the FPGA ----
+        {"an FPGA that is a text", rack_with(R"("fpga": "xcu200")"),
+         R"(/accelerators/0/fpga: expected the FPGA: { "device": ..., "serial": ..., "temperature": ... })", schema},
+        {"an unknown member of the FPGA", rack_with(R"("fpga": {"colour": 1})"),
+         "/accelerators/0/fpga/colour: unknown member, expected one of device, serial, temperature", schema},
+        {"a device that is a list", rack_with(R"("fpga": {"device": []})"), "/accelerators/0/fpga/device: expected " + text_expected, schema},
+        {"a short serial", rack_with(R"("fpga": {"serial": "4002000001285c0f1a10428"})"),
+         "/accelerators/0/fpga/serial: expected 24 hexadecimal digits, most significant first", schema},
+        {"a long serial", rack_with(R"("fpga": {"serial": "4002000001285c0f1a1042850"})"),
+         "/accelerators/0/fpga/serial: expected 24 hexadecimal digits, most significant first", schema},
+        {"a serial with 0x", rack_with(R"("fpga": {"serial": "0x02000001285c0f1a104285"})"),
+         "/accelerators/0/fpga/serial: expected 24 hexadecimal digits, most significant first", schema},
+        {"a temperature with its unit", rack_with(R"("fpga": {"temperature": "45.5 C"})"),
+         "/accelerators/0/fpga/temperature: expected a number of degrees Celsius", schema},
+
+        // ---- MAC addresses ----
+        {"MAC addresses that are one", rack_with(R"("mac_addresses": "02:00:00:00:10:00")"),
+         R"(/accelerators/0/mac_addresses: expected { "first": "02:00:00:00:10:00", "count": 4 } or a list of at most 4096 MAC addresses)", schema},
+        {"a block without a count", rack_with(R"("mac_addresses": {"first": "02:00:00:00:10:00"})"),
+         R"(/accelerators/0/mac_addresses: expected a member "count")", schema},
+        {"a block without a first", rack_with(R"("mac_addresses": {"count": 1})"),
+         R"(/accelerators/0/mac_addresses: expected a member "first")", schema},
+        {"five bytes", rack_with(R"("mac_addresses": ["02:00:00:00:00:00", "02:00:00:00:10"])"),
+         "/accelerators/0/mac_addresses/1: expected a MAC address such as 02:00:00:00:10:00", schema},
+        {"dashes", rack_with(R"("mac_addresses": {"first": "02-00-00-00-10-00", "count": 1})"),
+         "/accelerators/0/mac_addresses/first: expected a MAC address such as 02:00:00:00:10:00", schema},
+        {"too many in a block", rack_with(R"("mac_addresses": {"first": "02:00:00:00:10:00", "count": 4097})"),
+         "/accelerators/0/mac_addresses/count: expected a number of addresses, 0 to 4096", schema},
+        {"less than none in a block", rack_with(R"("mac_addresses": {"first": "02:00:00:00:10:00", "count": -1})"),
+         "/accelerators/0/mac_addresses/count: expected a number of addresses, 0 to 4096", schema},
+        {"a block beyond the last address", rack_with(R"("mac_addresses": {"first": "ff:ff:ff:ff:ff:fe", "count": 3})"),
+         "/accelerators/0/mac_addresses/count: expected at most 2, as MAC addresses end at ff:ff:ff:ff:ff:ff", code},
+
+        // ---- the flash ----
+        {"a flash that is a size", rack_with(R"("flash": "128 MiB")"),
+         R"(/accelerators/0/flash: expected the flash: { "size": ..., "sector": ..., "sections": [ ... ] })", schema},
+        {"an unknown unit", flash_with(R"("size": "128 MB")"), "/accelerators/0/flash/size: expected " + bytes_expected, schema},
+        {"a unit without a number", flash_with(R"("size": "MiB")"), "/accelerators/0/flash/size: expected " + bytes_expected, schema},
+        {"a fraction with a unit", flash_with(R"("size": "1.5 MiB")"), "/accelerators/0/flash/size: expected " + bytes_expected, schema},
+        {"a negative size", flash_with(R"("size": -1)"), "/accelerators/0/flash/size: expected " + bytes_expected, schema},
+        {"a size that is not whole", flash_with(R"("size": 65536.0)"), "/accelerators/0/flash/size: expected " + bytes_expected, schema},
+        {"a size of more than 64 bits", flash_with(R"("size": 18446744073709551616)"), "/accelerators/0/flash/size: expected " + bytes_expected, schema},
+        {"a size of 64 bits", flash_with(R"("size": 18446744073709551615)"), "/accelerators/0/flash/size: expected " + bytes_expected, schema},
+        {"a text of more than 64 bits", flash_with(R"("size": "0x10000000000000000")"), "/accelerators/0/flash/size: expected " + bytes_expected, schema},
+        {"a unit that overflows", flash_with(R"("size": "9999999999999999999 GiB")"),
+         "/accelerators/0/flash/size: expected a size from 1 byte to 4 GiB", code},
+        {"a flash of nothing", flash_with(R"("size": 0)"), "/accelerators/0/flash/size: expected a size from 1 byte to 4 GiB", code},
+        {"a flash of too much", flash_with(R"("size": "4097 MiB")"), "/accelerators/0/flash/size: expected a size from 1 byte to 4 GiB", code},
+        {"a NUL behind a good size", flash_with(R"("size": "128 MiB\u0000")"), "/accelerators/0/flash/size: expected a text without NUL", schema},
+        {"a sector of nothing", flash_with(R"("sector": "0x0")"), "/accelerators/0/flash/sector: expected a size from 1 byte to 16 MiB", code},
+        {"a sector larger than the flash", flash_with(R"("size": "1 MiB", "sector": "2 MiB")"),
+         "/accelerators/0/flash/sector: expected a size from 1 byte to 1 MiB", code},
+        {"a sector that does not divide the flash", flash_with(R"("sector": 65535)"),
+         "/accelerators/0/flash/sector: expected a sector size that divides the size of the flash, 128 MiB", code},
+        {"a flash that the default sector does not divide", flash_with(R"("size": "4 KiB")"),
+         "/accelerators/0/flash: expected a sector size that divides the size of the flash, 4 KiB", code},
+        {"a flash without room for the default sections", flash_with(R"("size": "64 MiB")"),
+         R"(/accelerators/0/flash: expected a member "sections", as the default ones need 0x7ff1000 bytes)", code},
+        {"sections by name", flash_with(R"("sections": {"PGM": []})"),
+         "/accelerators/0/flash/sections: expected a list of at most 1024 sections, in address order", schema},
+        {"a section without a start", section_with(R"("size": 1)"), R"(/accelerators/0/flash/sections/0: expected a member "start")", schema},
+        {"a section without a size", section_with(R"("start": 1)"), R"(/accelerators/0/flash/sections/0: expected a member "size")", schema},
+        {"a section that is a number", flash_with(R"("sections": [7])"),
+         R"(/accelerators/0/flash/sections/0: expected a section: { "name": "PARAMS", "start": "0x7fc0000", "size": "64 KiB" })", schema},
+        {"a section with an unknown member", section_with(R"("start": 0, "size": 1, "end": 1)"),
+         "/accelerators/0/flash/sections/0/end: unknown member, expected one of name, start, size, protected", schema},
+        {"a protection that is a word", section_with(R"("start": 0, "size": 1, "protected": "yes")"),
+         "/accelerators/0/flash/sections/0/protected: expected true or false", schema},
+        {"a section behind the flash", section_with(R"("start": "0x100000", "size": 1)"),
+         "/accelerators/0/flash/sections/0/start: expected less than 0x100000, the size of the flash", code},
+        {"a section past the end", section_with(R"("start": "0xfffff", "size": 2)"),
+         "/accelerators/0/flash/sections/0/size: expected a size from 1 byte to 0x1", code},
+        {"a section whose end overflows", section_with(R"("start": 1, "size": "0xffffffffffffffff")"),
+         "/accelerators/0/flash/sections/0/size: expected a size from 1 byte to 0xfffff", code},
+        {"a section of nothing", section_with(R"("start": 0, "size": 0)"),
+         "/accelerators/0/flash/sections/0/size: expected a size from 1 byte to 1 MiB", code},
+        {"an address of more than 63 bits", section_with(R"("start": "0x8000000000000000", "size": 1)"),
+         "/accelerators/0/flash/sections/0/start: expected at most 0x7fffffffffffffff", code},
+        {"sections that overlap", section_with(R"("start": 0, "size": "0x1001"}, {"start": "0x1000", "size": 1)"),
+         "/accelerators/0/flash/sections/1/start: expected at least 0x1001, where the section before it ends", code},
+        {"sections out of order", section_with(R"("start": 4096, "size": 1}, {"start": 0, "size": 1)"),
+         "/accelerators/0/flash/sections/1/start: expected at least 0x1001, where the section before it ends", code},
+
+        // ---- cores ----
+        {"cores that are null", rack_with(R"("cores": null)"), "/accelerators/0/cores: expected a list of at most 1024 cores, in address order", schema},
+        {"a core that is a number", rack_with(R"("cores": [1])"),
+         R"(/accelerators/0/cores/0: expected a core: { "hardware_id": 475, "address": "0x100000", "size": "192 KiB" })", schema},
+        {"a core without an identifier", core_with(R"("address": 0, "size": 4)"), R"(/accelerators/0/cores/0: expected a member "hardware_id")", schema},
+        {"an identifier of 33 bits", core_with(R"("hardware_id": 4294967296, "address": 0, "size": 4)"),
+         "/accelerators/0/cores/0/hardware_id: expected " + word_expected, schema},
+        {"a core with an unknown member", core_with(R"("hardware_id": 1, "address": 0, "size": 4, "name": "x")"),
+         "/accelerators/0/cores/0/name: unknown member, expected one of hardware_id, address, size, registers", schema},
+        {"a core at an odd address", core_with(R"("hardware_id": 1, "address": 2, "size": 4)"),
+         "/accelerators/0/cores/0/address: expected a multiple of 4", code},
+        {"a core with an odd size", core_with(R"("hardware_id": 1, "address": 0, "size": 6)"),
+         "/accelerators/0/cores/0/size: expected a multiple of 4", code},
+        {"a core of nothing", core_with(R"("hardware_id": 1, "address": 0, "size": 0)"),
+         "/accelerators/0/cores/0/size: expected a size from 1 byte to 16 MiB", code},
+        {"a core of too much", core_with(R"("hardware_id": 1, "address": 0, "size": "17 MiB")"),
+         "/accelerators/0/cores/0/size: expected a size from 1 byte to 16 MiB", code},
+        {"a core past the last address", core_with(R"("hardware_id": 1, "address": "0x7ffffffffffffffc", "size": 8)"),
+         "/accelerators/0/cores/0/size: expected a size from 1 byte to 0x4", code},
+        {"cores that overlap", core_with(R"("hardware_id": 1, "address": 0, "size": 8}, {"hardware_id": 2, "address": 4, "size": 4)"),
+         "/accelerators/0/cores/1/address: expected at least 0x8, where the core before it ends", code},
+        {"registers in a list", core_with(R"("hardware_id": 1, "address": 0, "size": 8, "registers": [1])"),
+         R"(/accelerators/0/cores/0/registers: expected values by byte offset: { "0x10": "0x1" })", schema},
+        {"a register by name", core_with(R"("hardware_id": 1, "address": 0, "size": 8, "registers": {"RESET": 1})"),
+         "/accelerators/0/cores/0/registers/RESET: expected an offset such as 0x10, a multiple of 4 and less than 0x8", code},
+        {"a register behind a NUL", core_with(R"("hardware_id": 1, "address": 0, "size": 8, "registers": {"0x0\u0000": 1})"),
+         R"(/accelerators/0/cores/0/registers/0x0\x00: expected an offset such as 0x10, a multiple of 4 and less than 0x8)", code},
+        {"a register behind a NUL, with a value that is none", core_with(R"("hardware_id": 1, "address": 0, "size": 8, "registers": {"0x0\u0000%/": "z"})"),
+         R"(/accelerators/0/cores/0/registers/0x0\x00%~1: expected )" + word_expected, schema},
+        {"a register with a name that pointers escape", core_with(R"("hardware_id": 1, "address": 0, "size": 8, "registers": {"a/b~": 1})"),
+         "/accelerators/0/cores/0/registers/a~1b~0: expected an offset such as 0x10, a multiple of 4 and less than 0x8", code},
+        {"a register at a negative offset", core_with(R"("hardware_id": 1, "address": 0, "size": 8, "registers": {"0x-4": 1})"),
+         "/accelerators/0/cores/0/registers/0x-4: expected an offset such as 0x10, a multiple of 4 and less than 0x8", code},
+        {"a register of 33 bits", core_with(R"("hardware_id": 1, "address": 0, "size": 8, "registers": {"0x4": "0x100000000"})"),
+         "/accelerators/0/cores/0/registers/0x4: expected " + word_expected, schema},
+        {"a register at an odd offset", core_with(R"("hardware_id": 1, "address": 0, "size": 8, "registers": {"0x2": 1})"),
+         "/accelerators/0/cores/0/registers/0x2: expected an offset such as 0x10, a multiple of 4 and less than 0x8", code},
+        {"a register past the end", core_with(R"("hardware_id": 1, "address": 0, "size": 8, "registers": {"0x8": 1})"),
+         "/accelerators/0/cores/0/registers/0x8: expected an offset such as 0x10, a multiple of 4 and less than 0x8", code},
+        {"a register twice", core_with(R"("hardware_id": 1, "address": 0, "size": 8, "registers": {"0x4": 1, "0x04": 1})"),
+         "/accelerators/0/cores/0/registers/0x04: expected an offset that no other register of the core has", code},
+        {"no I2C, and its core", rack_with(R"("i2c": null, "cores": [{"hardware_id": 32, "address": 0, "size": 4}])"),
+         R"(/accelerators/0/i2c: expected {}, as "cores" has one with the hardware_id 32)", code},
+        {"a BMC without its core", rack_with(R"("bmc": {}, "cores": [])"),
+         R"(/accelerators/0/bmc: expected null, as "cores" has none with the hardware_id 48)", code},
+
+        // ---- several ----
+        {"the first of several", R"({"accelerators": [{"model": "a", "mmios": 99}, {"model": 1}]})",
+         "/accelerators/0/mmios: expected a number of MMIO spaces, 0 to 16", schema},
+    };
+    // clang-format on
+    return rows;
+}
+
+} // namespace ivra::tests

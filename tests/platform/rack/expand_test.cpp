@@ -1,0 +1,164 @@
+#include "bad_racks.h"
+
+#include "rack/expand.h"
+#include "rack/rack.h"
+#include "rack/text.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+namespace ivra::tests {
+
+namespace {
+
+using namespace ivra::virtual_platform;
+using namespace std::string_literals;
+
+/// The accelerators, without how the rack file spells them.
+std::vector<accelerator_t> contents(rack_t rack)
+{
+    for (accelerator_t& accelerator : rack.accelerators)
+        accelerator.text.clear();
+    return rack.accelerators;
+}
+
+void expect_to_expand_to_itself(const rack_t& rack)
+{
+    const std::string text = expand(rack);
+    const rack_t again = parse_rack(text, "expanded.json");
+    EXPECT_EQ(contents(again), contents(rack));
+    EXPECT_EQ(expand(again), text);
+}
+
+} // namespace
+
+TEST(expand, every_rack_that_comes_with_it_expands_to_itself)
+{
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator{IVRA_RACKS}) {
+        if (entry.path().extension() != ".json" || entry.path().filename() == "rack.schema.json")
+            continue;
+        SCOPED_TRACE(entry.path());
+        expect_to_expand_to_itself(load_rack(entry.path()));
+        ++count;
+    }
+    EXPECT_GE(count, 6U);
+}
+
+TEST(expand, a_rack_with_everything_unusual_expands_to_itself)
+{
+    const std::string rows[] = {
+        R"("name": null, "open": "ETIMEDOUT", "mmios": 0)",
+        R"("name": "\u0000\u001b\u007f\u0085\"\\é")",
+        R"("name": {"hex": "ff00"}, "uid": {"hex": "fe"}, "fpga": {"device": {"hex": "c0"}})",
+        R"("name": "", "fpga": {"device": ""})",
+        R"("mac_addresses": [])",
+        R"("mac_addresses": ["02:00:00:00:00:01", "02:00:00:00:00:00"])",
+        R"("mac_addresses": ["ff:ff:ff:ff:ff:ff", "00:00:00:00:00:00"])",
+        R"("mac_addresses": ["02:00:00:00:00:01", "02:00:00:00:00:01"])",
+        R"("fpga": {"temperature": 0.1})",
+        R"("fpga": {"temperature": -1.7976931348623157e308})",
+        R"("fpga": {"temperature": 5e-324})",
+        R"("fpga": {"temperature": 9007199254740993})",
+        R"("flash": {"size": 1023, "sector": 1, "sections": [{"start": 0, "size": 1023}]})",
+        R"("flash": {"sections": [{"name": "", "start": 0, "size": 1, "protected": true}]})",
+        R"("cores": [])",
+        R"("i2c": null)",
+        R"("bmc": {})",
+        R"("cores": [{"hardware_id": 48, "address": "0x7ffffffffffffff8", "size": 8, "registers": {"0x4": 0}}])",
+        R"("cores": [{"hardware_id": 4294967295, "address": 0, "size": "16 MiB", "registers": {"0xfffffc": 4294967295}}])",
+    };
+    for (const std::string& row : rows) {
+        SCOPED_TRACE(row);
+        expect_to_expand_to_itself(parse_rack(rack_with(row), "my.json"));
+    }
+}
+
+TEST(expand, says_everything_in_operators_units)
+{
+    const rack_t rack =
+        parse_rack(R"({"accelerators": [{"model": "m48l_xcvu7p", "uid": "0000:3b:00.0", "name": "virtual-x",
+        "fpga": {"device": "xcvu7p", "serial": "4002000001285C0F1A104285", "temperature": 45.5},
+        "mac_addresses": ["02:00:00:00:10:00", "02:00:00:00:10:01"],
+        "flash": {"sections": [{"start": 4096, "size": 16785408}]},
+        "cores": [{"hardware_id": 475, "address": 1048576, "size": 196608, "registers": {"0x10": 26}}]}]})",
+                   "my.json");
+    EXPECT_EQ(expand(rack), R"({
+  "accelerators": [
+    {
+      "name": "virtual-x",
+      "model": "m48l_xcvu7p",
+      "uid": "0000:3b:00.0",
+      "open": null,
+      "fpga": { "device": "xcvu7p", "serial": "4002000001285c0f1a104285", "temperature": 45.5 },
+      "mac_addresses": { "first": "02:00:00:00:10:00", "count": 2 },
+      "flash": {
+        "size": "128 MiB",
+        "sector": "64 KiB",
+        "sections": [{ "name": null, "start": "0x1000", "size": "0x1002000", "protected": false }]
+      },
+      "mmios": 1,
+      "cores": [{ "hardware_id": 475, "address": "0x100000", "size": "192 KiB", "registers": { "0x10": "0x1a" } }],
+      "i2c": null,
+      "bmc": null
+    }
+  ]
+}
+)");
+}
+
+TEST(expand, no_control_character_reaches_the_screen)
+{
+    const std::string text = expand(parse_rack(rack_with("\"name\": \"\\u001b\\u0000\x7f\xc2\x9b\""), "my.json"));
+    EXPECT_THAT(text, ::testing::HasSubstr(R"("\u001B\u0000\u007f\u009b")"));
+}
+
+TEST(starter, holds_the_models_in_turn_with_what_people_change)
+{
+    const rack_t rack = parse_rack(starter({"xilinx_u50", "m48l_xcvu7p"}, 3), "my.json");
+    ASSERT_EQ(rack.accelerators.size(), 3U);
+    EXPECT_EQ(rack.accelerators.at(0).model, "xilinx_u50");
+    EXPECT_EQ(rack.accelerators.at(1).model, "m48l_xcvu7p");
+    EXPECT_EQ(rack.accelerators.at(2).model, "xilinx_u50");
+    const rack_t defaults = parse_rack(
+        R"({"accelerators": [{"model": "xilinx_u50"}, {"model": "m48l_xcvu7p"}, {"model": "xilinx_u50"}]})", "my.json");
+    EXPECT_EQ(contents(rack), contents(defaults)); // it writes down what would be so anyway
+}
+
+TEST(text, makes_everything_visible_that_a_screen_would_obey)
+{
+    const std::pair<std::string, std::string> rows[] = {
+        {"plain \xc3\xa4 \xe2\x82\xac \xf0\x9f\x98\x80", "plain \xc3\xa4 \xe2\x82\xac \xf0\x9f\x98\x80"},
+        {"\x1b[2J\n\x7f\0"s, R"(\x1b[2J\x0a\x7f\x00)"},
+        {"\xc2\x9b", R"(\xc2\x9b)"}, // a control sequence introducer in one character
+        {"\xc2\xa0", "\xc2\xa0"},
+        {"\xff\xc3", R"(\xff\xc3)"},                 // a byte that is none of UTF-8, and half a character at the end
+        {"\xc0\x80", R"(\xc0\x80)"},                 // a longer form of NUL
+        {"\xe0\x9f\xbf", R"(\xe0\x9f\xbf)"},         // a longer form
+        {"\xed\xa0\x80", R"(\xed\xa0\x80)"},         // a surrogate
+        {"\xf4\x90\x80\x80", R"(\xf4\x90\x80\x80)"}, // beyond U+10FFFF
+        {"\xe2\x82"
+         "a",
+         R"(\xe2\x82a)"},
+    };
+    for (const auto& [text, shown] : rows) {
+        EXPECT_EQ(printable(text), shown);
+    }
+}
+
+TEST(text, sizes_have_the_largest_unit_that_says_them_exactly)
+{
+    EXPECT_EQ(size_text(0), "0x0");
+    EXPECT_EQ(size_text(1), "0x1");
+    EXPECT_EQ(size_text(1024), "1 KiB");
+    EXPECT_EQ(size_text(65536), "64 KiB");
+    EXPECT_EQ(size_text(0x1002000), "0x1002000");
+    EXPECT_EQ(size_text(128U << 20U), "128 MiB");
+    EXPECT_EQ(size_text(std::uint64_t{4} << 30U), "4 GiB");
+    EXPECT_EQ(size_text(UINT64_MAX), "0xffffffffffffffff");
+}
+
+} // namespace ivra::tests

@@ -1,0 +1,114 @@
+#include "bad_racks.h"
+
+#include "support/process.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+namespace ivra::tests {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Arguments: the schema, then files. Prints "good" or "bad" for each.
+const char* const referee = R"python(
+import json, sys
+import jsonschema
+schema = json.load(open(sys.argv[1]))
+jsonschema.Draft4Validator.check_schema(schema)
+validator = jsonschema.Draft4Validator(schema)
+for name in sys.argv[2:]:
+    print("good" if validator.is_valid(json.load(open(name))) else "bad")
+)python";
+
+/// Every part of the schema that stands for a value has to say what is expected there.
+const char* const wording = R"python(
+import json, sys
+def walk(schema, place):
+    if "$ref" in schema:
+        return
+    assert schema.get("description"), place
+    count[0] += 1
+    for name, below in schema.get("properties", {}).items():
+        walk(below, place + "/" + name)
+    if isinstance(schema.get("additionalProperties"), dict):
+        walk(schema["additionalProperties"], place + "/additionalProperties")
+    if "items" in schema:
+        walk(schema["items"], place + "/items")
+    unknown = {"allOf", "anyOf", "oneOf", "not", "dependencies", "patternProperties"} & set(schema)
+    assert not unknown, (place, unknown) # an alternative has no one place that is wrong
+count = [0]
+schema = json.load(open(sys.argv[1]))
+walk(schema, "")
+for name, below in schema["definitions"].items():
+    walk(below, name)
+print(count[0])
+)python";
+
+const std::string schema_file = IVRA_RACKS "/rack.schema.json";
+
+std::vector<std::string> verdicts(const std::vector<fs::path>& files)
+{
+    std::vector<std::string> arguments{"-c", referee, schema_file};
+    for (const fs::path& file : files)
+        arguments.push_back(file.string());
+    const run_t run = run_program("/usr/bin/python3", arguments);
+    EXPECT_EQ(run.status, 0) << "python3-jsonschema: " << run.err;
+    std::vector<std::string> lines;
+    std::istringstream stream{run.out};
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    EXPECT_EQ(lines.size(), files.size());
+    lines.resize(files.size());
+    return lines;
+}
+
+} // namespace
+
+TEST(schema, an_independent_validator_takes_every_rack_that_comes_with_it)
+{
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::directory_iterator{IVRA_RACKS})
+        if (entry.path().extension() == ".json" && entry.path() != schema_file)
+            files.push_back(entry.path());
+    ASSERT_GE(files.size(), 6U);
+    const std::vector<std::string> results = verdicts(files);
+    for (std::size_t at = 0; at < files.size(); ++at)
+        EXPECT_EQ(results[at], "good") << files[at];
+}
+
+TEST(schema, an_independent_validator_refuses_what_we_refuse_by_the_schema_and_nothing_else)
+{
+    std::string name = fs::temp_directory_path() / "rack-tests-XXXXXX";
+    const fs::path folder = ::mkdtemp(name.data());
+    std::vector<fs::path> files;
+    std::vector<const bad_rack_t*> rows;
+    for (const bad_rack_t& row : bad_racks()) {
+        if (row.seen_by == seen_by_t::parser)
+            continue;
+        files.push_back(folder / (std::to_string(files.size()) + ".json"));
+        rows.push_back(&row);
+        std::ofstream{files.back(), std::ios::binary} << row.text;
+    }
+    const std::vector<std::string> results = verdicts(files);
+    for (std::size_t at = 0; at < files.size(); ++at)
+        EXPECT_EQ(results[at], rows[at]->seen_by == seen_by_t::schema ? "bad" : "good") << rows[at]->why;
+    fs::remove_all(folder);
+}
+
+TEST(schema, every_part_of_it_says_what_is_expected_there)
+{
+    const run_t run = run_program("/usr/bin/python3", {"-c", wording, schema_file});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_GT(std::stoi("0" + run.out), 20);
+}
+
+} // namespace ivra::tests

@@ -1,0 +1,448 @@
+#include "bad_racks.h"
+
+#include "rack/rack.h"
+#include "state/state.h"
+#include "support/process.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+namespace ivra::tests {
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::StartsWith;
+namespace fs = std::filesystem;
+namespace vp = ivra::virtual_platform;
+
+/// Racks and a state folder that go with the test.
+class tool : public ::testing::Test
+{
+protected:
+    tool()
+    {
+        std::string name = fs::temp_directory_path() / "rack-tests-XXXXXX";
+        folder = fs::canonical(::mkdtemp(name.data()));
+        state = folder / "state";
+    }
+    ~tool() override
+    {
+        std::error_code ignored;
+        fs::remove_all(folder, ignored);
+    }
+
+    fs::path file(const std::string& name, const std::string& text) const
+    {
+        std::ofstream{folder / name, std::ios::binary} << text;
+        return folder / name;
+    }
+
+    run_t run(const std::vector<std::string>& words, streams_t streams = {}) const
+    {
+        return run_program(IVRA_VIRTUAL_COMMAND, words, {"IVRA_VIRTUAL_STATE=" + state.string()}, streams);
+    }
+
+    /// Does something to a board of the rack, as the platform libraries would.
+    template <class Use>
+    void use_board(const fs::path& rack_file, std::size_t index, Use use) const
+    {
+        const run_t child = run_in_child([&] {
+            ::setenv("IVRA_VIRTUAL_STATE", state.c_str(), 1);
+            const vp::rack_t rack = vp::load_rack(rack_file);
+            vp::board_state board = vp::board_state::open(rack, rack.accelerators.at(index));
+            use(board);
+        });
+        ASSERT_EQ(child.status, 0) << child.err;
+    }
+
+    void use_board(const fs::path& rack_file, std::size_t index) const
+    {
+        use_board(rack_file, index, [](vp::board_state&) {});
+    }
+
+    fs::path folder;
+    fs::path state;
+};
+
+const std::string two_boards = R"({"accelerators": [
+    {"name": "virtual-a", "model": "xilinx_u200", "uid": "0000:01:00.0",
+     "fpga": {"device": "xcu200-fsgd2104-2-e", "serial": "4002000001285c0f1a104285", "temperature": 45.5},
+     "mac_addresses": {"first": "02:00:00:00:10:00", "count": 4}},
+    {"name": null, "model": "odd\u001b[2J", "uid": "0000:02:00.0", "open": "EACCES", "mmios": 0, "cores": [],
+     "fpga": {"device": "xc", "serial": "000000000000000000000001", "temperature": -3},
+     "mac_addresses": ["02:00:00:00:10:00", "02:00:00:00:30:00"],
+     "flash": {"size": "1 MiB", "sector": "4 KiB", "sections": [{"start": "0x0", "size": "64 KiB"}]}}]})";
+
+std::string shown_boards(const std::string& first_flash_line_end, const std::string& first_state)
+{
+    return R"(
+0  virtual-a
+   Model          xilinx_u200
+   UID            0000:01:00.0
+   FPGA           xcu200-fsgd2104-2-e, 45.5 °C
+   FPGA serial    0x4002000001285c0f1a104285
+   MAC addresses  02:00:00:00:10:00 - 02:00:00:00:10:03
+   Flash          128 MiB in sectors of 64 KiB
+                  PGM     0x0000000 - 0x1001fff
+                  USR     0x1002000 - 0x6001fff
+                  PARAMS  0x7fc0000 - 0x7fcffff  protected
+                  PARAMS  0x7fd0000 - 0x7fdffff)" +
+           first_flash_line_end + R"(
+                  OTP     0x7ff0000 - 0x7ff0fff
+   Cores          0x000000 - 0x000fff  1    top-level core
+                  0x010000 - 0x010fff  16   flash controller
+                  0x020000 - 0x020fff  32   I2C controller
+                  0x100000 - 0x12ffff  475  card management controller
+   State          )" +
+           first_state + R"(
+
+1  (no name)
+   Model          odd\x1b[2J
+   UID            0000:02:00.0
+   Opening        fails with EACCES
+   FPGA           xc, -3 °C
+   FPGA serial    0x000000000000000000000001
+   MAC addresses  02:00:00:00:10:00
+                  02:00:00:00:30:00
+   Flash          1 MiB in sectors of 4 KiB
+                  (no name)  0x00000 - 0x0ffff
+   MMIO spaces    0
+   Cores          none below the root
+   State          not used yet
+)";
+}
+
+} // namespace
+
+// ---- check ----
+
+TEST_F(tool, check_says_that_a_rack_is_good_and_how_many_accelerators_it_has)
+{
+    const fs::path none = file("none.json", R"({"accelerators": []})");
+    const fs::path one = file("one.json", R"({"accelerators": [{"model": "a"}]})");
+    const fs::path two = file("two.json", two_boards);
+    const run_t result = run({"check", none, one, two});
+    EXPECT_EQ(result.out, none.string() + ": good, no accelerators\n" + one.string() + ": good, 1 accelerator\n" +
+                              two.string() + ": good, 2 accelerators\n");
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(tool, check_says_the_place_of_a_mistake_and_still_checks_the_other_racks)
+{
+    const fs::path bad = file("bad.json", R"({"accelerators": [{"model": "a", "mmios": -1}]})");
+    const fs::path good = file("good.json", R"({"accelerators": []})");
+    const run_t result = run({"check", bad, folder / "missing.json", good});
+    EXPECT_EQ(result.out, good.string() + ": good, no accelerators\n");
+    EXPECT_EQ(result.err, "ivra-virtual: " + bad.string() +
+                              ": /accelerators/0/mmios: expected a number of MMIO spaces, 0 to 16\n"
+                              "ivra-virtual: " +
+                              (folder / "missing.json").string() + ": cannot be read: No such file or directory\n");
+    EXPECT_EQ(result.status, 1);
+}
+
+// ---- show ----
+
+TEST_F(tool, show_tells_what_is_plugged_where_and_that_it_was_not_used)
+{
+    const fs::path rack = file("rack.json", two_boards);
+    const run_t result = run({"show", rack});
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.out, StartsWith("Rack   " + rack.string() + "\nState  " + state.string() + "/"));
+    EXPECT_EQ(result.out.substr(result.out.find("\n\n") + 1), shown_boards("", "not used yet"));
+    EXPECT_FALSE(fs::exists(state)); // looking leaves no trace
+}
+
+TEST_F(tool, show_tells_what_a_used_board_remembers)
+{
+    const fs::path rack = file("rack.json", two_boards);
+    use_board(rack, 0);
+    EXPECT_THAT(run({"show", rack}).out, HasSubstr(shown_boards("", "used, flash erased")));
+    use_board(rack, 0, [](vp::board_state& board) {
+        const std::uint8_t bytes[] = {1, 2, 3};
+        board.flash().write(0x7fd0000, bytes);
+    });
+    EXPECT_THAT(run({"show", rack}).out,
+                HasSubstr(shown_boards("  holds data in 1 sector", "used, flash holds data in 1 sector")));
+}
+
+TEST_F(tool, show_tells_that_a_changed_board_starts_anew)
+{
+    const fs::path rack = file("rack.json", two_boards);
+    use_board(rack, 0);
+    std::string changed = two_boards;
+    changed.replace(changed.find("45.5"), 4, "45.0");
+    file("rack.json", changed);
+    EXPECT_THAT(run({"show", rack}).out, HasSubstr("   State          out of date, starts anew with the next use\n"));
+}
+
+TEST_F(tool, show_fits_80_columns_for_every_rack_of_ours)
+{
+    for (const auto& entry : fs::directory_iterator{IVRA_RACKS}) {
+        if (entry.path().extension() != ".json" || entry.path().filename() == "rack.schema.json")
+            continue;
+        const run_t result = run({"show", entry.path()});
+        EXPECT_EQ(result.status, 0) << result.err;
+        std::istringstream lines{result.out.substr(result.out.find("\n\n"))}; // paths may be of any length
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_LE(line.size(), 80U) << line;
+    }
+}
+
+TEST_F(tool, show_of_an_empty_rack_says_so)
+{
+    const fs::path rack = file("none.json", R"({"accelerators": []})");
+    EXPECT_THAT(run({"show", rack}).out, ::testing::EndsWith("\n\nNo accelerators\n"));
+}
+
+// ---- expand and new ----
+
+TEST_F(tool, expand_prints_a_rack_that_expands_to_itself)
+{
+    const run_t first = run({"expand", file("rack.json", two_boards)});
+    EXPECT_EQ(first.status, 0) << first.err;
+    EXPECT_THAT(first.out, HasSubstr(R"("i2c": {})"));
+    const run_t second = run({"expand", file("again.json", first.out)});
+    EXPECT_EQ(second.out, first.out);
+}
+
+TEST_F(tool, new_prints_a_good_rack_for_every_model)
+{
+    const std::vector<std::string> models{"xilinx_u200",     "xilinx_u250",     "xilinx_u50", "xilinx_u55c",
+                                          "bittware_xupp3r", "bittware_xupvv8", "ivra_fpb2",  "m48e_emu_xcvu9p",
+                                          "m48l_xcvu7p",     "m48lb_xcvu9p"};
+    for (const std::string& model : models) {
+        const run_t result = run({"new", model});
+        EXPECT_EQ(result.status, 0) << result.err;
+        const vp::rack_t rack = vp::parse_rack(result.out, "new.json");
+        ASSERT_EQ(rack.accelerators.size(), 1U);
+        EXPECT_EQ(rack.accelerators.at(0).model, model);
+    }
+}
+
+TEST_F(tool, new_makes_as_many_boards_as_it_is_told)
+{
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"new", "--count=3", "xilinx_u50", "ivra_fpb2"},
+          {"new", "xilinx_u50", "--count", "3", "ivra_fpb2"}}) {
+        const vp::rack_t rack = vp::parse_rack(run(words).out, "new.json");
+        ASSERT_EQ(rack.accelerators.size(), 3U);
+        EXPECT_EQ(rack.accelerators.at(1).model, "ivra_fpb2");
+        EXPECT_EQ(rack.accelerators.at(2).model, "xilinx_u50");
+    }
+    EXPECT_EQ(vp::parse_rack(run({"new", "xilinx_u50", "ivra_fpb2"}).out, "new.json").accelerators.size(), 2U);
+    EXPECT_EQ(vp::parse_rack(run({"new", "--count=0", "ivra_fpb2"}).out, "new.json").accelerators.size(), 0U);
+}
+
+// ---- reset ----
+
+TEST_F(tool, reset_of_a_rack_forgets_its_boards_and_no_others)
+{
+    const fs::path first = file("first.json", two_boards);
+    const fs::path second = file("second.json", two_boards);
+    use_board(first, 0);
+    use_board(first, 1);
+    use_board(second, 0);
+    const run_t result = run({"reset", first});
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.out, StartsWith("Forgot 2 boards: " + state.string() + "/"));
+    EXPECT_THAT(result.out, HasSubstr("first.json\n"));
+    EXPECT_THAT(run({"show", first}).out, ::testing::Not(HasSubstr("used,")));
+    EXPECT_THAT(run({"show", second}).out, HasSubstr("used, flash erased"));
+    EXPECT_EQ(run({"reset", first}).out, "Nothing to forget: no board of " + first.string() + " has been used\n");
+}
+
+TEST_F(tool, reset_of_a_rack_works_after_its_file_is_gone_and_through_another_name_of_it)
+{
+    const fs::path rack = file("rack.json", two_boards);
+    use_board(rack, 0);
+    fs::create_symlink("rack.json", folder / "link.json");
+    EXPECT_THAT(run({"reset", folder / "link.json"}).out, StartsWith("Forgot 1 board: "));
+    use_board(rack, 0);
+    fs::remove(rack);
+    EXPECT_THAT(run({"reset", rack}).out, StartsWith("Forgot 1 board: "));
+}
+
+TEST_F(tool, reset_without_a_rack_forgets_all)
+{
+    EXPECT_EQ(run({"reset"}).out, "Nothing to forget: no board has been used\n");
+    const fs::path first = file("first.json", two_boards);
+    const fs::path second = file("second.json", two_boards);
+    use_board(first, 0);
+    use_board(second, 0);
+    const run_t result = run({"reset"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("first.json\n"));
+    EXPECT_THAT(result.out, HasSubstr("second.json\n"));
+    EXPECT_THAT(run({"show", first}).out, ::testing::Not(HasSubstr("used,")));
+    EXPECT_EQ(run({"reset"}).out, "Nothing to forget: no board has been used\n");
+}
+
+TEST_F(tool, reset_leaves_a_folder_alone_that_holds_something_else)
+{
+    const fs::path rack = file("rack.json", two_boards);
+    use_board(rack, 0);
+    fs::create_directory(state / "Documents");
+    std::ofstream{state / "Documents/letter.txt"} << "dear";
+    const run_t result = run({"reset"});
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "ivra-virtual: reset: " + (state / "Documents").string() +
+                              ": expected a folder with states of boards; nothing was removed\n");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(fs::exists(state / "Documents/letter.txt"));
+    EXPECT_THAT(run({"show", rack}).out, HasSubstr("used, flash erased"));
+}
+
+TEST_F(tool, reset_leaves_a_racks_folder_alone_that_holds_something_else)
+{
+    const fs::path rack = file("rack.json", two_boards);
+    use_board(rack, 0);
+    fs::path rack_folder;
+    for (const auto& entry : fs::directory_iterator{state})
+        if (entry.path().filename().string()[0] != '.')
+            rack_folder = entry.path();
+    std::ofstream{rack_folder / "letter.txt"} << "dear";
+    for (const std::vector<std::string>& words : {std::vector<std::string>{"reset"}, {"reset", rack.string()}}) {
+        const run_t result = run(words);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, "ivra-virtual: reset: " + (rack_folder / "letter.txt").string() +
+                                  ": expected the state of a board; nothing was removed\n");
+        EXPECT_EQ(result.status, 1);
+    }
+    EXPECT_TRUE(fs::exists(rack_folder / "letter.txt"));
+    EXPECT_THAT(run({"show", rack}).out, HasSubstr("used, flash erased"));
+}
+
+TEST_F(tool, reset_never_follows_a_symbolic_link)
+{
+    const fs::path rack = file("rack.json", two_boards);
+    use_board(rack, 0);
+    const fs::path other = folder / "other";
+    fs::rename(state, other); // states of boards indeed, but of another folder
+    fs::create_directory(state);
+    std::vector<fs::path> kept;
+    for (const auto& entry : fs::directory_iterator{other})
+        if (entry.path().filename().string()[0] != '.') {
+            fs::create_symlink(entry.path(), state / entry.path().filename());
+            kept.push_back(entry.path());
+        }
+    ASSERT_EQ(kept.size(), 1U);
+    EXPECT_EQ(run({"reset"}).status, 1);
+    EXPECT_EQ(run({"reset", rack}).status, 1);
+    EXPECT_TRUE(fs::exists(kept[0] / "0000:01:00.0"));
+}
+
+// ---- the command line ----
+
+TEST_F(tool, a_command_line_that_nobody_could_have_meant_is_64_and_says_where_help_is)
+{
+    const std::string models = "xilinx_u200, xilinx_u250, xilinx_u50, xilinx_u55c, bittware_xupp3r, bittware_xupvv8, "
+                               "ivra_fpb2, m48e_emu_xcvu9p, m48l_xcvu7p, m48lb_xcvu9p";
+    struct row_t
+    {
+        std::vector<std::string> words;
+        std::string message;
+        std::string help;
+    };
+    const row_t rows[] = {
+        {{}, "expected a command", "--help"},
+        {{""}, "unknown command \"\"", "--help"},
+        {{"chekc", "x"}, "unknown command \"chekc\"", "--help"},
+        {{"--verbose"}, "unknown option \"--verbose\"", "--help"},
+        {{"check"}, "check: expected RACK...", "check --help"},
+        {{"show"}, "show: expected RACK", "show --help"},
+        {{"show", "a", "b"}, "show: unexpected argument \"b\"", "show --help"},
+        {{"expand", "a", "b"}, "expand: unexpected argument \"b\"", "expand --help"},
+        {{"reset", "a", "\x1b[2J"}, "reset: unexpected argument \"\\x1b[2J\"", "reset --help"},
+        {{"reset", "--all"}, "reset: unknown option \"--all\"", "reset --help"},
+        {{"reset", "--count=3"}, "reset: unknown option \"--count=3\"", "reset --help"},
+        {{"new"}, "new: expected [--count=N] MODEL...", "new --help"},
+        {{"new", "xilinx_u51"}, "new: unknown model \"xilinx_u51\", expected one of " + models, "new --help"},
+        {{"new", "--count=", "ivra_fpb2"}, "new: --count is \"\", expected a number from 0 to 65536", "new --help"},
+        {{"new", "--count=-1", "ivra_fpb2"}, "new: --count is \"-1\", expected a number from 0 to 65536", "new --help"},
+        {{"new", "--count=65537", "ivra_fpb2"},
+         "new: --count is \"65537\", expected a number from 0 to 65536",
+         "new --help"},
+        {{"new", "--count=9x", "ivra_fpb2"}, "new: --count is \"9x\", expected a number from 0 to 65536", "new --help"},
+        {{"new", "ivra_fpb2", "--count"}, "new: --count: expected a number after it", "new --help"},
+        {{"new", "--counter=1", "ivra_fpb2"}, "new: unknown option \"--counter=1\"", "new --help"},
+    };
+    for (const row_t& row : rows) {
+        const run_t result = run(row.words);
+        EXPECT_EQ(result.err,
+                  "ivra-virtual: " + row.message + "\nivra-virtual: try \"ivra-virtual " + row.help + "\"\n");
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.status, 64);
+    }
+}
+
+TEST_F(tool, two_dashes_end_the_options)
+{
+    const run_t result = run({"check", "--", "--help"});
+    EXPECT_EQ(result.err, "ivra-virtual: --help: cannot be read: No such file or directory\n");
+    EXPECT_EQ(result.status, 1);
+}
+
+TEST_F(tool, help_names_every_command_and_fits_80_columns)
+{
+    const std::vector<std::vector<std::string>> lines_of{{"--help"},         {"-h"},           {"check", "--help"},
+                                                         {"show", "--help"}, {"expand", "-h"}, {"reset", "x", "--help"},
+                                                         {"new", "--help"}};
+    for (const std::vector<std::string>& words : lines_of) {
+        const run_t result = run(words);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "");
+        EXPECT_THAT(result.out, StartsWith("USAGE\n  ivra-virtual "));
+        std::istringstream lines{result.out};
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_LE(line.size(), 79U) << line;
+    }
+    for (const char* command : {"check", "show", "expand", "reset", "new"})
+        EXPECT_THAT(run({"--help"}).out, HasSubstr("\n  " + std::string{command} + " "));
+}
+
+TEST_F(tool, version_is_one_line)
+{
+    const run_t result = run({"--version"});
+    EXPECT_THAT(result.out, MatchesRegex("ivra-virtual [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+    EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(tool, an_output_that_cannot_be_written_is_a_failure_that_says_why)
+{
+    const run_t full = run({"new", "xilinx_u50"}, {.out = stream_t::full_disk});
+    EXPECT_EQ(full.err, "ivra-virtual: cannot write to standard output: No space left on device\n");
+    EXPECT_EQ(full.status, 1);
+    const run_t closed = run({"--help"}, {.out = stream_t::closed});
+    EXPECT_EQ(closed.err, "ivra-virtual: cannot write to standard output: Bad file descriptor\n");
+    EXPECT_EQ(closed.status, 1);
+}
+
+TEST_F(tool, a_reader_that_went_away_is_a_failure_without_a_message)
+{
+    const run_t result = run({"--version"}, {.out = stream_t::broken_pipe});
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, 1);
+}
+
+TEST_F(tool, a_failing_output_stops_no_reset_half_way)
+{
+    const fs::path rack = file("rack.json", two_boards);
+    use_board(rack, 0);
+    EXPECT_EQ(run({"reset", rack}, {.out = stream_t::full_disk}).status, 1);
+    EXPECT_THAT(run({"show", rack}).out, ::testing::Not(HasSubstr("used,")));
+}
+
+} // namespace ivra::tests
