@@ -1,0 +1,18 @@
+#ifndef IVRA_VIRTUAL_API_H
+#define IVRA_VIRTUAL_API_H
+
+// The platform's C interface, seen from inside: what it declares is exported.
+#pragma GCC visibility push(default)
+#include <ivra/flash.h>
+#include <ivra/hw.h>
+#include <ivra/hw_top.h>
+#include <ivra/i2c.h>
+#include <ivra/log.h>
+#include <ivra/mac_address.h>
+#include <ivra/uart.h>
+#pragma GCC visibility pop
+
+/// What libivra-cores-c uses of libivra-hw-c beside the C interface; nothing else leaves the library.
+#define IVRA_VIRTUAL_SHARED __attribute__((visibility("default")))
+
+#endif

@@ -1,0 +1,80 @@
+#ifndef IVRA_VIRTUAL_STATE_H
+#define IVRA_VIRTUAL_STATE_H
+
+#include "rack/rack.h"
+#include "state/flash_memory.h"
+#include "state/mapped_file.h"
+#include "state/register_file.h"
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace ivra::virtual_platform {
+
+/// A file name for any text, another one for another text, and readable: "/" becomes "+", everything that is not plain
+/// becomes "%" and two hexadecimal digits. It never begins with ".": such names are the state's own.
+std::string file_name(std::string_view text);
+
+/// Folder of every rack's state: IVRA_VIRTUAL_STATE, or "ivra-virtual" in the user's state folder (XDG_STATE_HOME, else
+/// ~/.local/state). Nothing is created by asking. Throws std::system_error when there is no home to put it in.
+std::filesystem::path state_root();
+
+/// Folder of one rack's boards, named after the rack file's full path. Nothing is created by asking.
+std::filesystem::path rack_state_folder(const std::filesystem::path& rack_file);
+
+/// Folder of what one board remembers. Nothing is created by asking.
+std::filesystem::path board_state_folder(const rack_t& rack, const accelerator_t& accelerator);
+
+/// Folder of the files behind the mutexes that the processes of this host share. It is no board's, and is never
+/// removed: two processes would hold one mutex.
+std::filesystem::path mutex_folder();
+
+/// Creates a folder and its parents for this user alone (mode 0700). Throws std::system_error.
+void create_private_folder(const std::filesystem::path& folder);
+
+/// What one board remembers: the contents of its flash and the registers of its cores, in files that are mapped shared,
+/// so that every process that has the board open sees the same bytes. It is released when the object goes.
+class board_state
+{
+public:
+    /// Opens what the board remembers. It is made from the rack when there is none, when the accelerator's text in the
+    /// rack is not the one that it was made from, or when it is damaged. Any number of processes may do so at once.
+    /// Throws std::system_error with the path.
+    static board_state open(const rack_t& rack, const accelerator_t& accelerator);
+
+    /// Opens what the board remembers for looking at it. Nothing when there is none, or none that open() would use.
+    /// Throws std::system_error with the path.
+    static std::optional<board_state> open_existing(const rack_t& rack, const accelerator_t& accelerator);
+
+    /// Why open() threw away what the board remembered; empty when it did not.
+    const std::string& restart_reason() const { return restart_reason_; }
+
+    flash_memory& flash() { return flash_; }
+    const flash_memory& flash() const { return flash_; }
+
+    /// Registers of all cores; a core is given as a member of the accelerator's `cores`.
+    register_file& registers() { return registers_; }
+    const register_file& registers() const { return registers_; }
+
+private:
+    board_state(flash_memory flash, register_file registers);
+    static std::optional<board_state> open_matching(const rack_t& rack, const accelerator_t& accelerator,
+                                                    file_access access, std::string& mismatch);
+
+    std::string restart_reason_;
+    flash_memory flash_;
+    register_file registers_;
+};
+
+/// Each forgets what is remembered, as a factory reset does, and tells whether there was anything. Processes that have
+/// a board open keep what they opened. Throws std::system_error.
+bool forget_board(const rack_t& rack, const accelerator_t& accelerator);
+bool forget_rack(const std::filesystem::path& rack_file); ///< all boards of one rack; the file need not exist
+bool forget_all();                                        ///< all boards of all racks
+
+} // namespace ivra::virtual_platform
+
+#endif
