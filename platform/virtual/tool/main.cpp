@@ -1,0 +1,258 @@
+#include "commands.h"
+#include "output.h"
+
+#include "rack/defaults.h"
+#include "rack/expand.h"
+#include "rack/rack.h"
+#include "rack/text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstddef>
+#include <exception>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+namespace ivra::virtual_platform {
+
+namespace {
+
+constexpr int exit_success = 0;
+constexpr int exit_failure = 1;
+constexpr int exit_usage = 64;
+
+/// A command line that nobody could have meant.
+class usage_error : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The words of a command line after the command.
+struct words_t
+{
+    std::vector<std::string> arguments;
+    std::optional<std::size_t> count; ///< of --count
+};
+
+std::string accelerator_count(std::size_t count)
+{
+    if (count == 0)
+        return "no accelerators";
+    return std::to_string(count) + (count == 1 ? " accelerator" : " accelerators");
+}
+
+int check(const words_t& words)
+{
+    int status = exit_success;
+    for (const std::string& file : words.arguments) {
+        try {
+            print(printable(file) + ": good, " + accelerator_count(load_rack(file).accelerators.size()) + '\n');
+        } catch (const rack_error& error) {
+            print_error(error.what());
+            status = exit_failure;
+        }
+    }
+    return status;
+}
+
+int show_command(const words_t& words)
+{
+    show(load_rack(words.arguments.front()));
+    return exit_success;
+}
+
+int expand_command(const words_t& words)
+{
+    print(expand(load_rack(words.arguments.front())));
+    return exit_success;
+}
+
+int reset(const words_t& words)
+{
+    if (words.arguments.empty())
+        reset_all();
+    else
+        reset_rack(words.arguments.front());
+    return exit_success;
+}
+
+int new_rack(const words_t& words)
+{
+    for (const std::string& name : words.arguments) {
+        if (std::ranges::find(known_models(), name, &model_t::model) != known_models().end())
+            continue;
+        std::string known;
+        for (const model_t& model : known_models())
+            known += (known.empty() ? "" : ", ") + std::string{model.model};
+        throw usage_error{"unknown model \"" + name + "\", expected one of " + known};
+    }
+    print(starter(words.arguments, words.count.value_or(words.arguments.size())));
+    return exit_success;
+}
+
+struct command_t
+{
+    std::string_view name;
+    std::string_view arguments;
+    std::string_view summary;
+    std::string_view help;
+    std::size_t fewest, most; ///< arguments
+    bool has_count;
+    int (*run)(const words_t& words);
+};
+
+constexpr std::size_t any_number = 1000;
+
+// clang-format off
+constexpr command_t commands[] = {
+    {"check", "RACK...", "Say whether rack files are good, or what is wrong",
+     "Reads each rack file and checks it. The first mistake of each is said on\n"
+     "standard error: the file, the place in it, and what was expected there.\n"
+     "The exit status is 0 when every file is good, else 1.\n",
+     1, any_number, false, &check},
+    {"show", "RACK", "Show what is plugged where, and its state now",
+     "Shows every accelerator of the rack: what it is, what its flash and its\n"
+     "design hold, and what it remembers from being used.\n",
+     1, 1, false, &show_command},
+    {"expand", "RACK", "Print the rack with every default filled in",
+     "Prints a rack file that says everything: what the given one leaves out has\n"
+     "its default. The result is a rack of the same accelerators.\n",
+     1, 1, false, &expand_command},
+    {"reset", "[RACK]", "Make the boards of a rack, or all, forget",
+     "Removes what the boards of the rack remember, as a factory reset would; the\n"
+     "rack file need not exist any more. Without a rack: the boards of all racks.\n"
+     "Says what was removed. A folder that holds anything else is left alone.\n",
+     0, 1, false, &reset},
+    {"new", "[--count=N] MODEL...", "Print a rack to start from",
+     "Prints a rack file with a board of each model, ready to be edited. Models:\n"
+     "  xilinx_u200 xilinx_u250 xilinx_u50 xilinx_u55c bittware_xupp3r\n"
+     "  bittware_xupvv8 ivra_fpb2 m48e_emu_xcvu9p m48l_xcvu7p m48lb_xcvu9p\n"
+     "\n"
+     "  --count=N    N boards, up to 65536, of the models in turn\n",
+     1, any_number, true, &new_rack},
+};
+// clang-format on
+
+std::string program_help()
+{
+    std::string text = "USAGE\n  ivra-virtual COMMAND [ARGUMENT...]\n\n"
+                       "Works with racks: the files that describe the simulated boards of the virtual\n"
+                       "platform.\n\nCOMMANDS\n";
+    for (const command_t& command : commands) {
+        std::string usage = "  " + std::string{command.name} + ' ' + std::string{command.arguments};
+        usage.resize(std::max<std::size_t>(usage.size(), 28), ' ');
+        text += usage + std::string{command.summary} + '\n';
+    }
+    return text + "\nOPTIONS\n"
+                  "  -h, --help                Show this help, or that of the command before it\n"
+                  "      --version             Show the version\n\n"
+                  "ENVIRONMENT\n"
+                  "  IVRA_VIRTUAL_STATE        Folder of what boards remember; if not set,\n"
+                  "                            ivra-virtual in the user's state folder\n";
+}
+
+std::string command_help(const command_t& command)
+{
+    return "USAGE\n  ivra-virtual " + std::string{command.name} + ' ' + std::string{command.arguments} + "\n\n" +
+           std::string{command.help};
+}
+
+std::size_t parse_count(const std::string& text)
+{
+    std::size_t count = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+    if (error != std::errc{} || end != text.data() + text.size() || count > 65536)
+        throw usage_error{"--count is \"" + text + "\", expected a number from 0 to 65536"};
+    return count;
+}
+
+bool is_help(std::string_view word)
+{
+    return word == "--help" || word == "-h";
+}
+
+/// Runs a command with the words after its name. Throws usage_error, and what the command throws.
+int run_command(const command_t& command, const std::vector<std::string>& words)
+{
+    constexpr std::string_view count_option = "--count";
+    words_t parsed;
+    bool options_ended = false;
+    for (std::size_t at = 0; at < words.size(); ++at) {
+        const std::string& word = words[at];
+        if (options_ended || word.size() < 2 || word[0] != '-') {
+            parsed.arguments.push_back(word);
+        } else if (word == "--") {
+            options_ended = true;
+        } else if (is_help(word)) {
+            print(command_help(command));
+            return exit_success;
+        } else if (command.has_count && word.starts_with("--count=")) {
+            parsed.count = parse_count(word.substr(count_option.size() + 1));
+        } else if (command.has_count && word == count_option) {
+            if (++at == words.size())
+                throw usage_error{"--count: expected a number after it"};
+            parsed.count = parse_count(words[at]);
+        } else {
+            throw usage_error{"unknown option \"" + word + '"'};
+        }
+    }
+    if (parsed.arguments.size() < command.fewest)
+        throw usage_error{"expected " + std::string{command.arguments}};
+    if (parsed.arguments.size() > command.most)
+        throw usage_error{"unexpected argument \"" + parsed.arguments[command.most] + '"'};
+    return command.run(parsed);
+}
+
+int usage(const std::string& message, std::string_view command)
+{
+    const std::string name = command.empty() ? "" : std::string{command} + ": ";
+    const std::string help = command.empty() ? "" : ' ' + std::string{command};
+    print_error(name + message);
+    print_error("try \"ivra-virtual" + help + " --help\"");
+    return exit_usage;
+}
+
+int run(const std::vector<std::string>& words)
+{
+    if (words.empty())
+        return usage("expected a command", "");
+    const std::string& word = words.front();
+    if (is_help(word)) {
+        print(program_help());
+        return exit_success;
+    }
+    if (word == "--version") {
+        print("ivra-virtual " IVRA_VERSION "\n");
+        return exit_success;
+    }
+    const auto* const command = std::ranges::find(commands, word, &command_t::name);
+    if (command == std::end(commands))
+        return usage((word.starts_with('-') ? "unknown option \"" : "unknown command \"") + word + '"', "");
+    try {
+        return run_command(*command, {words.begin() + 1, words.end()});
+    } catch (const usage_error& error) {
+        return usage(error.what(), command->name);
+    } catch (const rack_error& error) {
+        print_error(error.what());
+    } catch (const std::exception& error) {
+        print_error(word + ": " + error.what());
+    }
+    return exit_failure;
+}
+
+} // namespace
+
+} // namespace ivra::virtual_platform
+
+int main(int argument_count, char** arguments)
+{
+    using namespace ivra::virtual_platform;
+    prepare_output();
+    const int status = run({arguments + std::min(argument_count, 1), arguments + argument_count});
+    return finish_output() ? status : exit_failure;
+}

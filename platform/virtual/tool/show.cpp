@@ -1,0 +1,181 @@
+#include "commands.h"
+#include "output.h"
+
+#include "rack/defaults.h"
+#include "rack/open_errors.h"
+#include "rack/text.h"
+#include "state/state.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ivra::virtual_platform {
+
+namespace {
+
+// clang-format off
+constexpr struct { std::uint32_t hardware_id; std::string_view name; } core_names[] = {
+    {hardware_ids::hw_top, "top-level core"},
+    {hardware_ids::flash,  "flash controller"},
+    {hardware_ids::i2c,    "I2C controller"},
+    {hardware_ids::uart,   "UART"},
+    {hardware_ids::xmc,    "card management controller"},
+};
+// clang-format on
+
+/// "Label          line", the label only before the first of `lines`.
+std::string field(std::string_view label, const std::vector<std::string>& lines)
+{
+    constexpr std::size_t label_width = 15;
+    std::string text;
+    for (const std::string& line : lines) {
+        const std::string_view shown = text.empty() ? label : "";
+        text += "   " + std::string{shown} + std::string(label_width - shown.size(), ' ') + line + '\n';
+    }
+    return text;
+}
+
+std::string padded(std::string text, std::size_t width)
+{
+    text.resize(std::max(width, text.size()), ' ');
+    return text;
+}
+
+/// "0x0010000 - 0x0010fff", both numbers with `digits` digits.
+std::string range_text(std::uint64_t start, std::uint64_t size, std::size_t digits)
+{
+    const auto number = [&](std::uint64_t value) {
+        const std::string text = hex_text(value).substr(2);
+        return "0x" + std::string(digits - std::min(digits, text.size()), '0') + text;
+    };
+    return number(start) + " - " + number(start + size - 1);
+}
+
+std::size_t digits_of(std::uint64_t value)
+{
+    return hex_text(value).size() - 2;
+}
+
+std::string count_text(std::size_t count, const std::string& thing)
+{
+    return std::to_string(count) + ' ' + thing + (count == 1 ? "" : "s");
+}
+
+std::vector<std::string> mac_address_lines(const std::vector<std::array<std::uint8_t, 6>>& addresses)
+{
+    if (addresses.size() > 1 && are_consecutive(addresses))
+        return {mac_address_text(addresses.front()) + " - " + mac_address_text(addresses.back())};
+    std::vector<std::string> lines;
+    for (const auto& address : addresses)
+        lines.push_back(mac_address_text(address));
+    if (lines.empty())
+        lines.emplace_back("none");
+    return lines;
+}
+
+/// Programmed sectors that overlap the section.
+std::size_t programmed(const std::vector<std::uint64_t>& sectors, std::uint64_t sector_size,
+                       const flash_section_t& section)
+{
+    return static_cast<std::size_t>(std::ranges::count_if(sectors, [&](std::uint64_t sector) {
+        return sector < section.start + section.size && section.start < sector + sector_size;
+    }));
+}
+
+std::vector<std::string> flash_lines(const flash_t& flash, const std::optional<board_state>& state)
+{
+    std::vector<std::string> lines{size_text(flash.size) + " in sectors of " + size_text(flash.sector)};
+    std::vector<std::uint64_t> sectors;
+    if (state)
+        sectors = state->flash().programmed_sectors();
+    std::size_t width = 0;
+    for (const flash_section_t& section : flash.sections)
+        width = std::max(width, printable(section.name.value_or("(no name)")).size());
+    for (const flash_section_t& section : flash.sections) {
+        std::string line = padded(printable(section.name.value_or("(no name)")), width) + "  " +
+                           range_text(section.start, section.size, digits_of(flash.size - 1));
+        if (section.write_protected)
+            line += "  protected";
+        if (const std::size_t count = programmed(sectors, flash.sector, section); count != 0)
+            line += "  holds data in " + count_text(count, "sector");
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::vector<std::string> core_lines(const std::vector<core_t>& cores)
+{
+    if (cores.empty())
+        return {"none below the root"};
+    const std::size_t digits = digits_of(cores.back().address + cores.back().size - 1);
+    std::vector<std::string> lines;
+    for (const core_t& core : cores) {
+        const auto* const row = std::ranges::find_if(
+            core_names, [&](const auto& candidate) { return candidate.hardware_id == core.hardware_id; });
+        lines.push_back(range_text(core.address, core.size, digits) + "  " +
+                        padded(std::to_string(core.hardware_id), 3) + "  " +
+                        std::string{row == std::end(core_names) ? "" : row->name});
+        lines.back().erase(lines.back().find_last_not_of(' ') + 1);
+    }
+    return lines;
+}
+
+std::string temperature_text(double celsius)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%g °C", celsius);
+    return text;
+}
+
+std::string state_text(const rack_t& rack, const accelerator_t& accelerator, const std::optional<board_state>& state)
+{
+    std::error_code ignored;
+    if (!state && std::filesystem::exists(board_state_folder(rack, accelerator), ignored))
+        return "out of date, starts anew with the next use";
+    if (!state)
+        return "not used yet";
+    const std::size_t count = state->flash().programmed_sectors().size();
+    return count == 0 ? "used, flash erased" : "used, flash holds data in " + count_text(count, "sector");
+}
+
+void show_accelerator(const rack_t& rack, std::size_t index)
+{
+    const accelerator_t& accelerator = rack.accelerators.at(index);
+    const auto state = board_state::open_existing(rack, accelerator);
+
+    std::string text = std::to_string(index) + "  " + printable(accelerator.name.value_or("(no name)")) + '\n';
+    text += field("Model", {printable(accelerator.model)});
+    text += field("UID", {printable(accelerator.uid)});
+    if (const auto* const row = std::ranges::find(open_errors, accelerator.open_error, &open_error_t::number);
+        row != std::end(open_errors))
+        text += field("Opening", {"fails with " + std::string{row->name}});
+    text += field("FPGA", {printable(accelerator.fpga.device) + ", " + temperature_text(accelerator.fpga.temperature)});
+    text += field("FPGA serial", {"0x" + serial_text(accelerator.fpga.serial)});
+    text += field("MAC addresses", mac_address_lines(accelerator.mac_addresses));
+    text += field("Flash", flash_lines(accelerator.flash, state));
+    if (accelerator.mmios != 1)
+        text += field("MMIO spaces", {std::to_string(accelerator.mmios)});
+    text += field("Cores", core_lines(accelerator.cores));
+    text += field("State", {state_text(rack, accelerator, state)});
+    print('\n' + text);
+}
+
+} // namespace
+
+void show(const rack_t& rack)
+{
+    print("Rack   " + printable(rack.file.string()) + "\nState  " + printable(rack_state_folder(rack.file).string()) +
+          '\n');
+    if (rack.accelerators.empty())
+        print("\nNo accelerators\n");
+    for (std::size_t index = 0; index < rack.accelerators.size(); ++index)
+        show_accelerator(rack, index);
+}
+
+} // namespace ivra::virtual_platform
