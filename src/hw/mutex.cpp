@@ -1,0 +1,38 @@
+#include "hw/mutex.h"
+
+#include <cerrno>
+#include <stdexcept>
+#include <utility>
+
+namespace ivra::bsp {
+
+mutex::mutex(const std::string& name, const hw::core& core)
+    : handle_{"ivra-bsp-" + name + "-" + core.mmio().properties().uid().access_value_or_throw("Error getting MMIO UID")}
+{
+}
+
+void mutex::lock()
+{
+    if (!fail_when_busy_) {
+        handle_.lock();
+        return;
+    }
+    const std::error_code error = handle_.try_lock();
+    if (error == std::errc::device_or_resource_busy)
+        throw std::runtime_error{message_};
+    if (error)
+        throw std::system_error{error};
+}
+
+void mutex::unlock()
+{
+    handle_.unlock();
+}
+
+void mutex::fail_when_busy(std::string message)
+{
+    fail_when_busy_ = true;
+    message_ = std::move(message);
+}
+
+} // namespace ivra::bsp

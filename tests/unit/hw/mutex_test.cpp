@@ -1,0 +1,210 @@
+#include "hw/mutex.h"
+#include "support/rack.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <iostream>
+#include <stdexcept>
+
+namespace ivra::bsp {
+namespace {
+
+hw::core root_core()
+{
+    const hw::accelerator accelerator{hw::enumerate_accelerators().at(0)};
+    const hw::mmio mmio{accelerator.enumerate_mmios().at(0)};
+    return hw::enumerate_cores(mmio).root();
+}
+
+std::string printed(tests::rack_t& rack, const std::function<void()>& body)
+{
+    const tests::run_t run = rack.in_child([&] {
+        try {
+            body();
+        } catch (const std::system_error& error) {
+            std::cout << "system error: " << error.what();
+        } catch (const std::runtime_error& error) {
+            std::cout << "error: " << error.what();
+        }
+    });
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.status, 0);
+    return run.out;
+}
+
+tests::rack_t& plugged(tests::rack_t& rack)
+{
+    return rack.plug("m48l_xcvu7p");
+}
+
+TEST(board_mutex, is_named_after_the_controller_and_the_mmio_space)
+{
+    tests::rack_t rack;
+    plugged(rack);
+    printed(rack, [] {
+        std::cout << root_core().mmio().properties().uid().value();
+        mutex{"bmc-alveo", root_core()};
+    });
+    const std::string uid = printed(rack, [] { std::cout << root_core().mmio().properties().uid().value(); });
+    printed(rack, [] { mutex{"bmc-alveo", root_core()}; });
+    EXPECT_NE(rack.trace().find("ivra_hw_shared_mutex_create(\"ivra-bsp-bmc-alveo-" + uid + "\")"), std::string::npos)
+        << rack.trace();
+}
+
+TEST(board_mutex, cannot_be_made_without_the_uid_or_the_platforms_mutex)
+{
+    tests::rack_t rack;
+    plugged(rack).faults(R"({"call": "ivra_hw_prop_get_uid", "errno": "EIO"})");
+    EXPECT_EQ(printed(rack,
+                      [] {
+                          mutex{"bmc-alveo", root_core()};
+                      }),
+              "system error: Error getting MMIO UID: Input/output error");
+    rack.faults(R"({"call": "ivra_hw_shared_mutex_create", "errno": "EACCES"})");
+    EXPECT_EQ(printed(rack, [] { mutex{"bmc-alveo", root_core()}; }), "system error: Permission denied");
+}
+
+TEST(board_mutex, that_cannot_be_locked_or_unlocked_is_a_system_error)
+{
+    tests::rack_t rack;
+    plugged(rack).faults(R"({"call": "ivra_hw_shared_mutex_lock", "errno": "EIO"})");
+    EXPECT_EQ(printed(rack, [] { mutex{"bmc-alveo", root_core()}.lock(); }), "system error: Input/output error");
+    rack.faults(R"({"call": "ivra_hw_shared_mutex_unlock", "errno": "EIO"})");
+    EXPECT_EQ(printed(rack,
+                      [] {
+                          mutex m{"bmc-alveo", root_core()};
+                          m.lock();
+                          m.unlock();
+                      }),
+              "system error: Input/output error");
+}
+
+/// Runs `body` while another process holds the lock.
+void while_held_elsewhere(const std::function<void()>& body)
+{
+    int ready[2];
+    int done[2];
+    if (::pipe(ready) != 0 || ::pipe(done) != 0)
+        throw std::runtime_error{"pipe"};
+    const pid_t holder = ::fork();
+    char byte = 0;
+    if (holder == 0) {
+        ::close(done[1]);
+        mutex m{"bmc-alveo", root_core()};
+        m.lock();
+        if (::write(ready[1], &byte, 1) == 1 && ::read(done[0], &byte, 1) == 0)
+            ::_exit(0);
+        ::_exit(1);
+    }
+    ::close(done[0]);
+    if (::read(ready[0], &byte, 1) != 1)
+        throw std::runtime_error{"the holder did not lock"};
+    body();
+    ::close(done[1]);
+    ::waitpid(holder, nullptr, 0);
+}
+
+TEST(board_mutex, fails_with_its_message_instead_of_waiting_when_told_to)
+{
+    tests::rack_t rack;
+    plugged(rack);
+    EXPECT_EQ(printed(rack,
+                      [] {
+                          while_held_elsewhere([] {
+                              mutex m{"bmc-alveo", root_core()};
+                              m.fail_when_busy("The board is busy");
+                              try {
+                                  m.lock();
+                              } catch (const std::system_error&) {
+                                  std::cout << "wrong kind of error";
+                              } catch (const std::runtime_error& error) {
+                                  std::cout << error.what() << '\n';
+                              }
+                              mutex other{"bmc-bittware", root_core()};
+                              other.fail_when_busy("The board is busy");
+                              other.lock();
+                              std::cout << "another controller's is free\n";
+                          });
+                          mutex m{"bmc-alveo", root_core()};
+                          m.fail_when_busy("The board is busy");
+                          m.lock();
+                          std::cout << "free again\n";
+                      }),
+              "The board is busy\nanother controller's is free\nfree again\n");
+}
+
+TEST(board_mutex, told_to_fail_reports_other_failures_as_system_errors)
+{
+    tests::rack_t rack;
+    plugged(rack).faults(R"({"call": "ivra_hw_shared_mutex_trylock", "errno": "EIO"})");
+    EXPECT_EQ(printed(rack,
+                      [] {
+                          mutex m{"bmc-alveo", root_core()};
+                          m.fail_when_busy("The board is busy");
+                          m.lock();
+                      }),
+              "system error: Input/output error");
+}
+
+TEST(locked, runs_the_action_and_gives_its_value)
+{
+    tests::rack_t rack;
+    plugged(rack);
+    EXPECT_EQ(printed(rack,
+                      [] {
+                          mutex m{"bmc-alveo", root_core()};
+                          std::cout << locked(m, [] { return std::string{"value"}; });
+                          locked(m, [] { std::cout << " nothing"; });
+                          m.fail_when_busy("still held");
+                          m.lock();
+                      }),
+              "value nothing");
+}
+
+TEST(locked, unlocks_when_the_action_fails)
+{
+    tests::rack_t rack;
+    plugged(rack);
+    EXPECT_EQ(printed(rack,
+                      [] {
+                          mutex m{"bmc-alveo", root_core()};
+                          try {
+                              locked(m, [] { throw std::runtime_error{"the action's"}; });
+                          } catch (const std::runtime_error& error) {
+                              std::cout << error.what();
+                          }
+                          m.fail_when_busy("still held");
+                          m.lock();
+                      }),
+              "the action's");
+}
+
+TEST(locked, an_unlock_that_fails_after_success_propagates)
+{
+    tests::rack_t rack;
+    plugged(rack).faults(R"({"call": "ivra_hw_shared_mutex_unlock", "errno": "EIO"})");
+    EXPECT_EQ(printed(rack,
+                      [] {
+                          mutex m{"bmc-alveo", root_core()};
+                          locked(m, [] { return 1; });
+                      }),
+              "system error: Input/output error");
+}
+
+TEST(locked, the_actions_error_wins_over_a_failing_unlock)
+{
+    tests::rack_t rack;
+    plugged(rack).faults(R"({"call": "ivra_hw_shared_mutex_unlock", "errno": "EIO"})");
+    EXPECT_EQ(printed(rack,
+                      [] {
+                          mutex m{"bmc-alveo", root_core()};
+                          locked(m, []() -> int { throw std::runtime_error{"the action's"}; });
+                      }),
+              "error: the action's");
+}
+
+} // namespace
+} // namespace ivra::bsp
