@@ -1,0 +1,28 @@
+#ifndef IVRA_BOARD_U200_H
+#define IVRA_BOARD_U200_H
+
+#include "board/alveo.h"
+#include "board/helpers.h"
+#include "transceiver/power_mode.h"
+#include "transceiver/transceiver_info.h"
+
+#include <optional>
+#include <vector>
+
+namespace ivra::bsp::board {
+
+/// Xilinx Alveo U200 and U250.
+struct u200
+{
+    explicit u200(const hw::core& root) : i2c{get_i2c(root)}, management{root} {}
+
+    std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_stats() { not_available_yet(); }
+    void set_qsfp_power_mode(transceiver::qsfp_power_mode_t) { not_available_yet(); }
+
+    std::optional<v6::i2c::i2c> i2c;
+    alveo management;
+};
+
+} // namespace ivra::bsp::board
+
+#endif

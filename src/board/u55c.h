@@ -1,0 +1,28 @@
+#ifndef IVRA_BOARD_U55C_H
+#define IVRA_BOARD_U55C_H
+
+#include "board/alveo.h"
+#include "board/helpers.h"
+#include "board/transceiver_speed.h"
+
+#include <optional>
+#include <vector>
+
+namespace ivra::bsp::board {
+
+/// Xilinx Alveo U55c.
+struct u55c
+{
+    static constexpr const char* family = "Xilinx Alveo U55c boards";
+
+    explicit u55c(const hw::core& root) : management{root}, i2c{get_i2c(root)} {}
+
+    void set_transceiver_speeds(const std::vector<transceiver_speed_t>&) { not_available_yet(); }
+
+    alveo management;
+    std::optional<v6::i2c::i2c> i2c;
+};
+
+} // namespace ivra::bsp::board
+
+#endif

@@ -1,0 +1,66 @@
+#ifndef IVRA_TRANSCEIVER_TRANSCEIVER_INFO_H
+#define IVRA_TRANSCEIVER_TRANSCEIVER_INFO_H
+
+#include <array>
+#include <optional>
+#include <string>
+#include <variant>
+
+namespace ivra::bsp::transceiver {
+
+// Temperatures are in degrees Celsius, supply voltages in volts, optical powers in milliwatts, laser biases in
+// milliamperes.
+
+namespace sfp {
+struct stats_t
+{
+    double temperature;
+    double vcc;
+    double rx_power;
+    double tx_power;
+    double tx_bias;
+};
+} // namespace sfp
+
+namespace qsfp {
+struct channel_t
+{
+    double rx_power;
+    double tx_bias;
+};
+struct stats_t
+{
+    double temperature;
+    double vcc;
+    std::array<channel_t, 4> channels;
+};
+} // namespace qsfp
+
+namespace qsfp_dd {
+/// A value is absent when the module does not advertise its monitor.
+struct lane_t
+{
+    std::optional<double> rx_power;
+    std::optional<double> tx_power;
+    std::optional<double> tx_bias;
+};
+struct stats_t
+{
+    std::optional<double> temperature;
+    std::optional<double> vcc;
+    std::array<lane_t, 8> lanes;
+};
+} // namespace qsfp_dd
+
+/// A plugged module, as its memory describes it.
+struct transceiver_info_t
+{
+    std::string type;
+    std::string vendor_name;
+    std::string vendor_pn;
+    std::optional<std::variant<sfp::stats_t, qsfp::stats_t, qsfp_dd::stats_t>> stats; ///< absent without diagnostics
+};
+
+} // namespace ivra::bsp::transceiver
+
+#endif

@@ -1,0 +1,245 @@
+#include "board/board.h"
+#include "support/rack.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <system_error>
+#include <typeinfo>
+#include <vector>
+
+namespace ivra::bsp::board {
+namespace {
+
+/// What an operation says: its result as text, or the kind of exception and its text.
+std::string outcome(const std::function<std::string()>& operation)
+{
+    try {
+        return operation();
+    } catch (const unsupported_feature& error) {
+        return std::string{"unsupported: "} + error.what();
+    } catch (const std::system_error& error) {
+        return std::string{"system error: "} + error.what();
+    } catch (const std::runtime_error& error) {
+        return std::string{"error: "} + error.what();
+    }
+}
+
+using operation_t = std::function<std::string(board&)>;
+
+const std::vector<std::pair<std::string, operation_t>> operations{
+    {"get_transceivers", [](board& b) { return std::to_string(b.get_transceivers().size()); }},
+    {"set_qsfp_power_mode",
+     [](board& b) {
+         b.set_qsfp_power_mode(transceiver::qsfp_power_mode_t::low);
+         return "ok";
+     }},
+    {"set_transceiver_speeds",
+     [](board& b) {
+         b.set_transceiver_speeds({transceiver_speed_t::speed_1g});
+         return "ok";
+     }},
+    {"set_boot_image",
+     [](board& b) {
+         b.set_boot_image(boot_image_t::primary);
+         return "ok";
+     }},
+    {"get_boot_image", [](board& b) { return std::to_string(static_cast<int>(b.get_boot_image())); }},
+    {"get_current_boot_image", [](board& b) { return std::to_string(static_cast<int>(b.get_current_boot_image())); }},
+    {"get_serial", [](board& b) { return b.get_serial().value_or("none"); }},
+    {"get_sensors", [](board& b) { return std::to_string(b.get_sensors().sensors.size()); }},
+    {"get_vendor_mac_addresses",
+     [](board& b) {
+         const auto block = b.get_vendor_mac_addresses();
+         std::ostringstream text;
+         if (block)
+             text << block->first << " x " << block->count;
+         return block ? text.str() : "none";
+     }},
+};
+
+/// What every operation says on a board of this model, one line each.
+std::string outcomes(const std::string& model)
+{
+    tests::rack_t rack;
+    rack.plug(model).host({.serial = "S1", .address = "00:1c:73:aa:bb:cc\n"});
+    // The management controllers of this board do not come up.
+    rack.faults(R"({"call": "ivra_hw_core_enumerate", "errno": "EIO"}, {"call": "ivra_uart_create", "errno": "EIO"})");
+    rack.environment("IVRA_LOG_LEVEL=0");
+    const tests::run_t run = rack.in_child([] {
+        board b{hw::enumerate_accelerators().at(0)};
+        for (const auto& [name, operation] : operations)
+            std::cout << name << ": " << outcome([&] { return operation(b); }) << '\n';
+    });
+    EXPECT_EQ(run.status, 0) << run.err;
+    return run.out;
+}
+
+const std::string bmc_missing = "error: Could not set/get boot image as Bittware BMC subsustem is not initialized.\n";
+const std::string only_bittware_and_u5x =
+    "set_transceiver_speeds: unsupported: Setting transceiver speeds is only supported on Alveo U5x boards\n";
+const std::string only_bittware =
+    "set_boot_image: unsupported: Setting boot image is only supported on Bittware boards\n"
+    "get_boot_image: unsupported: Getting boot image is only supported on Bittware boards\n"
+    "get_current_boot_image: unsupported: Getting current boot image is only supported on Bittware boards\n";
+const std::string xmc_missing =
+    "get_serial: error: Could not get board serial as Alveo XMC subsystem is not initialized.\n"
+    "get_sensors: error: Could not get board sensors as Alveo XMC subsystem is not initialized.\n"
+    "get_vendor_mac_addresses: error: Could not get vendor MAC as Alveo XMC subsystem is not initialized.\n";
+
+TEST(facade, an_arista_switch_has_a_serial_and_addresses_and_no_sensors)
+{
+    for (const std::string model : {"m48e_emu_xcvu9p", "m48l_xcvu7p", "m48lb_xcvu9p"})
+        EXPECT_EQ(outcomes(model),
+                  "get_transceivers: unsupported: Transceiver stats are unsupported for Arista switches\n"
+                  "set_qsfp_power_mode: unsupported: Setting QSFP power mode is unsupported for Arista switches\n" +
+                      only_bittware_and_u5x + only_bittware +
+                      "get_serial: S1\n"
+                      "get_sensors: 0\n"
+                      "get_vendor_mac_addresses: 00:1c:73:aa:bb:80 x 128\n");
+}
+
+TEST(facade, a_bittware_board_without_its_bmc_says_so_and_ivra_fpb2_is_an_xupp3r)
+{
+    for (const std::string model : {"ivra_fpb2", "bittware_xupp3r", "bittware_xupvv8"})
+        EXPECT_EQ(outcomes(model), "get_transceivers: error: Not available yet\n"
+                                   "set_qsfp_power_mode: error: Not available yet\n" +
+                                       only_bittware_and_u5x + "set_boot_image: " + bmc_missing +
+                                       "get_boot_image: " + bmc_missing + "get_current_boot_image: " + bmc_missing +
+                                       "get_serial: " + bmc_missing + "get_sensors: " + bmc_missing +
+                                       "get_vendor_mac_addresses: error: Not available yet\n");
+}
+
+TEST(facade, a_u5x_board_has_transceiver_speeds_and_no_cages)
+{
+    EXPECT_EQ(outcomes("xilinx_u50"),
+              "get_transceivers: unsupported: Transceiver stats are unsupported for Xilinx Alveo U50 boards\n"
+              "set_qsfp_power_mode: unsupported: Setting QSFP power mode is unsupported for Xilinx Alveo U50 boards\n"
+              "set_transceiver_speeds: error: Not available yet\n" +
+                  only_bittware + xmc_missing);
+    EXPECT_EQ(outcomes("xilinx_u55c"),
+              "get_transceivers: unsupported: Transceiver stats are unsupported for Xilinx Alveo U55c boards\n"
+              "set_qsfp_power_mode: unsupported: Setting QSFP power mode is unsupported for Xilinx Alveo U55c boards\n"
+              "set_transceiver_speeds: error: Not available yet\n" +
+                  only_bittware + xmc_missing);
+}
+
+TEST(facade, a_u250_is_a_u200_in_every_operation)
+{
+    for (const std::string model : {"xilinx_u200", "xilinx_u250"})
+        EXPECT_EQ(outcomes(model), "get_transceivers: error: Not available yet\n"
+                                   "set_qsfp_power_mode: error: Not available yet\n" +
+                                       only_bittware_and_u5x + only_bittware + xmc_missing);
+}
+
+/// The kind's position in the variant; or what building the board says.
+std::string kind_of(const std::string& model, const std::string& faults = "")
+{
+    tests::rack_t rack;
+    rack.plug(model).environment("IVRA_LOG_LEVEL=0");
+    if (!faults.empty())
+        rack.faults(faults);
+    return rack
+        .in_child([] {
+            std::cout << outcome([] {
+                const hw::accelerator accelerator{hw::enumerate_accelerators().at(0)};
+                const hw::mmio mmio{accelerator.enumerate_mmios().at(0)};
+                return std::to_string(get_board_variant(hw::enumerate_cores(mmio).root()).index());
+            });
+        })
+        .out;
+}
+
+TEST(board_variant, has_the_kinds_in_their_order)
+{
+    // clang-format off
+    struct row_t { const char* model; const char* index; };
+    constexpr row_t rows[] = {
+        {"m48e_emu_xcvu9p", "0"}, {"m48l_xcvu7p", "0"}, {"m48lb_xcvu9p", "0"},
+        {"ivra_fpb2", "1"}, {"bittware_xupp3r", "1"},
+        {"xilinx_u50", "2"}, {"xilinx_u55c", "3"},
+        {"xilinx_u200", "4"}, {"xilinx_u250", "4"},
+        {"bittware_xupvv8", "5"},
+    };
+    // clang-format on
+    for (const row_t& row : rows)
+        EXPECT_EQ(kind_of(row.model), row.index) << row.model;
+}
+
+TEST(board_variant, of_another_name_does_not_exist)
+{
+    for (const std::string model : {"unknown_model", "Xilinx_U50", "xilinx_u50 ", "xilinx_u", ""})
+        EXPECT_EQ(kind_of(model), "error: Unsupported board model: '" + model + "'");
+}
+
+TEST(board_variant, of_a_design_that_does_not_tell_its_name_is_a_system_error)
+{
+    EXPECT_EQ(kind_of("xilinx_u50", R"({"call": "ivra_hw_top_get_board_name", "errno": "EIO"})"),
+              "system error: Input/output error");
+    EXPECT_EQ(kind_of("xilinx_u50", R"({"call": "ivra_hw_top_create", "errno": "ENODEV"})"),
+              "system error: Failed to create hw_top subsystem: No such device");
+}
+
+TEST(board_object, reads_the_addresses_of_the_design_in_their_order)
+{
+    tests::rack_t rack;
+    rack.plug("m48l_xcvu7p", {{"mac_addresses", R"(["02:00:00:00:00:09", "02:00:00:00:00:01"])"}});
+    EXPECT_EQ(rack.in_child([] {
+                      board b{hw::enumerate_accelerators().at(0)};
+                      for (const v6::mac_address& address : b.get_mac_addresses())
+                          std::cout << address << '\n';
+                  })
+                  .out,
+              "02:00:00:00:00:09\n02:00:00:00:00:01\n");
+}
+
+/// The vendor addresses of a switch with this content of its address file, or without one.
+std::string switch_addresses(const std::optional<std::string>& content, const std::string& faults = "")
+{
+    tests::rack_t rack;
+    rack.plug("m48l_xcvu7p").host({.serial = {}, .address = content});
+    if (!faults.empty())
+        rack.faults(faults);
+    return rack
+        .in_child([] {
+            board b{hw::enumerate_accelerators().at(0)};
+            std::cout << outcome([&] {
+                const auto block = b.get_vendor_mac_addresses();
+                std::ostringstream text;
+                text << block.value().first << " x " << block.value().count;
+                return text.str();
+            });
+        })
+        .out;
+}
+
+TEST(arista_addresses, replace_the_last_octet_of_the_management_port)
+{
+    EXPECT_EQ(switch_addresses("00:1c:73:aa:bb:cc\n"), "00:1c:73:aa:bb:80 x 128");
+    EXPECT_EQ(switch_addresses("00:1c:73:aa:bb:05\n"), "00:1c:73:aa:bb:80 x 128") << "replaced, not added to";
+    EXPECT_EQ(switch_addresses("FF:FF:FF:FF:FF:FF"), "ff:ff:ff:ff:ff:80 x 128");
+    EXPECT_EQ(switch_addresses(" 00:1c:73:aa:bb:cc more"), "00:1c:73:aa:bb:80 x 128") << "the first word counts";
+}
+
+TEST(arista_addresses, of_a_host_without_the_file_are_an_error)
+{
+    EXPECT_EQ(switch_addresses(std::nullopt), "error: Could not get MAC address from system");
+}
+
+TEST(arista_addresses, that_cannot_be_parsed_are_a_system_error)
+{
+    for (const std::string content : {"", " \n", "00:1c:73:aa:bb", "00:1c:73:aa:bb:cc:dd", "00-1c-73-aa-bb-cc", "eth0"})
+        EXPECT_EQ(switch_addresses(content), "system error: mac_address::mac_address(): Invalid argument") << content;
+}
+
+TEST(arista_addresses, that_cannot_be_converted_back_are_a_system_error)
+{
+    EXPECT_EQ(switch_addresses("00:1c:73:aa:bb:cc", R"({"call": "ivra_mac_address_from_int", "errno": "ERANGE"})"),
+              "system error: mac_address::mac_address(): Numerical result out of range");
+}
+
+} // namespace
+} // namespace ivra::bsp::board
