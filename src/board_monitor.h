@@ -1,0 +1,31 @@
+#ifndef IVRA_BOARD_MONITOR_H
+#define IVRA_BOARD_MONITOR_H
+
+#include "board/board.h"
+#include "hw/accelerator.h"
+#include "output/section.h"
+#include "utils.h"
+
+namespace ivra::bsp {
+
+/// One selected accelerator and its board, and the reports that describe them.
+class board_monitor
+{
+public:
+    /// Throws as accelerator_info and board::board do.
+    explicit board_monitor(const hw::accelerator_descriptor& descriptor);
+
+    /// Identity of accelerator, board and FPGA. Throws std::system_error, std::runtime_error.
+    section get_board_info();
+
+    /// Size of the configuration flash and address range of each of its sections. Throws std::system_error.
+    section get_flash_info();
+
+private:
+    accelerator_info info_;
+    board::board board_;
+};
+
+} // namespace ivra::bsp
+
+#endif

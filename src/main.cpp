@@ -1,0 +1,78 @@
+#include "board/helpers.h"
+#include "board_monitor.h"
+#include "command_line.h"
+#include "output/output.h"
+#include "show_commands.h"
+#include "utils.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+using namespace ivra::bsp;
+
+namespace {
+
+/// Makes failed writes to standard output and error what they are, failures: a reader that went away does not kill the
+/// process, and a closed descriptor is never lent to a file that the platform opens.
+void prepare_descriptors()
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(descriptor, F_GETFD) == -1)
+            ::open("/dev/null", O_RDONLY); // the lowest free descriptor: this one
+}
+
+void show(const board_monitor_p::Args& args)
+{
+    const std::map<std::string, std::function<void(board_monitor&)>> handlers{
+        {"info", show_board_info},
+        {"boot-image", [](board_monitor&) { board::not_available_yet(); }},
+        {"flash", show_flash_info},
+        {"transceivers", [](board_monitor&) { board::not_available_yet(); }},
+        {"sensors", [](board_monitor&) { board::not_available_yet(); }},
+        {"all", [](board_monitor&) { board::not_available_yet(); }},
+    };
+
+    const auto accelerator = get_accelerator(args.args);
+    if (!accelerator)
+        output::get().exit(false);
+    board_monitor monitor{*accelerator};
+    handlers.at(args.info)(monitor);
+}
+
+void run(const board_monitor_p::Args& args)
+{
+    if (args.command == "list")
+        list_boards();
+    else if (args.command == "show")
+        show(args);
+    else
+        board::not_available_yet();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    prepare_descriptors();
+    output& out = output::get();
+    try {
+        const std::vector<std::string_view> words(argv + (argc > 0 ? 1 : 0), argv + argc);
+        const board_monitor_p::Args args = board_monitor_p::parse_command_line(words);
+        out.set_color_mode(args.color);
+        out.set_format(args.format);
+        run(args);
+    } catch (const StopParsing&) {
+        out.exit();
+    } catch (const std::exception& error) {
+        out.exit(false, error.what());
+    }
+    out.exit();
+}

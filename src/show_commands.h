@@ -1,0 +1,15 @@
+#ifndef IVRA_SHOW_COMMANDS_H
+#define IVRA_SHOW_COMMANDS_H
+
+#include "board_monitor.h"
+
+namespace ivra::bsp {
+
+// What `show` prints. A failure propagates and ends the command; what was printed before stays.
+
+void show_board_info(board_monitor& monitor);
+void show_flash_info(board_monitor& monitor);
+
+} // namespace ivra::bsp
+
+#endif

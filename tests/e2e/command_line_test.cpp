@@ -1,0 +1,249 @@
+#include "support/rack.h"
+
+#include <gtest/gtest.h>
+
+namespace ivra::tests {
+namespace {
+
+const host_t switch_host{.serial = "S1", .address = {}};
+
+/// First line of what a command line prints on standard output, else all of standard error.
+std::string outcome(const std::string& words, const std::vector<std::string>& environment = {})
+{
+    rack_t rack;
+    rack.plug("m48l_xcvu7p").host(switch_host);
+    for (const std::string& entry : environment)
+        rack.environment(entry);
+    const run_t run = rack.run(words);
+    return run.out.empty() ? run.err : run.out.substr(0, run.out.find('\n') + 1);
+}
+
+const std::string show_ran = "Accelerator\n";
+const std::string list_ran = "card-0\n";
+const std::string flash_ran = "Flash memory\n";
+const std::string to_come = "Not available yet\n";
+
+TEST(command_word, stands_for_the_first_command_that_contains_it)
+{
+    // clang-format off
+    struct row_t { const char* words; std::string outcome; };
+    const std::vector<row_t> rows{
+        {"list",  list_ran},
+        {"show",  show_ran},
+        {"s",     show_ran},
+        {"h",     show_ran},
+        {"t",     list_ran},
+        {"is",    list_ran},
+        {"",      show_ran},
+        {"x",     "Invalid command: 'x'\n"},
+        {"lists", "Invalid command: 'lists'\n"},
+        {"Show",  "Invalid command: 'Show'\n"},
+        {"up",    to_come},
+        {"setup", to_come},
+    };
+    // clang-format on
+    for (const row_t& row : rows) {
+        rack_t rack;
+        rack.plug("m48l_xcvu7p").host(switch_host);
+        const run_t run = rack.run(std::vector<std::string>{row.words});
+        EXPECT_EQ(run.out.empty() ? run.err : run.out.substr(0, run.out.find('\n') + 1), row.outcome) << row.words;
+        EXPECT_EQ(run.status, run.out.empty() ? 1 : 0) << row.words;
+    }
+    EXPECT_EQ(outcome("se boot primary"), to_come);
+}
+
+TEST(info_word, stands_for_the_first_info_that_contains_it)
+{
+    // clang-format off
+    struct row_t { const char* word; std::string outcome; };
+    const std::vector<row_t> rows{
+        {"info",        show_ran},
+        {"n",           show_ran},
+        {"flash",       flash_ran},
+        {"s",           flash_ran}, // the first in the order that has an "s"
+        {"l",           flash_ran},
+        {"a",           to_come},   // boot-image
+        {"transceiver", to_come},
+        {"all",         to_come},
+        {"power",       "Invalid info to show: 'power'\n"},
+        {"Flash",       "Invalid info to show: 'Flash'\n"},
+    };
+    // clang-format on
+    for (const row_t& row : rows)
+        EXPECT_EQ(outcome(std::string{"show "} + row.word), row.outcome) << row.word;
+}
+
+TEST(set_words, are_checked_before_anything_is_done)
+{
+    // clang-format off
+    struct row_t { const char* words; std::string outcome; };
+    const std::vector<row_t> rows{
+        {"set boot-image primary",          to_come},
+        {"set boot-image p extra",          to_come},
+        {"set speed 1 10",                  to_come},
+        {"set transceiver-speed 0",         to_come},
+        {"set qsfp high",                   to_come},
+        {"set boot-image x",                "Invalid value for boot-image: 'x'\n"},
+        {"set speed 10G 100G",              "Invalid value for transceiver-speed: '100G'\n"},
+        {"set qsfp-power-mode medium",      "Invalid value for qsfp-power-mode: 'medium'\n"},
+        {"set colour red",                  "Invalid parameter to set: 'colour'\n"},
+    };
+    // clang-format on
+    for (const row_t& row : rows)
+        EXPECT_EQ(outcome(row.words), row.outcome) << row.words;
+}
+
+TEST(usage, errors_end_with_status_64_and_the_brief_usage)
+{
+    struct row_t
+    {
+        const char* words;
+        const char* error;
+    };
+    // clang-format off
+    constexpr row_t rows[] = {
+        {"show info flash",           "ivra-bsp board show: Too many arguments, starting with \"flash\".\n"},
+        {"show --colour never",       "ivra-bsp board show: Unknown option: --colour\n"},
+        {"show --colour=never",       "ivra-bsp board show: Unknown option: --colour=never\n"},
+        {"show -x",                   "ivra-bsp board show: Unknown option: -x\n"},
+        {"show --",                   "ivra-bsp board show: Unknown option: --\n"},
+        {"-xyz show",                 "ivra-bsp board: Unknown option: -xyz\n"},
+        {"show --color",              "ivra-bsp board: --color: no value given.\n"},
+        {"show -a",                   "ivra-bsp board: -a: no value given.\n"},
+        {"set",                       "ivra-bsp board set: Too few arguments. Expected at least 2, received 0.\n"},
+        {"set boot-image",            "ivra-bsp board set: Too few arguments. Expected at least 2, received 1.\n"},
+        {"set boot-image primary -x", "ivra-bsp board set: Unknown option: -x\n"},
+        {"--json show -x",            "ivra-bsp board show: Unknown option: -x\n"},
+    };
+    // clang-format on
+    for (const row_t& row : rows) {
+        rack_t rack;
+        rack.plug("m48l_xcvu7p").host(switch_host);
+        const run_t run = rack.run(row.words);
+        EXPECT_EQ(run.out, "") << row.words;
+        EXPECT_TRUE(run.err.starts_with(row.error)) << run.err;
+        EXPECT_NE(run.err.find("ivra-bsp board", std::string{row.error}.size()), std::string::npos) << run.err;
+        EXPECT_EQ(run.status, 64) << row.words;
+        EXPECT_EQ(rack.trace(), "") << "no call to the platform";
+    }
+}
+
+TEST(usage, without_a_command_is_an_error)
+{
+    rack_t rack;
+    const run_t run = rack.run(std::vector<std::string>{});
+    EXPECT_EQ(run.out, "");
+    EXPECT_TRUE(run.err.starts_with("ivra-bsp board: Too few arguments. Expected 1, received 0.\n")) << run.err;
+    EXPECT_EQ(run.status, 64);
+}
+
+TEST(setup, takes_no_words_and_refuses_them_before_it_touches_an_accelerator)
+{
+    for (const std::string words :
+         {"setup extra", "setup --acelerator 1", "setup --acelerator=1", "setup -x", "-x setup"}) {
+        rack_t rack;
+        rack.plug("m48l_xcvu7p");
+        const run_t run = rack.run(words);
+        EXPECT_EQ(run.out, "");
+        EXPECT_TRUE(run.err.starts_with("ivra-bsp board setup: ")) << run.err;
+        EXPECT_EQ(run.status, 64);
+        EXPECT_EQ(rack.trace(), "");
+    }
+}
+
+TEST(options, may_stand_anywhere)
+{
+    for (const std::string words : {"--json list", "list --json", "-j list", "-jc never list", "list -cnever -j",
+                                    "-c never list -j", "list --color=never -j"})
+        EXPECT_TRUE(outcome(words).starts_with(R"({"data":{"accelerators":[)")) << words;
+}
+
+TEST(color, is_one_of_three_words_exactly)
+{
+    const std::string wrong = "Invalid color value\n";
+    EXPECT_EQ(outcome("list --color=Never"), wrong);
+    EXPECT_EQ(outcome("list --color alway"), wrong);
+    EXPECT_EQ(outcome("list --color=auto"), list_ran);
+    EXPECT_EQ(outcome("list --color="), list_ran);
+    EXPECT_EQ(outcome("list --color=never"), list_ran);
+    EXPECT_EQ(outcome("list --color=always"), "\033[1mcard-0\033[0m\n");
+    EXPECT_EQ(outcome("list", {"IVRA_BSP_COLOR=Never"}), wrong);
+    EXPECT_EQ(outcome("list", {"IVRA_BSP_COLOR="}), list_ran);
+    EXPECT_EQ(outcome("list", {"IVRA_BSP_COLOR=always"}), "\033[1mcard-0\033[0m\n");
+    EXPECT_EQ(outcome("list --color never", {"IVRA_BSP_COLOR=always"}), list_ran);
+    EXPECT_EQ(outcome("list --color never", {"IVRA_BSP_COLOR=wrong"}), list_ran);
+}
+
+TEST(color, that_is_wrong_is_told_in_plain_text_also_when_json_was_asked_for)
+{
+    rack_t rack;
+    const run_t run = rack.run("list --json --color=x");
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, "Invalid color value\n");
+    EXPECT_EQ(run.status, 1);
+}
+
+TEST(json, is_selected_by_the_environment_only_with_exactly_1)
+{
+    EXPECT_TRUE(outcome("list", {"IVRA_BSP_JSON=1"}).starts_with("{"));
+    for (const std::string value : {"true", "", "0", "11", " 1", "1 "})
+        EXPECT_EQ(outcome("list", {"IVRA_BSP_JSON=" + value}), list_ran) << value;
+}
+
+TEST(json, of_an_invalid_word_is_plain_text)
+{
+    rack_t rack;
+    const run_t run = rack.run("--json frobnicate");
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, "Invalid command: 'frobnicate'\n");
+    EXPECT_EQ(run.status, 1);
+}
+
+std::string help(const std::string& words, const std::vector<std::string>& environment = {})
+{
+    rack_t rack;
+    for (const std::string& entry : environment)
+        rack.environment(entry);
+    const run_t run = words.empty() ? rack.run(std::vector<std::string>{}) : rack.run(words);
+    EXPECT_EQ(run.err, "") << words;
+    EXPECT_EQ(run.status, 0) << words;
+    EXPECT_EQ(rack.trace(), "") << words;
+    return run.out;
+}
+
+TEST(help, of_each_command_is_its_own_or_the_top_level_one)
+{
+    const std::string top = help("--help");
+    const std::string show = help("show --help");
+    const std::string set = help("set --help");
+    EXPECT_NE(top.find("Display and manage board hardware."), std::string::npos) << top;
+    EXPECT_NE(show.find("Display information about board hardware."), std::string::npos) << show;
+    EXPECT_NE(set.find("Configure board hardware parameter."), std::string::npos) << set;
+    for (const std::string words : {"-h", "list --help", "setup --help", "--json --help", "list -h extra -x"})
+        EXPECT_EQ(help(words), top) << words;
+    for (const std::string words : {"--help show", "-h s"})
+        EXPECT_EQ(help(words), top) << "the words after --help stay unread: " << words;
+    EXPECT_EQ(help("se -h"), set);
+    EXPECT_EQ(help("s -h"), show);
+}
+
+TEST(help, can_be_asked_for_by_the_environment)
+{
+    const std::vector<std::string> asked{"IVRA_BSP_HELP=1"};
+    EXPECT_EQ(help("", asked), help("--help"));
+    EXPECT_EQ(help("show", asked), help("show --help"));
+    EXPECT_EQ(help("set", asked), help("set --help"));
+    EXPECT_EQ(help("list", asked), help("--help"));
+    EXPECT_EQ(help("setup --misspelt", asked), help("--help"));
+    EXPECT_EQ(outcome("list", {"IVRA_BSP_HELP=true"}), list_ran);
+    EXPECT_EQ(outcome("list", {"IVRA_BSP_HELP=11"}), list_ran);
+    EXPECT_EQ(outcome("list", {"IVRA_BSP_HELP="}), list_ran);
+}
+
+TEST(help, for_a_word_that_is_no_command_fails)
+{
+    EXPECT_EQ(outcome("frobnicate --help"), "Invalid command: 'frobnicate'\n");
+}
+
+} // namespace
+} // namespace ivra::tests

@@ -1,0 +1,145 @@
+#include "support/process.h"
+#include "support/rack.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace ivra::tests {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// The launcher in a folder of its own, beside made-up commands.
+class folder_t
+{
+public:
+    folder_t()
+    {
+        std::string name = (fs::temp_directory_path() / "ivra-launcher-XXXXXX").string();
+        path_ = ::mkdtemp(name.data());
+        fs::copy(IVRA_BSP, path_ / "ivra-bsp");
+        add("one", "echo \"one: $# $1 $2\"; exit 7");
+        add("two", "kill -TERM $$");
+    }
+    ~folder_t() { fs::remove_all(path_); }
+    folder_t(const folder_t&) = delete;
+    folder_t& operator=(const folder_t&) = delete;
+
+    void add(const std::string& word, const std::string& script)
+    {
+        const fs::path file = path_ / ("ivra-bsp-" + word);
+        std::ofstream{file} << "#!/bin/sh\n" << script << '\n';
+        fs::permissions(file, fs::perms::owner_all);
+    }
+    const fs::path& path() const { return path_; }
+    run_t run(const std::vector<std::string>& words, streams_t streams = {}) const
+    {
+        return run_program((path_ / "ivra-bsp").string(), words, {}, streams);
+    }
+
+private:
+    fs::path path_;
+};
+
+const std::string usage = "Usage: ivra-bsp <command> [arguments]\n"
+                          "       ivra-bsp --help | --version\n"
+                          "\n"
+                          "Commands:\n"
+                          "  one\n"
+                          "  two\n"
+                          "\n"
+                          "Help on a command: ivra-bsp <command> --help\n";
+
+TEST(launcher, becomes_the_command_that_its_first_word_names)
+{
+    const folder_t folder;
+    const run_t run = folder.run({"one", "a b", "--help"});
+    EXPECT_EQ(run.out, "one: 2 a b --help\n");
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.status, 7);
+    EXPECT_EQ(folder.run({"two"}).status, 128 + SIGTERM);
+}
+
+TEST(launcher, finds_its_folder_through_a_symbolic_link)
+{
+    const folder_t folder;
+    const fs::path link = folder.path() / "link";
+    fs::create_symlink(folder.path() / "ivra-bsp", link);
+    EXPECT_EQ(run_program(link.string(), {"one"}).out, "one: 0  \n");
+}
+
+TEST(launcher, lists_the_commands_for_a_word_that_is_none)
+{
+    folder_t folder;
+    folder.add("not-executable", "");
+    fs::permissions(folder.path() / "ivra-bsp-not-executable", fs::perms::owner_read);
+    fs::create_directory(folder.path() / "ivra-bsp-folder");
+    std::ofstream{folder.path() / "ivra-bsp-"};
+
+    for (const std::string word : {"three", "../one", "./one", "on", "ONE", "--verbose", "folder", "not-executable"}) {
+        const run_t run = folder.run({word});
+        EXPECT_EQ(run.out, "") << word;
+        EXPECT_EQ(run.err, "ivra-bsp: Unknown command: " + word + "\n" + usage);
+        EXPECT_EQ(run.status, 64) << word;
+    }
+    for (const std::vector<std::string>& words : {std::vector<std::string>{}, std::vector<std::string>{""}}) {
+        const run_t run = folder.run(words);
+        EXPECT_EQ(run.err, "ivra-bsp: No command given\n" + usage);
+        EXPECT_EQ(run.status, 64);
+    }
+}
+
+TEST(launcher, tells_its_version_and_its_commands_on_standard_output)
+{
+    const folder_t folder;
+    const run_t version = folder.run({"--version"});
+    EXPECT_EQ(version.out, "ivra-bsp " IVRA_BSP_VERSION "\n");
+    EXPECT_EQ(version.status, 0);
+    const run_t help = folder.run({"--help"});
+    EXPECT_EQ(help.out, usage);
+    EXPECT_EQ(help.err, "");
+    EXPECT_EQ(help.status, 0);
+}
+
+TEST(launcher, fails_when_standard_output_cannot_be_written)
+{
+    const folder_t folder;
+    for (const std::string word : {"--version", "--help"}) {
+        const run_t run = folder.run({word}, {stream_t::full_disk, stream_t::file});
+        EXPECT_EQ(run.err, "ivra-bsp: Cannot write to standard output: No space left on device\n");
+        EXPECT_EQ(run.status, 1);
+    }
+}
+
+TEST(launcher, says_why_a_command_cannot_be_run)
+{
+    folder_t folder;
+    const fs::path broken = folder.path() / "ivra-bsp-broken";
+    std::ofstream{broken} << "#!/no/such/interpreter\n";
+    fs::permissions(broken, fs::perms::owner_all);
+    const run_t run = folder.run({"broken"});
+    EXPECT_EQ(run.err, "ivra-bsp: Cannot run " + broken.string() + ": No such file or directory\n");
+    EXPECT_EQ(run.status, 1);
+}
+
+TEST(launcher, runs_the_board_command)
+{
+    rack_t rack;
+    rack.plug("m48l_xcvu7p", {{"open", "\"EACCES\""}});
+    rack.run("list"); // writes the rack
+    const run_t run = run_program(IVRA_BSP, {"board", "show", "info"},
+                                  {"IVRA_VIRTUAL_RACK=" + (rack.folder() / "rack.json").string(),
+                                   "IVRA_VIRTUAL_STATE=" + (rack.folder() / "state").string()});
+    EXPECT_EQ(run.err, "Permission denied\n");
+    EXPECT_EQ(run.status, 1);
+}
+
+} // namespace
+} // namespace ivra::tests
