@@ -1,0 +1,18 @@
+# Warnings are errors with every compiler; sanitizers on request.
+option(IVRA_SANITIZE "Build everything with the address and undefined-behaviour sanitizers" OFF)
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+
+# Log lines and traces name files as the project does, not as the machine that built it.
+add_compile_options(-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+
+# A program built once runs on any libraries of these names: LD_LIBRARY_PATH has to win, so RUNPATH, never RPATH.
+add_link_options(-Wl,--enable-new-dtags)
+
+if(IVRA_SANITIZE)
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=address,undefined)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        add_compile_options(-fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/sanitizer-ignore.txt)
+    endif()
+endif()

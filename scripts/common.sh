@@ -1,0 +1,67 @@
+# Shared by the scripts beside it: missing packages, and builds that are quiet unless they fail.
+
+cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
+
+fail() {
+    printf '%s\n' "$@" >&2
+    exit 1
+}
+
+# need PACKAGE...: installs those that are missing, once, and says so.
+need() {
+    local package missing=() as_root=()
+    for package in "$@"; do
+        dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    command -v apt-get >/dev/null || fail "Please install these packages (Debian's names): ${missing[*]}"
+    if [ "$(id -u)" != 0 ]; then
+        command -v sudo >/dev/null || fail "Please install these packages, as root: ${missing[*]}"
+        as_root=(sudo)
+    fi
+    echo "Installing ${missing[*]}"
+    quietly "${as_root[@]}" apt-get -q update
+    quietly "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y install --no-install-recommends "${missing[@]}"
+}
+
+# quietly COMMAND...: shows what the command prints only when it fails, and then ends the script.
+quietly() {
+    local log
+    log=$(mktemp)
+    if ! "$@" >"$log" 2>&1 </dev/null; then
+        cat "$log" >&2
+        rm -f "$log"
+        fail "" "Failed. Reproduce with: $*"
+    fi
+    rm -f "$log"
+}
+
+# build FOLDER TARGET CMAKE-OPTION...: the virtual platform is always the one that is built and linked.
+build() {
+    local folder=$1 target=$2
+    shift 2
+    quietly cmake -S . -B "$folder" -G Ninja -DIVRA_PLATFORM=virtual "$@"
+    quietly cmake --build "$folder" --target "$target"
+}
+
+# use_virtual_platform FOLDER: no program started from here on reaches a real board.
+use_virtual_platform() {
+    export LD_LIBRARY_PATH=$PWD/$1/lib
+}
+
+# run_tests FOLDER CTEST-OPTION...: ends with ctest's own summary.
+run_tests() {
+    local folder=$1 log=$1/test.log
+    shift
+    use_virtual_platform "$folder"
+    if ctest --test-dir "$folder" --output-on-failure --no-tests=error -j "$(nproc)" "$@" >"$log" 2>&1 </dev/null; then
+        tail -n 3 "$log"
+    else
+        cat "$log"
+        return 1
+    fi
+}
+
+build_packages=(g++ cmake ninja-build rapidjson-dev)
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev python3-jsonschema util-linux valgrind)
+check_packages=(clang clang-format clang-tidy libclang-rt-14-dev)
