@@ -7,7 +7,8 @@
 #include <cerrno>
 #include <system_error>
 
-namespace ivra::hw::inline v5 {
+namespace ivra::hw {
+inline namespace v5 {
 
 namespace {
 
@@ -94,4 +95,5 @@ std::vector<accelerator_descriptor> enumerate_accelerators(const accelerator_fil
     return describe(pointers);
 }
 
-} // namespace ivra::hw::inline v5
+} // namespace v5
+} // namespace ivra::hw

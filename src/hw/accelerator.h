@@ -10,7 +10,8 @@
 #include <string>
 #include <vector>
 
-namespace ivra::hw::inline v5 {
+namespace ivra::hw {
+inline namespace v5 {
 
 /// An accelerator of this host, not opened yet.
 class accelerator_descriptor
@@ -71,6 +72,7 @@ std::vector<accelerator_descriptor> enumerate_accelerators();
 /// Those that the filter selects; none when the platform cannot tell.
 std::vector<accelerator_descriptor> enumerate_accelerators(const accelerator_filter& filter);
 
-} // namespace ivra::hw::inline v5
+} // namespace v5
+} // namespace ivra::hw
 
 #endif

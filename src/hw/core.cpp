@@ -5,7 +5,8 @@
 #include <algorithm>
 #include <utility>
 
-namespace ivra::hw::inline v5 {
+namespace ivra::hw {
+inline namespace v5 {
 
 core_tree::core_tree(const hw::mmio& mmio, std::shared_ptr<ivra_hw_core_tree> handle)
     : mmio_{mmio}, handle_{std::move(handle)}
@@ -51,4 +52,5 @@ std::error_code write(const core& core, const ivra_hw_register_description& desc
     return {};
 }
 
-} // namespace ivra::hw::inline v5
+} // namespace v5
+} // namespace ivra::hw

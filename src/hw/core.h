@@ -12,7 +12,8 @@
 #include <system_error>
 #include <vector>
 
-namespace ivra::hw::inline v5 {
+namespace ivra::hw {
+inline namespace v5 {
 
 class core;
 
@@ -57,6 +58,7 @@ result<std::uint64_t> read(const core& core, const ivra_hw_register_description&
 /// Writes a field of a core's address space; an error value of 0 means success.
 std::error_code write(const core& core, const ivra_hw_register_description& description, std::uint64_t value);
 
-} // namespace ivra::hw::inline v5
+} // namespace v5
+} // namespace ivra::hw
 
 #endif

@@ -2,7 +2,8 @@
 
 #include "hw/own.h"
 
-namespace ivra::hw::inline v5 {
+namespace ivra::hw {
+inline namespace v5 {
 
 hw::properties mmio_descriptor::properties() const
 {
@@ -19,4 +20,5 @@ hw::properties mmio::properties() const
     return hw::properties{ivra_hw_mmio_descriptor_get_properties(ivra_hw_mmio_get_descriptor(get()))};
 }
 
-} // namespace ivra::hw::inline v5
+} // namespace v5
+} // namespace ivra::hw

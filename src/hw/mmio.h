@@ -8,7 +8,8 @@
 #include <memory>
 #include <utility>
 
-namespace ivra::hw::inline v5 {
+namespace ivra::hw {
+inline namespace v5 {
 
 /// An MMIO space of an opened accelerator, not opened yet.
 class mmio_descriptor
@@ -44,6 +45,7 @@ private:
     std::shared_ptr<ivra_hw_mmio> handle_;
 };
 
-} // namespace ivra::hw::inline v5
+} // namespace v5
+} // namespace ivra::hw
 
 #endif

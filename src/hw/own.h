@@ -5,7 +5,8 @@
 #include <memory>
 #include <system_error>
 
-namespace ivra::hw::inline v5 {
+namespace ivra::hw {
+inline namespace v5 {
 
 /// Owns what a platform call returned; null means that it failed, with errno set. Throws std::system_error.
 template <class T, class Release>
@@ -26,6 +27,7 @@ std::shared_ptr<T> own(T* handle, Release release, const char* failure)
     return {handle, release};
 }
 
-} // namespace ivra::hw::inline v5
+} // namespace v5
+} // namespace ivra::hw
 
 #endif

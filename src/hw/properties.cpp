@@ -2,7 +2,8 @@
 
 #include <array>
 
-namespace ivra::hw::inline v5 {
+namespace ivra::hw {
+inline namespace v5 {
 
 namespace {
 
@@ -37,4 +38,5 @@ result<std::string> properties::uid() const
     return read_text(handle_, &ivra_hw_prop_get_uid);
 }
 
-} // namespace ivra::hw::inline v5
+} // namespace v5
+} // namespace ivra::hw

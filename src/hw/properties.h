@@ -8,7 +8,8 @@
 #include <cstdint>
 #include <string>
 
-namespace ivra::hw::inline v5 {
+namespace ivra::hw {
+inline namespace v5 {
 
 /// Identity of a device of the host. Borrowed from the descriptor that it came from.
 class properties
@@ -26,6 +27,7 @@ private:
     const ivra_hw_properties* handle_;
 };
 
-} // namespace ivra::hw::inline v5
+} // namespace v5
+} // namespace ivra::hw
 
 #endif

@@ -6,7 +6,8 @@
 #include <system_error>
 #include <utility>
 
-namespace ivra::hw::inline v5 {
+namespace ivra::hw {
+inline namespace v5 {
 
 /// What errno says of the platform call that failed just now.
 inline std::error_code last_error()
@@ -51,6 +52,7 @@ private:
     std::optional<T> value_;
 };
 
-} // namespace ivra::hw::inline v5
+} // namespace v5
+} // namespace ivra::hw
 
 #endif

@@ -3,7 +3,8 @@
 #include "hw/own.h"
 #include "hw/result.h"
 
-namespace ivra::hw::inline v5 {
+namespace ivra::hw {
+inline namespace v5 {
 
 shared_mutex::shared_mutex(const std::string& name)
     : handle_{own(ivra_hw_shared_mutex_create(name.c_str()), &ivra_hw_shared_mutex_destroy)}
@@ -29,4 +30,5 @@ void shared_mutex::unlock()
         throw std::system_error{last_error()};
 }
 
-} // namespace ivra::hw::inline v5
+} // namespace v5
+} // namespace ivra::hw

@@ -7,7 +7,8 @@
 #include <string>
 #include <system_error>
 
-namespace ivra::hw::inline v5 {
+namespace ivra::hw {
+inline namespace v5 {
 
 /// A mutex that every process of this host shares by its name. The system releases it when its holder dies.
 class shared_mutex
@@ -23,6 +24,7 @@ private:
     std::shared_ptr<ivra_hw_shared_mutex> handle_;
 };
 
-} // namespace ivra::hw::inline v5
+} // namespace v5
+} // namespace ivra::hw
 
 #endif
