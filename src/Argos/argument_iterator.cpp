@@ -1,6 +1,6 @@
-#include "argument_iterator.h"
+#include "Argos/argument_iterator.h"
 
-#include "help_text.h"
+#include "Argos/help_text.h"
 
 #include <cstdlib>
 

@@ -1,10 +1,10 @@
 #ifndef IVRA_ARGOS_ARGUMENT_ITERATOR_H
 #define IVRA_ARGOS_ARGUMENT_ITERATOR_H
 
-#include "flag_table.h"
-#include "parsed_arguments.h"
-#include "parser_data.h"
-#include "word_iterator.h"
+#include "Argos/flag_table.h"
+#include "Argos/parsed_arguments.h"
+#include "Argos/parser_data.h"
+#include "Argos/word_iterator.h"
 
 #include <cstddef>
 #include <memory>

@@ -1,7 +1,7 @@
-#include "argument_parser.h"
+#include "Argos/argument_parser.h"
 
-#include "argument_iterator.h"
-#include "help_text.h"
+#include "Argos/argument_iterator.h"
+#include "Argos/help_text.h"
 
 #include <utility>
 

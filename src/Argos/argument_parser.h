@@ -1,9 +1,9 @@
 #ifndef IVRA_ARGOS_ARGUMENT_PARSER_H
 #define IVRA_ARGOS_ARGUMENT_PARSER_H
 
-#include "definitions.h"
-#include "parsed_arguments.h"
-#include "parser_data.h"
+#include "Argos/definitions.h"
+#include "Argos/parsed_arguments.h"
+#include "Argos/parser_data.h"
 
 #include <memory>
 #include <ostream>

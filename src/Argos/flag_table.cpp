@@ -1,4 +1,4 @@
-#include "flag_table.h"
+#include "Argos/flag_table.h"
 
 #include <algorithm>
 

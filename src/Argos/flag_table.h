@@ -1,7 +1,7 @@
 #ifndef IVRA_ARGOS_FLAG_TABLE_H
 #define IVRA_ARGOS_FLAG_TABLE_H
 
-#include "parser_data.h"
+#include "Argos/parser_data.h"
 
 #include <memory>
 #include <string>

@@ -1,4 +1,4 @@
-#include "help_text.h"
+#include "Argos/help_text.h"
 
 #include <algorithm>
 #include <cstddef>

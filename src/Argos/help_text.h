@@ -1,7 +1,7 @@
 #ifndef IVRA_ARGOS_HELP_TEXT_H
 #define IVRA_ARGOS_HELP_TEXT_H
 
-#include "parser_data.h"
+#include "Argos/parser_data.h"
 
 #include <string>
 #include <string_view>

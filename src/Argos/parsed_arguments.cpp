@@ -1,6 +1,6 @@
-#include "parsed_arguments.h"
+#include "Argos/parsed_arguments.h"
 
-#include "help_text.h"
+#include "Argos/help_text.h"
 
 #include <charconv>
 #include <cmath>

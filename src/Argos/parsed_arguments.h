@@ -1,8 +1,8 @@
 #ifndef IVRA_ARGOS_PARSED_ARGUMENTS_H
 #define IVRA_ARGOS_PARSED_ARGUMENTS_H
 
-#include "definitions.h"
-#include "parser_data.h"
+#include "Argos/definitions.h"
+#include "Argos/parser_data.h"
 
 #include <cstddef>
 #include <map>

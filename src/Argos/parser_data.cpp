@@ -1,4 +1,4 @@
-#include "parser_data.h"
+#include "Argos/parser_data.h"
 
 #include <algorithm>
 

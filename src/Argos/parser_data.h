@@ -1,7 +1,7 @@
 #ifndef IVRA_ARGOS_PARSER_DATA_H
 #define IVRA_ARGOS_PARSER_DATA_H
 
-#include "definitions.h"
+#include "Argos/definitions.h"
 
 #include <iostream>
 #include <map>

@@ -1,6 +1,6 @@
-#include "word_iterator.h"
+#include "Argos/word_iterator.h"
 
-#include "parser_data.h"
+#include "Argos/parser_data.h"
 
 #include <utility>
 

@@ -1,7 +1,7 @@
 #ifndef IVRA_ARGOS_WORD_ITERATOR_H
 #define IVRA_ARGOS_WORD_ITERATOR_H
 
-#include "definitions.h"
+#include "Argos/definitions.h"
 
 #include <cstddef>
 #include <optional>
