@@ -71,8 +71,8 @@ std::string outcomes(const std::string& model)
     rack.environment("IVRA_LOG_LEVEL=0");
     const tests::run_t run = rack.in_child([] {
         board b{hw::enumerate_accelerators().at(0)};
-        for (const auto& [name, operation] : operations)
-            std::cout << name << ": " << outcome([&] { return operation(b); }) << '\n';
+        for (const auto& operation : operations)
+            std::cout << operation.first << ": " << outcome([&] { return operation.second(b); }) << '\n';
     });
     EXPECT_EQ(run.status, 0) << run.err;
     return run.out;

@@ -180,16 +180,16 @@ TEST(flash, queries_that_fail_give_the_error)
         {R"("ivra_flash_get_section_size")", [](auto& f) { return f.get_section_size(f.get_section_pgm()).error(); }},
         {R"("ivra_flash_write_section")", [](auto& f) { return f.write_section(f.get_section_usr(), 0, {}); }},
     };
-    for (const auto& [call, query] : rows) {
+    for (const auto& row : rows) {
         tests::rack_t rack;
-        rack.plug("xilinx_u50").faults("{\"call\": " + call + R"(, "errno": "EIO"})");
+        rack.plug("xilinx_u50").faults("{\"call\": " + row.first + R"(, "errno": "EIO"})");
         EXPECT_EQ(printed(rack,
-                          [&query](const core& root) {
+                          [&row](const core& root) {
                               v6::flash::flash flash{root};
-                              std::cout << query(flash);
+                              std::cout << row.second(flash);
                           }),
                   "generic:5")
-            << call;
+            << row.first;
     }
 }
 
