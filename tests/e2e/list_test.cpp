@@ -227,6 +227,15 @@ TEST(list, shows_id_and_model_as_errors_when_the_model_cannot_be_read)
                        "list_add_board: Error retrieving board info for accelerator 0: Input/output error\n");
 }
 
+TEST(list, shows_the_low_16_bits_of_an_index)
+{
+    rack_t rack;
+    rack.plug("m48l_xcvu7p").host({.serial = "S1", .address = {}});
+    rack.faults(R"({"call": "ivra_hw_prop_get_index", "garble": "02000100"})"); // 0 becomes 65538
+    EXPECT_NE(rack.run("list").out.find("\tID            : 2\n"), std::string::npos);
+    EXPECT_NE(rack.run("show info").out.find("\tID           : 65538\n"), std::string::npos) << "show info has all 32";
+}
+
 TEST(list, calls_an_accelerator_that_has_neither_name_nor_index_unknown)
 {
     rack_t rack;
