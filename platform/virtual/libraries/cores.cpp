@@ -1,5 +1,7 @@
 #include "libraries/handles.h"
 
+#include "devices/device.h"
+
 #include <algorithm>
 #include <iterator>
 
@@ -43,10 +45,34 @@ field_t field_of(const ivra_hw_core* core, const ivra_hw_register_description* d
     return {offset + bit_offset / 32 * 4, bit_offset % 32, width};
 }
 
-register_file& registers_of(const ivra_hw_core& core)
+/// The words of a core's space: those of the device behind it, or else those that the board remembers.
+class words
 {
-    return core.tree->state().registers();
-}
+public:
+    explicit words(const ivra_hw_core& core)
+        : core_{*core.description}, registers_{core.tree->state().registers()}, device_{device_behind(
+                                                                                    *core.device(), core_, registers_)}
+    {
+    }
+
+    std::uint32_t read(std::uint64_t offset) const
+    {
+        return device_ ? device_->read(offset, device_now()) : registers_.read(core_, offset);
+    }
+
+    void write(std::uint64_t offset, std::uint32_t value) const
+    {
+        if (device_)
+            device_->write(offset, value, device_now());
+        else
+            registers_.write(core_, offset, value);
+    }
+
+private:
+    const core_t& core_;
+    register_file& registers_;
+    std::unique_ptr<ivra::virtual_platform::device> device_;
+};
 
 } // namespace
 
@@ -120,9 +146,10 @@ int ivra_hw_read(ivra_hw_core* core, const ivra_hw_register_description* descrip
     return c.with(core, description).status([&] {
         const field_t field = field_of(core, description);
         require(value != nullptr);
+        const words space{*core};
         std::uint64_t bits = 0;
         for (std::uint32_t n = 0; n < field.words(); ++n) {
-            const std::uint64_t word = registers_of(*core).read(*core->description, field.offset + 4 * n);
+            const std::uint64_t word = space.read(field.offset + 4 * n);
             bits |= n == 0 ? word >> field.shift : word << (32 * n - field.shift);
         }
         c.store(value, bits & field.all());
@@ -135,12 +162,13 @@ int ivra_hw_write(ivra_hw_core* core, const ivra_hw_register_description* descri
     return c.with(core, description, hexadecimal_t{value}).status([&] {
         const field_t field = field_of(core, description);
         require(value <= field.all(), ERANGE);
+        const words space{*core};
         for (std::uint32_t n = 0; n < field.words(); ++n) {
             const std::uint64_t offset = field.offset + 4 * n;
             const std::uint32_t mask = field.mask(n);
             // Deliberate: a whole word is written without being read, as reading may do something.
-            const std::uint32_t kept = mask == ~0U ? 0 : registers_of(*core).read(*core->description, offset) & ~mask;
-            registers_of(*core).write(*core->description, offset, kept | field.part(value, n));
+            const std::uint32_t kept = mask == ~0U ? 0 : space.read(offset) & ~mask;
+            space.write(offset, kept | field.part(value, n));
         }
     });
 }

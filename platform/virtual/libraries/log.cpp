@@ -1,4 +1,5 @@
 #include "libraries/api.h"
+#include "libraries/log_observer.h"
 
 #include <atomic>
 #include <cerrno>
@@ -27,8 +28,14 @@ void write_to_standard_error(int, const char*, int, const char* function, const 
 }
 
 std::atomic<ivra_log_handler> handler_in_use = &write_to_standard_error;
+std::atomic<ivra::virtual_platform::log_observer> observer_in_use = nullptr;
 
 } // namespace
+
+void ivra::virtual_platform::observe_log(log_observer observer)
+{
+    observer_in_use = observer;
+}
 
 void ivra_log_set_handler(ivra_log_handler handler)
 {
@@ -37,6 +44,8 @@ void ivra_log_set_handler(ivra_log_handler handler)
 
 void ivra_log_log(int level, const char* file, int line, const char* function, const char* format, ...)
 {
+    if (const auto observer = observer_in_use.load(); observer != nullptr)
+        observer(level, file, line, function, format);
     static const int highest = highest_level();
     if (level > highest || format == nullptr)
         return;

@@ -2,11 +2,15 @@
 
 #include "libraries/call.h"
 #include "libraries/handles.h"
+#include "libraries/log_observer.h"
+#include "state/clock.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <system_error>
 
 namespace ivra::virtual_platform {
 
@@ -52,6 +56,17 @@ const char* variable(const char* name)
     }
 }
 
+void trace_log(int level, const char* file, int line, const char* function, const char* format)
+{
+    const int error = errno;
+    try {
+        trace_to_end->write("ivra_log_log(" + describe(level) + ", " + describe(file) + ", " + describe(line) + ", " +
+                            describe(function) + ", " + describe(format) + ")");
+    } catch (const std::exception&) { // no memory for a line: only the trace is poorer
+    }
+    errno = error;
+}
+
 } // namespace
 
 void count_handle(handle_kind kind, int change)
@@ -72,9 +87,14 @@ session& session::instance()
 
 session::session()
 {
+    if (const int error = test_clock::error(); error != 0)
+        log_message(IVRA_LOG_ERROR, "ivra_virtual_clock",
+                    std::string{"Cannot use "} + variable("IVRA_VIRTUAL_CLOCK") +
+                        " as a clock: " + std::generic_category().message(error));
     if (const char* file = variable("IVRA_VIRTUAL_TRACE"); *file != '\0') {
         try {
             trace_to_end = &trace_.emplace(file);
+            observe_log(&trace_log);
         } catch (const std::exception& error) {
             log_message(IVRA_LOG_ERROR, "ivra_virtual_trace", error.what());
         }

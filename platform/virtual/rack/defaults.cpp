@@ -97,7 +97,7 @@ bool has_xmc(const model_t& model)
     return model.family == family_t::alveo;
 }
 
-std::vector<core_t> default_cores(bool i2c, bool uart, bool xmc)
+std::vector<core_t> default_cores(bool i2c, bool uart, std::size_t xmcs)
 {
     struct row_t
     {
@@ -111,13 +111,14 @@ std::vector<core_t> default_cores(bool i2c, bool uart, bool xmc)
         {hardware_ids::flash,  true, 0x010000, 0x01000},
         {hardware_ids::i2c,    i2c,  0x020000, 0x01000},
         {hardware_ids::uart,   uart, 0x030000, 0x01000},
-        {hardware_ids::xmc,    xmc,  0x100000, 0x30000},
     };
     // clang-format on
     std::vector<core_t> cores;
     for (const row_t& row : rows)
         if (row.present)
             cores.push_back({row.hardware_id, row.address, row.size, {}});
+    for (std::size_t number = 0; number < xmcs; ++number)
+        cores.push_back({hardware_ids::xmc, 0x100000 + 0x40000 * number, 0x30000, {}});
     return cores;
 }
 

@@ -46,7 +46,7 @@ std::vector<flash_section_t> default_flash_sections();
 bool has_i2c(const model_t& model);
 bool has_bmc(const model_t& model);
 bool has_xmc(const model_t& model);
-std::vector<core_t> default_cores(bool i2c, bool uart, bool xmc);
+std::vector<core_t> default_cores(bool i2c, bool uart, std::size_t xmcs);
 
 inline constexpr std::uint64_t default_flash_size = 128U << 20U;
 inline constexpr std::uint64_t default_flash_sector = 64U << 10U;

@@ -28,16 +28,21 @@ Value plain(std::string_view text, allocator_t& allocator)
     return Value{text.data(), static_cast<rapidjson::SizeType>(text.size()), allocator};
 }
 
+std::string hex_digits(std::string_view bytes)
+{
+    std::string digits;
+    for (const char c : bytes)
+        digits += hex_pair(static_cast<std::uint8_t>(c));
+    return digits;
+}
+
 /// A device's text; one that is not UTF-8 as { "hex": ... }.
 Value device_text(std::string_view text, allocator_t& allocator)
 {
     if (is_utf8(text))
         return plain(text, allocator);
-    std::string digits;
-    for (const char c : text)
-        digits += hex_pair(static_cast<std::uint8_t>(c));
     Value object{rapidjson::kObjectType};
-    object.AddMember("hex", plain(digits, allocator), allocator);
+    object.AddMember("hex", plain(hex_digits(text), allocator), allocator);
     return object;
 }
 
@@ -119,6 +124,83 @@ Value presence(const accelerator_t& accelerator, std::uint32_t hardware_id)
     return present ? Value{rapidjson::kObjectType} : Value{};
 }
 
+Value duration_value(const duration_t& duration, allocator_t& allocator)
+{
+    return plain(duration ? duration_text(*duration) : "never", allocator);
+}
+
+Value card_value(const xmc_card_t& card, allocator_t& allocator)
+{
+    const auto number = [](const auto& value) { return value ? Value{static_cast<unsigned>(*value)} : Value{}; };
+    Value macs;
+    if (card.macs) {
+        macs.SetObject();
+        macs.AddMember("first", plain(mac_address_text(card.macs->first), allocator), allocator);
+        macs.AddMember("count", Value{static_cast<unsigned>(card.macs->count)}, allocator);
+    }
+    Value legacy_macs{rapidjson::kArrayType};
+    for (const auto& address : card.legacy_macs)
+        legacy_macs.PushBack(device_text(address, allocator), allocator);
+    while (!legacy_macs.Empty() && legacy_macs[legacy_macs.Size() - 1].IsNull())
+        legacy_macs.PopBack();
+    Value extra{rapidjson::kArrayType};
+    for (const auto& [key, value] : card.extra) {
+        Value field{rapidjson::kObjectType};
+        field.AddMember("key", plain("0x" + hex_pair(key), allocator), allocator);
+        field.AddMember("value", device_text(std::string_view{value}, allocator), allocator);
+        extra.PushBack(field, allocator);
+    }
+    Value object{rapidjson::kObjectType};
+    object.AddMember("name", device_text(card.name, allocator), allocator);
+    object.AddMember("revision", device_text(card.revision, allocator), allocator);
+    object.AddMember("serial", device_text(card.serial, allocator), allocator);
+    object.AddMember("macs", macs, allocator);
+    object.AddMember("legacy_macs", legacy_macs, allocator);
+    object.AddMember("fan", card.fan ? Value{*card.fan} : Value{}, allocator);
+    object.AddMember("configuration_mode", number(card.configuration_mode), allocator);
+    object.AddMember("maximum_power", number(card.maximum_power), allocator);
+    object.AddMember("firmware", device_text(card.firmware, allocator), allocator);
+    object.AddMember("extra", extra, allocator);
+    object.AddMember("raw", card.raw ? plain(hex_digits(*card.raw), allocator) : Value{}, allocator);
+    return object;
+}
+
+Value xmc_value(const xmc_t& xmc, allocator_t& allocator)
+{
+    Value ready_after{rapidjson::kArrayType};
+    for (const duration_t& time : xmc.ready_after)
+        ready_after.PushBack(duration_value(time, allocator), allocator);
+    Value sensors{rapidjson::kObjectType};
+    for (const xmc_sensor_t& sensor : xmc.sensors) {
+        Value values{rapidjson::kArrayType};
+        for (const std::uint32_t value : sensor.values)
+            values.PushBack(Value{value}, allocator);
+        sensors.AddMember(plain(sensor.name, allocator), values, allocator);
+    }
+    Value object{rapidjson::kObjectType};
+    object.AddMember("ready_after", ready_after, allocator);
+    object.AddMember("answer_after", duration_value(xmc.answer_after, allocator), allocator);
+    object.AddMember("error", plain(hex_text(xmc.error), allocator), allocator);
+    object.AddMember("dead_link", xmc.dead_link, allocator);
+    object.AddMember("power_good", xmc.power_good, allocator);
+    object.AddMember("card", card_value(xmc.card, allocator), allocator);
+    object.AddMember("sensors", sensors, allocator);
+    return object;
+}
+
+/// None as null, one by itself, several as a list.
+Value xmcs_value(const std::vector<xmc_t>& xmcs, allocator_t& allocator)
+{
+    if (xmcs.empty())
+        return {};
+    if (xmcs.size() == 1)
+        return xmc_value(xmcs.front(), allocator);
+    Value list{rapidjson::kArrayType};
+    for (const xmc_t& xmc : xmcs)
+        list.PushBack(xmc_value(xmc, allocator), allocator);
+    return list;
+}
+
 Value accelerator_value(const accelerator_t& accelerator, allocator_t& allocator)
 {
     Value object{rapidjson::kObjectType};
@@ -133,6 +215,7 @@ Value accelerator_value(const accelerator_t& accelerator, allocator_t& allocator
     object.AddMember("cores", cores_value(accelerator.cores, allocator), allocator);
     object.AddMember("i2c", presence(accelerator, hardware_ids::i2c), allocator);
     object.AddMember("bmc", presence(accelerator, hardware_ids::uart), allocator);
+    object.AddMember("xmc", xmcs_value(accelerator.xmcs, allocator), allocator);
     return object;
 }
 

@@ -1,8 +1,9 @@
 #include "rack.h"
 
 #include "defaults.h"
-#include "document.h"
+#include "node.h"
 #include "open_errors.h"
+#include "read_xmc.h"
 #include "text.h"
 
 #include <algorithm>
@@ -44,49 +45,6 @@ std::string pointer_token(std::string_view name)
     return token;
 }
 
-/// A value of the document together with where it stands, so that what is wrong with it can be said. The schema has
-/// been checked: a value is of a type that the schema allows in its place.
-struct node_t
-{
-    const Value& value;
-    std::string pointer;
-    const std::filesystem::path& file;
-
-    std::optional<node_t> member(const char* name) const
-    {
-        const Value* found = find(value, name);
-        return found == nullptr ? std::nullopt : std::optional<node_t>{{*found, pointer + '/' + name, file}};
-    }
-
-    node_t required(const char* name) const { return *member(name); }
-
-    node_t element(std::size_t index) const
-    {
-        return {value[static_cast<rapidjson::SizeType>(index)], pointer + '/' + std::to_string(index), file};
-    }
-
-    std::size_t size() const { return value.Size(); }
-    std::string_view text() const { return {value.GetString(), value.GetStringLength()}; }
-
-    /// A text that the schema has a pattern for. Deliberate: to RapidJSON's patterns a text ends at NUL.
-    std::string_view patterned_text() const
-    {
-        if (text().find('\0') != std::string_view::npos)
-            expected("a text without NUL");
-        return text();
-    }
-
-    [[noreturn]] void expected(const std::string& what) const { mistake(file, pointer, "expected " + what); }
-};
-
-/// A number that the schema has seen to be digits of `base`, and nothing but; saturates.
-std::uint64_t parse_digits(std::string_view digits, int base)
-{
-    std::uint64_t value = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
-    return error == std::errc{} ? value : UINT64_MAX;
-}
-
 /// "0x10" and nothing else.
 std::optional<std::uint64_t> parse_offset(std::string_view text)
 {
@@ -95,27 +53,6 @@ std::optional<std::uint64_t> parse_offset(std::string_view text)
     std::uint64_t value = 0;
     const auto [end, error] = std::from_chars(text.data() + 2, text.data() + text.size(), value, 16);
     return error == std::errc{} && end == text.data() + text.size() ? std::optional{value} : std::nullopt;
-}
-
-std::uint64_t read_number(const node_t& node)
-{
-    if (node.value.IsUint64())
-        return node.value.GetUint64();
-    const std::string_view text = node.patterned_text();
-    if (text.starts_with("0x"))
-        return parse_digits(text.substr(2), 16);
-
-    struct unit_t
-    {
-        std::string_view name;
-        unsigned shift;
-    };
-    static constexpr unit_t units[] = {{"KiB", 10}, {"MiB", 20}, {"GiB", 30}};
-    const std::uint64_t value = parse_digits(text.substr(0, text.find_first_not_of("0123456789")), 10);
-    for (const unit_t& unit : units)
-        if (text.ends_with(unit.name))
-            return value > (UINT64_MAX >> unit.shift) ? UINT64_MAX : value << unit.shift;
-    return value;
 }
 
 std::uint64_t read_address(const node_t& node)
@@ -132,22 +69,6 @@ std::uint64_t read_size(const node_t& node, std::uint64_t largest)
     if (value == 0 || value > largest)
         node.expected("a size from 1 byte to " + size_text(largest));
     return value;
-}
-
-std::string read_text(const node_t& node)
-{
-    if (node.value.IsString())
-        return std::string{node.text()};
-    const node_t digits = node.required("hex");
-    std::string bytes;
-    for (std::string_view rest = digits.patterned_text(); !rest.empty(); rest.remove_prefix(2))
-        bytes += static_cast<char>(parse_digits(rest.substr(0, 2), 16));
-    return bytes;
-}
-
-std::optional<std::string> read_name(const node_t& node)
-{
-    return node.value.IsNull() ? std::nullopt : std::optional{read_text(node)};
 }
 
 int read_open_error(const node_t& node)
@@ -175,26 +96,11 @@ fpga_t read_fpga(const std::optional<node_t>& node, const model_t& model, std::s
     return fpga;
 }
 
-std::array<std::uint8_t, 6> read_mac_address(const node_t& node)
-{
-    std::array<std::uint8_t, 6> address{};
-    for (std::size_t at = 0; at < address.size(); ++at)
-        address.at(at) = static_cast<std::uint8_t>(parse_digits(node.patterned_text().substr(3 * at, 2), 16));
-    return address;
-}
-
 std::vector<std::array<std::uint8_t, 6>> read_mac_addresses(const node_t& node)
 {
     if (node.value.IsObject()) {
-        const auto first = read_mac_address(node.required("first"));
-        const node_t count = node.required("count");
-        std::uint64_t number = 0;
-        for (const std::uint8_t byte : first)
-            number = number << 8U | byte;
-        constexpr std::uint64_t end = std::uint64_t{1} << 48U;
-        if (count.value.GetUint64() > end - number)
-            count.expected("at most " + std::to_string(end - number) + ", as MAC addresses end at ff:ff:ff:ff:ff:ff");
-        return consecutive_mac_addresses(first, count.value.GetUint());
+        const auto [first, count] = read_mac_range(node);
+        return consecutive_mac_addresses(first, count);
     }
     std::vector<std::array<std::uint8_t, 6>> addresses;
     for (std::size_t at = 0; at < node.size(); ++at)
@@ -273,6 +179,19 @@ core_t read_core(const node_t& node, std::uint64_t previous_end)
     return core;
 }
 
+/// A member of an accelerator that does not agree with its cores, of which `found` have the hardware identifier.
+[[noreturn]] void disagree(const node_t& node, const std::string& expected, std::size_t found,
+                           std::uint32_t hardware_id)
+{
+    node.expected(
+        expected + ", as \"cores\" has " +
+        (found == 0   ? "none"
+         : found == 1 ? "one"
+                      : std::to_string(found)) +
+        " with the hardware_id " + std::to_string(hardware_id) +
+        (found == 0 && hardware_id == hardware_ids::xmc ? " and at least " + hex_text(xmc_window) + " bytes" : ""));
+}
+
 /// Whether the design has the core that the section `name` of an accelerator is about: {} says yes, null says no.
 /// Cores that are spelt out must agree.
 bool read_presence(const node_t& accelerator, const char* name, std::uint32_t hardware_id, bool by_default,
@@ -281,25 +200,55 @@ bool read_presence(const node_t& accelerator, const char* name, std::uint32_t ha
     const auto node = accelerator.member(name);
     const bool present = node ? !node->value.IsNull() : by_default;
     if (cores && node) {
-        const bool found = std::ranges::find(*cores, hardware_id, &core_t::hardware_id) != cores->end();
-        if (found != present)
-            node->expected((found ? "{}, as \"cores\" has one" : "null, as \"cores\" has none") +
-                           std::string{" with the hardware_id "} + std::to_string(hardware_id));
+        const auto found = static_cast<std::size_t>(std::ranges::count(*cores, hardware_id, &core_t::hardware_id));
+        if ((found != 0) != present)
+            disagree(*node, found == 0 ? "null" : "{}", std::min<std::size_t>(found, 1), hardware_id);
     }
     return present;
 }
 
-std::vector<core_t> read_cores(const node_t& accelerator, const model_t& model)
+/// The XMCs of a board: null says none, an object one, a list so many. Cores that are spelt out must agree.
+std::vector<xmc_t> read_xmcs(const node_t& accelerator, const model_t& model, std::string_view name, std::size_t index,
+                             const std::optional<std::vector<core_t>>& cores)
+{
+    const auto node = accelerator.member("xmc");
+    std::size_t count = 0;
+    if (cores)
+        count = static_cast<std::size_t>(std::ranges::count_if(*cores, &has_room_for_xmc));
+    else if (!node)
+        count = has_xmc(model) ? 1 : 0;
+    if (node) {
+        const std::size_t given = node->value.IsNull() ? 0 : node->value.IsArray() ? node->size() : 1;
+        if (cores && given != count)
+            disagree(*node,
+                     count == 0   ? "null"
+                     : count == 1 ? "{}"
+                                  : "a list of " + std::to_string(count),
+                     count, hardware_ids::xmc);
+        count = given;
+    }
+    std::vector<xmc_t> xmcs;
+    for (std::size_t number = 0; number < count; ++number) {
+        xmcs.push_back(default_xmc(name, index, number));
+        if (node)
+            read_xmc(node->value.IsArray() ? node->element(number) : *node, xmcs.back());
+    }
+    return xmcs;
+}
+
+/// The cores, and what stands behind them.
+void read_design(const node_t& node, const model_t& model, std::size_t index, accelerator_t& accelerator)
 {
     std::optional<std::vector<core_t>> cores;
-    if (const auto list = accelerator.member("cores")) {
+    if (const auto list = node.member("cores")) {
         cores.emplace();
         for (std::size_t at = 0; at < list->size(); ++at)
             cores->push_back(read_core(list->element(at), at == 0 ? 0 : cores->back().address + cores->back().size));
     }
-    const bool i2c = read_presence(accelerator, "i2c", hardware_ids::i2c, has_i2c(model), cores);
-    const bool uart = read_presence(accelerator, "bmc", hardware_ids::uart, has_bmc(model), cores);
-    return cores ? *cores : default_cores(i2c, uart, has_xmc(model));
+    const bool i2c = read_presence(node, "i2c", hardware_ids::i2c, has_i2c(model), cores);
+    const bool uart = read_presence(node, "bmc", hardware_ids::uart, has_bmc(model), cores);
+    accelerator.xmcs = read_xmcs(node, model, accelerator.model, index, cores);
+    accelerator.cores = cores ? *cores : default_cores(i2c, uart, accelerator.xmcs.size());
 }
 
 std::string compact(const Value& value)
@@ -327,7 +276,7 @@ accelerator_t read_accelerator(const node_t& node, std::size_t index)
     accelerator.flash = read_flash(node.member("flash"));
     if (const auto mmios = node.member("mmios"))
         accelerator.mmios = mmios->value.GetUint();
-    accelerator.cores = read_cores(node, model);
+    read_design(node, model, index, accelerator);
     accelerator.text = compact(node.value);
     return accelerator;
 }
@@ -417,6 +366,21 @@ std::filesystem::path this_file()
 }
 
 } // namespace
+
+bool has_room_for_xmc(const core_t& core)
+{
+    return core.hardware_id == hardware_ids::xmc && core.size >= xmc_window;
+}
+
+const xmc_t* xmc_behind(const accelerator_t& accelerator, const core_t& core)
+{
+    if (!has_room_for_xmc(core))
+        return nullptr;
+    std::size_t number = 0;
+    for (const core_t& other : accelerator.cores)
+        number += &other < &core && has_room_for_xmc(other) ? 1U : 0U;
+    return number < accelerator.xmcs.size() ? &accelerator.xmcs[number] : nullptr;
+}
 
 std::filesystem::path rack_in_use()
 {

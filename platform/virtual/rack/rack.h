@@ -1,6 +1,8 @@
 #ifndef IVRA_VIRTUAL_RACK_H
 #define IVRA_VIRTUAL_RACK_H
 
+#include "xmc.h"
+
 #include <array>
 #include <cstdint>
 #include <filesystem>
@@ -76,10 +78,17 @@ struct accelerator_t
     flash_t flash;
     std::uint32_t mmios = 1;   ///< MMIO spaces; the first holds the cores, the others are empty
     std::vector<core_t> cores; ///< below the root of the first space, in address order
+    std::vector<xmc_t> xmcs;   ///< behind the cores that have room for one, in address order
     std::string text;          ///< this accelerator in the rack file, as compact JSON: what its state started from
 
     bool operator==(const accelerator_t&) const = default;
 };
+
+/// Whether an XMC stands behind a core: it has the hardware identifier and the room. A smaller one is registers only.
+bool has_room_for_xmc(const core_t& core);
+
+/// The XMC behind a core, a member of the accelerator's; null when there is none.
+const xmc_t* xmc_behind(const accelerator_t& accelerator, const core_t& core);
 
 /// A host's accelerators, in index order.
 struct rack_t

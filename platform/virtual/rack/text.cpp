@@ -111,6 +111,24 @@ std::string size_text(std::uint64_t bytes)
     return hex_text(bytes);
 }
 
+std::string duration_text(std::chrono::nanoseconds duration)
+{
+    struct unit_t
+    {
+        const char* name;
+        std::int64_t nanoseconds;
+    };
+    static constexpr unit_t units[] = {{" s", 1'000'000'000}, {" ms", 1'000'000}, {" us", 1'000}};
+    const std::int64_t count = duration.count();
+    const unit_t* unit = std::begin(units);
+    while (count != 0 && count < unit->nanoseconds && unit + 1 != std::end(units))
+        ++unit;
+    std::string text = std::to_string(count / unit->nanoseconds);
+    std::string fraction = std::to_string(unit->nanoseconds + count % unit->nanoseconds).substr(1);
+    fraction.erase(fraction.find_last_not_of('0') + 1);
+    return text + (fraction.empty() ? "" : "." + fraction) + unit->name;
+}
+
 std::string mac_address_text(const std::array<std::uint8_t, 6>& address)
 {
     std::string text;

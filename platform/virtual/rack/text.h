@@ -2,6 +2,7 @@
 #define IVRA_VIRTUAL_TEXT_H
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -17,6 +18,8 @@ bool is_utf8(std::string_view text);
 
 /// A number of bytes as people write it: "64 KiB", or hexadecimal when no unit fits.
 std::string size_text(std::uint64_t bytes);
+/// "1.5 s"
+std::string duration_text(std::chrono::nanoseconds duration);
 /// "02:00:00:00:10:00"
 std::string mac_address_text(const std::array<std::uint8_t, 6>& address);
 /// 24 hexadecimal digits, most significant first.

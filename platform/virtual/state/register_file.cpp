@@ -2,8 +2,11 @@
 
 #include <array>
 #include <bit>
-#include <cstddef>
+#include <cerrno>
 #include <numeric>
+#include <system_error>
+
+#include <fcntl.h>
 
 namespace ivra::virtual_platform {
 
@@ -15,11 +18,29 @@ std::uint64_t space_sum(const core_t* begin, const core_t* end)
                            [](std::uint64_t sum, const core_t& core) { return sum + core.size; });
 }
 
+constexpr std::uint64_t kept_bytes = register_file::kept_numbers * sizeof(std::int64_t); // for each core
+
+/// Sets the lock on a file that belongs to this process. Deliberate: not one of the open file, which a forked child
+/// would share.
+int set_lock(int fd, short type)
+{
+    struct flock whole_file
+    {
+    };
+    whole_file.l_type = type;
+    whole_file.l_whence = SEEK_SET;
+    int result = 0;
+    do {
+        result = ::fcntl(fd, F_SETLKW, &whole_file);
+    } while (result < 0 && errno == EINTR);
+    return result;
+}
+
 } // namespace
 
 std::uint64_t register_file::file_size(const std::vector<core_t>& cores)
 {
-    return space_sum(cores.data(), cores.data() + cores.size());
+    return space_sum(cores.data(), cores.data() + cores.size()) + kept_bytes * cores.size();
 }
 
 register_file::register_file(mapped_file file, const std::vector<core_t>& cores)
@@ -42,6 +63,36 @@ std::uint32_t register_file::read(const core_t& core, std::uint64_t offset) cons
 void register_file::write(const core_t& core, std::uint64_t offset, std::uint32_t value)
 {
     file_.write(position(core, offset), std::bit_cast<std::array<std::uint8_t, 4>>(value));
+}
+
+std::uint64_t register_file::kept_position(const core_t& core, std::size_t slot) const
+{
+    const auto number = static_cast<std::uint64_t>(&core - cores_->data());
+    return space_sum(cores_->data(), cores_->data() + cores_->size()) + kept_bytes * number +
+           sizeof(std::int64_t) * slot;
+}
+
+std::int64_t register_file::kept(const core_t& core, std::size_t slot) const
+{
+    std::array<std::uint8_t, sizeof(std::int64_t)> bytes{};
+    file_.read(kept_position(core, slot), bytes);
+    return std::bit_cast<std::int64_t>(bytes);
+}
+
+void register_file::keep(const core_t& core, std::size_t slot, std::int64_t value)
+{
+    file_.write(kept_position(core, slot), std::bit_cast<std::array<std::uint8_t, sizeof value>>(value));
+}
+
+register_file::lock::lock(register_file& registers) : fd_{registers.file_.descriptor()}
+{
+    if (set_lock(fd_, F_WRLCK) < 0)
+        throw std::system_error{errno, std::generic_category(), "Cannot lock the registers"};
+}
+
+register_file::lock::~lock()
+{
+    set_lock(fd_, F_UNLCK);
 }
 
 } // namespace ivra::virtual_platform

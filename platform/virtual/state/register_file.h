@@ -4,15 +4,20 @@
 #include "rack/rack.h"
 #include "state/mapped_file.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
 namespace ivra::virtual_platform {
 
-/// The 32-bit registers of all cores of a board, one core's space after the other's.
+/// The 32-bit registers of all cores of a board, one core's space after the other's, and behind them what the devices
+/// behind the cores keep to themselves.
 class register_file
 {
 public:
+    /// Numbers that the device behind a core can keep where its host does not see them; 0 at the start.
+    static constexpr std::size_t kept_numbers = 8;
+
     /// Bytes of the file that holds the registers of these cores.
     static std::uint64_t file_size(const std::vector<core_t>& cores);
 
@@ -24,7 +29,25 @@ public:
     std::uint32_t read(const core_t& core, std::uint64_t offset) const;
     void write(const core_t& core, std::uint64_t offset, std::uint32_t value);
 
+    /// The device's own numbers, each in one of the `kept_numbers` slots.
+    std::int64_t kept(const core_t& core, std::size_t slot) const;
+    void keep(const core_t& core, std::size_t slot, std::int64_t value);
+
+    /// Keeps other processes from taking it, for what has to be read and changed in one go.
+    class lock
+    {
+    public:
+        explicit lock(register_file& registers);
+        ~lock();
+        lock(const lock&) = delete;
+        lock& operator=(const lock&) = delete;
+
+    private:
+        int fd_;
+    };
+
 private:
+    std::uint64_t kept_position(const core_t& core, std::size_t slot) const;
     std::uint64_t position(const core_t& core, std::uint64_t offset) const;
 
     mapped_file file_;

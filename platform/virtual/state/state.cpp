@@ -70,7 +70,7 @@ bool is_plain(char character)
 /// The whole text of a board's origin file. The number in the first line changes whenever the files do.
 std::string origin_text(const rack_t& rack, const accelerator_t& accelerator)
 {
-    return "ivra-virtual board state 1\n" + rack.file.string() + "\n" + accelerator.uid + "\n" + accelerator.text +
+    return "ivra-virtual board state 2\n" + rack.file.string() + "\n" + accelerator.uid + "\n" + accelerator.text +
            "\n";
 }
 

@@ -1,6 +1,7 @@
 #include "commands.h"
 #include "output.h"
 
+#include "devices/xmc.h"
 #include "rack/defaults.h"
 #include "rack/open_errors.h"
 #include "rack/text.h"
@@ -126,6 +127,27 @@ std::vector<std::string> core_lines(const std::vector<core_t>& cores)
     return lines;
 }
 
+/// Two lines for each: how far it is, and its card.
+std::vector<std::string> xmc_lines(const accelerator_t& accelerator, const std::optional<board_state>& state)
+{
+    std::vector<std::string> lines;
+    for (const core_t& core : accelerator.cores) {
+        const xmc_t* xmc = xmc_behind(accelerator, core);
+        if (xmc == nullptr)
+            continue;
+        constexpr const char* phases[] = {"in reset", "starting", "ready"};
+        const xmc_phase_t phase =
+            state ? phase_of(*xmc, core, state->registers(), device_now()) : xmc_phase_t::in_reset;
+        lines.push_back(xmc->dead_link ? "dead link" : phases[static_cast<std::size_t>(phase)]);
+        if (xmc->card.raw)
+            lines.push_back("card of " + count_text(xmc->card.raw->size(), "raw byte"));
+        else
+            lines.push_back(printable(xmc->card.name.value_or("(no name)")) + ", serial " +
+                            printable(xmc->card.serial.value_or("(none)")));
+    }
+    return lines;
+}
+
 std::string temperature_text(double celsius)
 {
     char text[32];
@@ -162,6 +184,7 @@ void show_accelerator(const rack_t& rack, std::size_t index)
     if (accelerator.mmios != 1)
         text += field("MMIO spaces", {std::to_string(accelerator.mmios)});
     text += field("Cores", core_lines(accelerator.cores));
+    text += field("XMC", xmc_lines(accelerator, state));
     text += field("State", {state_text(rack, accelerator, state)});
     print('\n' + text);
 }

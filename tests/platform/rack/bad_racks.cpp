@@ -14,12 +14,36 @@ std::string repeated(const std::string& text, std::size_t count)
     return result;
 }
 
-const std::string known_members = "name, model, uid, open, fpga, mac_addresses, flash, mmios, cores, i2c, bmc";
+const std::string known_members = "name, model, uid, open, fpga, mac_addresses, flash, mmios, cores, i2c, bmc, xmc";
 const std::string text_expected = R"(a text of at most 4096 characters, or { "hex": "ff41" } for any bytes)";
 const std::string name_expected =
     R"(a text of at most 4096 characters, { "hex": "ff41" } for any bytes, or null for no name)";
 const std::string bytes_expected = R"(a number of bytes such as 4096, "0x1000", "64 KiB" or "128 MiB")";
 const std::string word_expected = R"(a 32-bit number such as 475 or "0x1db")";
+
+const std::string duration_expected = R"(a time such as "1.5 s", "30 ms" or "50 us", or "never")";
+const std::string card_text_expected =
+    R"(a text of at most 255 bytes, { "hex": "ff41" } for any bytes, or null for a field that is not sent)";
+
+std::string xmc_with(const std::string& members)
+{
+    return rack_with(R"("xmc": {)" + members + "}");
+}
+
+std::string card_with(const std::string& members)
+{
+    return xmc_with(R"("card": {)" + members + "}");
+}
+
+/// Cores 475 of these sizes, one after the other.
+std::string xmc_cores(const std::vector<std::string>& sizes)
+{
+    std::string text;
+    for (std::size_t at = 0; at < sizes.size(); ++at)
+        text += (at == 0 ? "" : ", ") + R"({"hardware_id": 475, "address": )"s + std::to_string(at << 20U) +
+                R"(, "size": ")" + sizes[at] + "\"}";
+    return R"("cores": [)" + text + "]";
+}
 
 std::string flash_with(const std::string& members)
 {
@@ -261,6 +285,83 @@ const std::vector<bad_rack_t>& bad_racks()
          R"(/accelerators/0/i2c: expected {}, as "cores" has one with the hardware_id 32)", code},
         {"a BMC without its core", rack_with(R"("bmc": {}, "cores": [])"),
          R"(/accelerators/0/bmc: expected null, as "cores" has none with the hardware_id 48)", code},
+
+        // ---- XMC ----
+        {"an XMC that is a number", rack_with(R"("xmc": 1)"),
+         R"(/accelerators/0/xmc: expected { "ready_after": ..., "card": ..., "sensors": ... } for a card management controller, a list of at most 16 of them, or null for none)", schema},
+        {"17 XMCs", rack_with(R"("xmc": [)" + repeated("{},", 16) + "{}]"),
+         R"(/accelerators/0/xmc: expected { "ready_after": ..., "card": ..., "sensors": ... } for a card management controller, a list of at most 16 of them, or null for none)", schema},
+        {"an XMC in a list that is none", rack_with(R"("xmc": [{}, null])"),
+         R"(/accelerators/0/xmc/1: expected a card management controller: { "ready_after": ..., "card": ..., "sensors": ... })", schema},
+        {"an XMC with an unknown member", xmc_with(R"("ready": 1)"),
+         "/accelerators/0/xmc/ready: unknown member, expected one of ready_after, answer_after, error, dead_link, power_good, sensors, card", schema},
+        {"an XMC in a list with an unknown member", rack_with(R"("xmc": [{"ready": 1}])"),
+         "/accelerators/0/xmc/0/ready: unknown member, expected one of ready_after, answer_after, error, dead_link, power_good, sensors, card", schema},
+        {"one time to ready", xmc_with(R"("ready_after": ["1 s"])"),
+         R"(/accelerators/0/xmc/ready_after: expected two times, of status bits 0 and 28: ["0.5 s", "1.5 s"])", schema},
+        {"three times to ready", xmc_with(R"("ready_after": ["1 s", "1 s", "1 s"])"),
+         R"(/accelerators/0/xmc/ready_after: expected two times, of status bits 0 and 28: ["0.5 s", "1.5 s"])", schema},
+        {"a time without a unit", xmc_with(R"("ready_after": ["1 s", "1"])"), "/accelerators/0/xmc/ready_after/1: expected " + duration_expected, schema},
+        {"a time that is a number", xmc_with(R"("answer_after": 30)"), "/accelerators/0/xmc/answer_after: expected " + duration_expected, schema},
+        {"a negative time", xmc_with(R"("answer_after": "-1 s")"), "/accelerators/0/xmc/answer_after: expected " + duration_expected, schema},
+        {"a time in an unknown unit", xmc_with(R"("answer_after": "1 h")"), "/accelerators/0/xmc/answer_after: expected " + duration_expected, schema},
+        {"a time that ends in a point", xmc_with(R"("answer_after": "1. s")"), "/accelerators/0/xmc/answer_after: expected " + duration_expected, schema},
+        {"a time of ten digits", xmc_with(R"("answer_after": "1234567890 s")"), "/accelerators/0/xmc/answer_after: expected " + duration_expected, schema},
+        {"a time behind a NUL", xmc_with(R"("answer_after": "1 s\u0000")"), "/accelerators/0/xmc/answer_after: expected a text without NUL", schema},
+        {"an error of 33 bits", xmc_with(R"("error": "0x100000000")"), "/accelerators/0/xmc/error: expected " + word_expected, schema},
+        {"a dead link that is a word", xmc_with(R"("dead_link": "yes")"), "/accelerators/0/xmc/dead_link: expected true or false", schema},
+        {"a power that is null", xmc_with(R"("power_good": null)"), "/accelerators/0/xmc/power_good: expected true or false", schema},
+        {"sensors in a list", xmc_with(R"("sensors": [])"),
+         R"(/accelerators/0/xmc/sensors: expected sensors as raw register values: { "12V_PEX": [12170, 12168, 12201] })", schema},
+        {"a sensor with two values", xmc_with(R"("sensors": {"VCCINT": [1, 2]})"),
+         "/accelerators/0/xmc/sensors/VCCINT: expected three 32-bit numbers, current, average and maximum: [12170, 12168, 12201]", schema},
+        {"a sensor with a value of 33 bits", xmc_with(R"("sensors": {"VCCINT": [1, 2, 4294967296]})"),
+         "/accelerators/0/xmc/sensors/VCCINT/2: expected " + word_expected, schema},
+        {"a sensor with a negative value", xmc_with(R"("sensors": {"VCCINT": [-1, 2, 3]})"),
+         "/accelerators/0/xmc/sensors/VCCINT/0: expected " + word_expected, schema},
+        {"a card that is a text", xmc_with(R"("card": "x")"),
+         R"(/accelerators/0/xmc/card: expected what the card says of itself: { "name": ..., "serial": ..., "macs": ... })", schema},
+        {"a card with an unknown member", card_with(R"("mac": 1)"),
+         "/accelerators/0/xmc/card/mac: unknown member, expected one of name, revision, serial, macs, legacy_macs, fan, configuration_mode, maximum_power, firmware, extra, raw", schema},
+        {"a serial number that is a number", card_with(R"("serial": 1)"), "/accelerators/0/xmc/card/serial: expected " + card_text_expected, schema},
+        {"a serial number of 256 characters", card_with(R"("serial": ")" + repeated("a", 256) + "\""),
+         "/accelerators/0/xmc/card/serial: expected " + card_text_expected, schema},
+        {"a serial number of 255 characters and 256 bytes", card_with(R"("serial": ")" + repeated("a", 254) + "\xc3\xa4\""),
+         "/accelerators/0/xmc/card/serial: expected at most 255 bytes", code},
+        {"a name of 256 bytes", card_with(R"("name": {"hex": ")" + repeated("00", 256) + "\"}"), "/accelerators/0/xmc/card/name: expected at most 255 bytes", code},
+        {"MAC addresses in a list", card_with(R"("macs": [])"),
+         R"(/accelerators/0/xmc/card/macs: expected { "first": "02:00:00:00:20:00", "count": 4 }, or null for a field that is not sent)", schema},
+        {"256 MAC addresses", card_with(R"("macs": {"first": "02:00:00:00:20:00", "count": 256})"),
+         "/accelerators/0/xmc/card/macs/count: expected a number of addresses, 0 to 255", schema},
+        {"MAC addresses past the last one", card_with(R"("macs": {"first": "ff:ff:ff:ff:ff:fe", "count": 3})"),
+         "/accelerators/0/xmc/card/macs/count: expected at most 2, as MAC addresses end at ff:ff:ff:ff:ff:ff", code},
+        {"five slots of MAC addresses", card_with(R"("legacy_macs": [null, null, null, null, null])"),
+         "/accelerators/0/xmc/card/legacy_macs: expected a list of at most 4 addresses as the card spells them, null for one that is not sent", schema},
+        {"a slot that is too long", card_with(R"("legacy_macs": [null, {"hex": ")" + repeated("00", 256) + "\"}]"),
+         "/accelerators/0/xmc/card/legacy_macs/1: expected at most 255 bytes", code},
+        {"a number of fans", card_with(R"("fan": 2)"), "/accelerators/0/xmc/card/fan: expected true, false, or null for a field that is not sent", schema},
+        {"a configuration mode of 9 bits", card_with(R"("configuration_mode": 256)"),
+         "/accelerators/0/xmc/card/configuration_mode: expected a number, 0 to 255, or null for a field that is not sent", schema},
+        {"a power of 17 bits", card_with(R"("maximum_power": 65536)"),
+         "/accelerators/0/xmc/card/maximum_power: expected a number of watts, 0 to 65535, or null for a field that is not sent", schema},
+        {"a field without a value", card_with(R"("extra": [{"key": 33}])"), R"(/accelerators/0/xmc/card/extra/0: expected a member "value")", schema},
+        {"a field with a key of 9 bits", card_with(R"("extra": [{"key": "0x100", "value": ""}])"),
+         R"(/accelerators/0/xmc/card/extra/0/key: expected a number from 0 to 255, such as 33 or "0x21")", schema},
+        {"a field of 256 bytes", card_with(R"("extra": [{"key": 1, "value": ")" + repeated("a", 256) + "\"}]"),
+         "/accelerators/0/xmc/card/extra/0/value: expected at most 255 bytes", code},
+        {"more fields than a packet holds", card_with(R"("extra": [)" + repeated(R"({"key": 1, "value": ")" + repeated("a", 255) + "\"},", 15) +
+         R"({"key": 2, "value": ")" + repeated("a", 255) + "\"}]"),
+         "/accelerators/0/xmc/card: expected at most 4095 bytes of card information", code},
+        {"raw bytes of half a pair", card_with(R"("raw": "0")"),
+         "/accelerators/0/xmc/card/raw: expected at most 4095 bytes as pairs of hexadecimal digits, sent instead of all fields, or null", schema},
+        {"4096 raw bytes", card_with(R"("raw": ")" + repeated("00", 4096) + "\""),
+         "/accelerators/0/xmc/card/raw: expected at most 4095 bytes as pairs of hexadecimal digits, sent instead of all fields, or null", schema},
+        {"no XMC, and its core", rack_with(R"("xmc": null, )" + xmc_cores({"192 KiB"})),
+         R"(/accelerators/0/xmc: expected {}, as "cores" has one with the hardware_id 475)", code},
+        {"no XMC, and two cores", rack_with(R"("xmc": null, )" + xmc_cores({"192 KiB", "192 KiB"})),
+         R"(/accelerators/0/xmc: expected a list of 2, as "cores" has 2 with the hardware_id 475)", code},
+        {"an XMC on a core that is too small", rack_with(R"("xmc": {}, )" + xmc_cores({"0x2a00c"})),
+         R"(/accelerators/0/xmc: expected null, as "cores" has none with the hardware_id 475 and at least 0x2a010 bytes)", code},
 
         // ---- several ----
         {"the first of several", R"({"accelerators": [{"model": "a", "mmios": 99}, {"model": 1}]})",

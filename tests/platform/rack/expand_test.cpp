@@ -66,6 +66,21 @@ TEST(expand, a_rack_with_everything_unusual_expands_to_itself)
         R"("flash": {"size": 1023, "sector": 1, "sections": [{"start": 0, "size": 1023}]})",
         R"("flash": {"sections": [{"name": "", "start": 0, "size": 1, "protected": true}]})",
         R"("cores": [])",
+        R"("xmc": null)",
+        R"("xmc": [])",
+        R"("xmc": [{}])",
+        R"("xmc": [{"dead_link": true}, {"power_good": false, "error": "0xffffffff"}, {}])",
+        R"("xmc": {}, "cores": [{"hardware_id": 475, "address": 0, "size": 8}, {"hardware_id": 475, "address": 8, "size": "0x2a010"}])",
+        R"("cores": [{"hardware_id": 475, "address": 0, "size": "192 KiB"}, {"hardware_id": 475, "address": "1 MiB", "size": "192 KiB"}])",
+        R"("xmc": {"ready_after": ["never", "999999999.999999999 s"], "answer_after": "0.001 us"})",
+        R"("xmc": {"ready_after": ["0 us", "1.000000001 s"], "answer_after": "12.345678 ms"})",
+        R"("xmc": {"card": {"name": null, "revision": null, "serial": null, "macs": null, "fan": null, "configuration_mode": null, "maximum_power": null, "firmware": null}})",
+        R"("xmc": {"card": {"legacy_macs": ["", null, {"hex": "ff"}, "x\u0000"], "macs": {"first": "02:00:00:00:20:00", "count": 0}}})",
+        R"("xmc": {"card": {"legacy_macs": []}})",
+        R"("xmc": {"card": {"extra": [{"key": 0, "value": ""}, {"key": 255, "value": {"hex": "80"}}]}})",
+        R"("xmc": {"card": {"raw": ""}})",
+        R"("xmc": {"card": {"raw": "00FF"}})",
+        R"("xmc": {"sensors": {"12V_PEX": [0, 0, 0], "HBM_1V2_I": [1, 2, 3], "PEX_3V_POWER": [4, 5, 6]}})",
         R"("i2c": null)",
         R"("bmc": {})",
         R"("cores": [{"hardware_id": 48, "address": "0x7ffffffffffffff8", "size": 8, "registers": {"0x4": 0}}])",
@@ -84,7 +99,11 @@ TEST(expand, says_everything_in_operators_units)
         "fpga": {"device": "xcvu7p", "serial": "4002000001285C0F1A104285", "temperature": 45.5},
         "mac_addresses": ["02:00:00:00:10:00", "02:00:00:00:10:01"],
         "flash": {"sections": [{"start": 4096, "size": 16785408}]},
-        "cores": [{"hardware_id": 475, "address": 1048576, "size": 196608, "registers": {"0x10": 26}}]}]})",
+        "cores": [{"hardware_id": 475, "address": 1048576, "size": 196608, "registers": {"0x10": 26}}],
+        "xmc": {"ready_after": ["0.5s", "never"], "answer_after": "1500 ms", "error": 26,
+            "card": {"name": null, "serial": {"hex": "FF"}, "legacy_macs": [null, "02:00:00:00:20:00", null],
+                     "firmware": {"hex": "312e30"}, "extra": [{"key": 33, "value": "B"}]},
+            "sensors": {"VCCINT": [1, "0x1a", 4294967295]}}}]})",
                    "my.json");
     EXPECT_EQ(expand(rack), R"({
   "accelerators": [
@@ -103,7 +122,28 @@ TEST(expand, says_everything_in_operators_units)
       "mmios": 1,
       "cores": [{ "hardware_id": 475, "address": "0x100000", "size": "192 KiB", "registers": { "0x10": "0x1a" } }],
       "i2c": null,
-      "bmc": null
+      "bmc": null,
+      "xmc": {
+        "ready_after": ["500 ms", "never"],
+        "answer_after": "1.5 s",
+        "error": "0x1a",
+        "dead_link": false,
+        "power_good": true,
+        "card": {
+          "name": null,
+          "revision": "A",
+          "serial": { "hex": "ff" },
+          "macs": null,
+          "legacy_macs": [null, "02:00:00:00:20:00"],
+          "fan": false,
+          "configuration_mode": 7,
+          "maximum_power": 75,
+          "firmware": "1.0",
+          "extra": [{ "key": "0x21", "value": "B" }],
+          "raw": null
+        },
+        "sensors": { "VCCINT": [1, 26, 4294967295] }
+      }
     }
   ]
 }

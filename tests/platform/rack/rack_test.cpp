@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -304,7 +305,192 @@ TEST(rack_defaults, a_uid_that_is_left_out_makes_way_for_those_that_are_given)
     EXPECT_NE(rack.accelerators.at(0).uid, rack.accelerators.at(2).uid);
 }
 
+// ---- XMC ----
+
+TEST(rack_xmc, everything_that_a_rack_says_arrives)
+{
+    using namespace std::chrono_literals;
+    const accelerator_t accelerator = accelerator_with(R"("xmc": {
+        "ready_after": ["20 ms", "1.25 s"], "answer_after": "never", "error": "0xC0de", "dead_link": true,
+        "power_good": false,
+        "card": {"name": "N", "revision": "R\u0000", "serial": {"hex": "53ff"},
+                 "macs": {"first": "02:00:00:00:20:0A", "count": 255}, "legacy_macs": [null, "text"], "fan": true,
+                 "configuration_mode": 255, "maximum_power": 65535, "firmware": "F",
+                 "extra": [{"key": "0x4b", "value": {"hex": "00"}}, {"key": 33, "value": "again"}]},
+        "sensors": {"VCCINT": [1, "0xffffffff", 3], "HBM_1V2_I": [4, 5, 6]}})");
+    ASSERT_EQ(accelerator.xmcs.size(), 1U);
+    const xmc_t& xmc = accelerator.xmcs.at(0);
+    EXPECT_THAT(xmc.ready_after, ElementsAre(20ms, 1250ms));
+    EXPECT_EQ(xmc.answer_after, std::nullopt);
+    EXPECT_EQ(xmc.error, 0xc0deU);
+    EXPECT_TRUE(xmc.dead_link);
+    EXPECT_FALSE(xmc.power_good);
+    EXPECT_EQ(xmc.card.name, "N");
+    EXPECT_EQ(xmc.card.revision, "R\0"s);
+    EXPECT_EQ(xmc.card.serial, "S\xff");
+    EXPECT_EQ(xmc.card.macs, (mac_block_t{{2, 0, 0, 0, 0x20, 0x0a}, 255}));
+    EXPECT_THAT(xmc.card.legacy_macs, ElementsAre(std::nullopt, "text", std::nullopt, std::nullopt));
+    EXPECT_EQ(xmc.card.fan, true);
+    EXPECT_EQ(xmc.card.configuration_mode, 255);
+    EXPECT_EQ(xmc.card.maximum_power, 65535);
+    EXPECT_EQ(xmc.card.firmware, "F");
+    EXPECT_THAT(xmc.card.extra, ElementsAre(std::pair{0x4b, "\0"s}, std::pair{0x21, "again"s}));
+    EXPECT_EQ(xmc.card.raw, std::nullopt);
+    EXPECT_THAT(xmc.sensors, ::testing::Contains(xmc_sensor_t{"VCCINT", {1, 0xffffffff, 3}}));
+    EXPECT_THAT(xmc.sensors, ::testing::Contains(xmc_sensor_t{"HBM_1V2_I", {4, 5, 6}}));
+    EXPECT_EQ(xmc.sensors.size(), 32U) << "the 31 of the board, and one that it does not have";
+}
+
+TEST(rack_xmc, times_are_exact_to_the_nanosecond)
+{
+    const std::pair<const char*, std::int64_t> rows[] = {
+        {"0 s", 0},
+        {"1s", 1'000'000'000},
+        {"0.000000001 s", 1},
+        {"1.5 ms", 1'500'000},
+        {"50 us", 50'000},
+        {"0.001 us", 1},
+        {"0.0019 us", 1},
+        {"007 ms", 7'000'000},
+        {"0.1 s", 100'000'000},
+        {"999999999.999999999 s", 999'999'999'999'999'999},
+    };
+    for (const auto& [text, nanoseconds] : rows) {
+        const accelerator_t accelerator = accelerator_with(R"("xmc": {"answer_after": ")"s + text + "\"}");
+        EXPECT_EQ(accelerator.xmcs.at(0).answer_after, std::chrono::nanoseconds{nanoseconds}) << text;
+    }
+}
+
+TEST(rack_xmc, a_card_sends_its_fields_in_one_order_as_key_length_and_value)
+{
+    const auto bytes_of = [](const std::string& members) {
+        return card_information(accelerator_with(R"("xmc": {"card": {)" + members + "}}").xmcs.at(0).card);
+    };
+    const std::string texts = R"("name": "NN", "revision": "R", "serial": "SSS", "firmware": "F",
+        "fan": true, "configuration_mode": 9, "maximum_power": 258, )";
+    EXPECT_EQ(bytes_of(texts + R"("macs": {"first": "02:03:04:05:06:07", "count": 8})"),
+              "\x27\2NN\x26\1R\x21\3SSS\x4b\x08\x08\0\2\3\4\5\6\7\x2a\1\1\x2b\1\x09\x29\2\2\1\x28\1F"s);
+    EXPECT_EQ(bytes_of(texts + R"("legacy_macs": ["a", null, "", "dd"])"),
+              "\x27\2NN\x26\1R\x21\3SSS\x22\1a\x24\0\x25\2dd\x2a\1\1\x2b\1\x09\x29\2\2\1\x28\1F"s);
+    EXPECT_EQ(
+        bytes_of(R"("name": null, "revision": null, "serial": "", "macs": null, "fan": null, "maximum_power": null,
+        "configuration_mode": null, "firmware": null, "extra": [{"key": 33, "value": "x"}, {"key": 33, "value": ""}])"),
+        "\x21\0\x21\1x\x21\0"s);
+    EXPECT_EQ(bytes_of(texts + R"("raw": "0021ff")"), "\0\x21\xff"s);
+    EXPECT_EQ(bytes_of(R"("raw": "")"), "");
+}
+
+TEST(rack_xmc, legacy_addresses_take_the_place_of_the_new_ones_unless_both_are_given)
+{
+    const auto card_with = [](const std::string& members) {
+        return accelerator_with(R"("xmc": {"card": {)" + members + "}}").xmcs.at(0).card;
+    };
+    EXPECT_TRUE(card_with("").macs.has_value());
+    EXPECT_FALSE(card_with(R"("legacy_macs": ["02:00:00:00:20:00"])").macs.has_value());
+    EXPECT_TRUE(card_with(R"("macs": {"first": "02:00:00:00:20:00", "count": 1}, "legacy_macs": [])").macs.has_value());
+}
+
+TEST(rack_xmc, each_model_has_its_sensors_and_a_board_of_another_sort_none)
+{
+    const std::pair<const char*, std::size_t> rows[] = {
+        {"xilinx_u200", 31}, {"xilinx_u250", 31}, {"xilinx_u50", 24}, {"xilinx_u55c", 26}};
+    for (const auto& [model, count] : rows) {
+        const accelerator_t accelerator = plain(model);
+        ASSERT_EQ(accelerator.xmcs.size(), 1U) << model;
+        EXPECT_EQ(accelerator.xmcs.at(0).sensors.size(), count) << model;
+        EXPECT_TRUE(accelerator.xmcs.at(0).power_good) << model;
+    }
+    for (const char* model : {"bittware_xupp3r", "m48l_xcvu7p", "unknown_model"})
+        EXPECT_THAT(plain(model).xmcs, IsEmpty()) << model;
+    const rack_t strange = parse_rack(R"({"accelerators": [{"model": "m48l_xcvu7p", "xmc": {}}]})", "my.json");
+    EXPECT_THAT(strange.accelerators.at(0).xmcs.at(0).sensors, IsEmpty());
+    EXPECT_THAT(core_ids(strange.accelerators.at(0)), ElementsAre(1, 16, 475));
+}
+
+TEST(rack_xmc, a_board_has_a_core_for_each_xmc_and_the_cores_it_spells_out_decide_about_those_left_out)
+{
+    EXPECT_THAT(core_ids(accelerator_with(R"("xmc": null)")), ElementsAre(1, 16, 32));
+    EXPECT_THAT(core_ids(accelerator_with(R"("xmc": [])")), ElementsAre(1, 16, 32));
+    const accelerator_t two = accelerator_with(R"("xmc": [{"error": 1}, {"error": 2}])");
+    EXPECT_THAT(core_ids(two), ElementsAre(1, 16, 32, 475, 475));
+    EXPECT_EQ(xmc_behind(two, two.cores.at(2)), nullptr);
+    EXPECT_EQ(xmc_behind(two, two.cores.at(3))->error, 1U);
+    EXPECT_EQ(xmc_behind(two, two.cores.at(4))->error, 2U);
+    EXPECT_NE(two.xmcs.at(0).card.serial, two.xmcs.at(1).card.serial);
+    EXPECT_NE(two.xmcs.at(0).card.macs, two.xmcs.at(1).card.macs);
+    const accelerator_t small = accelerator_with(
+        R"("cores": [{"hardware_id": 475, "address": 0, "size": "0x2a00c"},
+                     {"hardware_id": 475, "address": "1 MiB", "size": "0x2a010"}])");
+    ASSERT_EQ(small.xmcs.size(), 1U);
+    EXPECT_EQ(xmc_behind(small, small.cores.at(0)), nullptr) << "it is too small";
+    EXPECT_EQ(xmc_behind(small, small.cores.at(1)), &small.xmcs.at(0));
+}
+
+TEST(rack_xmc, no_two_cards_share_a_serial_and_vendor_addresses_are_none_of_the_design)
+{
+    std::string text = R"({"accelerators": [{"model": "xilinx_u250"})";
+    constexpr std::size_t count = 300;
+    for (std::size_t at = 1; at < count; ++at)
+        text += R"(,{"model":"xilinx_u250"})";
+    std::set<std::string> serials;
+    std::set<mac_t> designs;
+    std::set<mac_t> vendors;
+    for (const accelerator_t& accelerator : parse_rack(text + "]}", "my.json").accelerators) {
+        serials.insert(accelerator.xmcs.at(0).card.serial.value());
+        designs.insert(accelerator.mac_addresses.begin(), accelerator.mac_addresses.end());
+        const mac_block_t macs = accelerator.xmcs.at(0).card.macs.value();
+        EXPECT_EQ(macs.count, 8U);
+        EXPECT_LE(macs.first[5], 0xf8U) << "counting on stays within the last byte";
+        for (std::uint8_t at = 0; at < macs.count; ++at) {
+            mac_t address = macs.first;
+            address[5] = static_cast<std::uint8_t>(address[5] + at);
+            vendors.insert(address);
+            EXPECT_FALSE(designs.contains(address));
+        }
+    }
+    EXPECT_EQ(serials.size(), count);
+    EXPECT_EQ(vendors.size(), 8 * count);
+    EXPECT_TRUE(serials.contains("VRT0250A0001"));
+    EXPECT_TRUE(serials.contains("VRT0250A0300"));
+}
+
 // ---- the racks that come with it ----
+
+TEST(rack_files, those_with_an_xmc_to_learn_from_are_what_their_names_say)
+{
+    const auto xmcs_of = [](const std::string& name) {
+        const rack_t rack = load_rack(IVRA_RACKS "/" + name + ".json");
+        EXPECT_THAT(rack.accelerators.at(0).name.value_or(""), ::testing::StartsWith("virtual-"));
+        return rack.accelerators.at(0).xmcs;
+    };
+    EXPECT_EQ(xmcs_of("xmc-never-ready").at(0).ready_after.at(1), std::nullopt);
+    EXPECT_EQ(xmcs_of("xmc-loses-mailbox").at(0).answer_after, std::nullopt);
+    EXPECT_EQ(xmcs_of("xmc-two").size(), 2U);
+    EXPECT_EQ(xmcs_of("xmc-none").size(), 0U);
+    EXPECT_TRUE(xmcs_of("xmc-dead-link").at(0).dead_link);
+    EXPECT_THAT(xmcs_of("xmc-repeated-key").at(0).card.extra, ElementsAre(std::pair{0x21, "VRTSECOND002"s}));
+    EXPECT_EQ(xmcs_of("xmc-legacy-card").at(0).card.macs, std::nullopt);
+    EXPECT_THAT(xmcs_of("xmc-legacy-card").at(0).card.legacy_macs,
+                ElementsAre("FF:FF:FF:FF:FF:FF", "02:00:00:00:30:01", "02:00:00:00:30:02", "FF:FF:FF:FF:FF:FF"));
+    // The last field begins with its key and says 8 bytes, of which 5 are there.
+    EXPECT_THAT(xmcs_of("xmc-truncated-record").at(0).card.raw.value(),
+                ::testing::EndsWith("\x4b\x08\x02\x00\x02\x00\x01"s));
+}
+
+TEST(rack_files, the_showcase_spells_out_for_the_u200_what_others_have_by_default)
+{
+    const rack_t rack = load_rack(IVRA_RACKS "/showcase.json");
+    xmc_t spelt_out = rack.accelerators.at(0).xmcs.at(0);
+    const mac_block_t expected{{2, 0, 0, 0, 0x20, 0}, 4};
+    EXPECT_EQ(spelt_out.card.macs, expected);
+    spelt_out.card.macs = plain("xilinx_u200").xmcs.at(0).card.macs;
+    EXPECT_EQ(spelt_out, plain("xilinx_u200").xmcs.at(0));
+    for (std::size_t at = 0; at < 4; ++at) {
+        const std::string serial = rack.accelerators.at(at).xmcs.at(0).card.serial.value();
+        EXPECT_EQ(serial.size(), 12U) << serial;
+        EXPECT_EQ(serial.find('\0'), std::string::npos) << "it is sent without a NUL";
+    }
+}
 
 TEST(rack_files, the_showcase_has_one_board_of_every_model_with_a_name_that_says_it_is_virtual)
 {

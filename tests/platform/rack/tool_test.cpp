@@ -1,5 +1,6 @@
 #include "bad_racks.h"
 
+#include "devices/device.h"
 #include "rack/rack.h"
 #include "state/state.h"
 #include "support/process.h"
@@ -103,6 +104,8 @@ std::string shown_boards(const std::string& first_flash_line_end, const std::str
                   0x010000 - 0x010fff  16   flash controller
                   0x020000 - 0x020fff  32   I2C controller
                   0x100000 - 0x12ffff  475  card management controller
+   XMC            in reset
+                  VIRTUAL U200, serial VRT0200A0001
    State          )" +
            first_state + R"(
 
@@ -175,6 +178,33 @@ TEST_F(tool, show_tells_what_a_used_board_remembers)
     });
     EXPECT_THAT(run({"show", rack}).out,
                 HasSubstr(shown_boards("  holds data in 1 sector", "used, flash holds data in 1 sector")));
+}
+
+TEST_F(tool, show_tells_how_far_an_xmc_is)
+{
+    const fs::path rack = file("rack.json", R"({"accelerators": [{"model": "xilinx_u50", "xmc": [
+        {"ready_after": ["0 s", "0 s"], "card": {"name": "FIRST", "serial": null}},
+        {"ready_after": ["0 s", "never"], "card": {"raw": "2100"}}, {"dead_link": true}]}]})");
+    const auto shown = [](const std::string& first, const std::string& second) {
+        return "   XMC            " + first +
+               "\n                  FIRST, serial (none)\n"
+               "                  " +
+               second +
+               "\n                  card of 2 raw bytes\n"
+               "                  dead link\n                  VIRTUAL U50, serial VRT0050C0001\n";
+    };
+    EXPECT_THAT(run({"show", rack}).out, HasSubstr(shown("in reset", "in reset")));
+    const run_t host = run_in_child([&] {
+        ::setenv("IVRA_VIRTUAL_STATE", state.c_str(), 1);
+        const vp::rack_t loaded = vp::load_rack(rack);
+        const vp::accelerator_t& accelerator = loaded.accelerators.at(0);
+        vp::board_state board = vp::board_state::open(loaded, accelerator);
+        for (const vp::core_t& core : accelerator.cores) // their resets are released
+            if (const auto device = vp::device_behind(accelerator, core, board.registers()))
+                device->write(0x20010, 1, vp::device_now());
+    });
+    ASSERT_EQ(host.status, 0) << host.err;
+    EXPECT_THAT(run({"show", rack}).out, HasSubstr(shown("ready", "starting")));
 }
 
 TEST_F(tool, show_tells_that_a_changed_board_starts_anew)
