@@ -21,6 +21,8 @@ public:
     /// Size of the configuration flash and address range of each of its sections. Throws std::system_error.
     section get_flash_info();
 
+    board::board& get_board() { return board_; }
+
 private:
     accelerator_info info_;
     board::board board_;

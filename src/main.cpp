@@ -32,12 +32,9 @@ void prepare_descriptors()
 void show(const board_monitor_p::Args& args)
 {
     const std::map<std::string, std::function<void(board_monitor&)>> handlers{
-        {"info", show_board_info},
-        {"boot-image", [](board_monitor&) { board::not_available_yet(); }},
-        {"flash", show_flash_info},
-        {"transceivers", [](board_monitor&) { board::not_available_yet(); }},
-        {"sensors", [](board_monitor&) { board::not_available_yet(); }},
-        {"all", [](board_monitor&) { board::not_available_yet(); }},
+        {"info", show_board_info},  {"boot-image", [](board_monitor&) { board::not_available_yet(); }},
+        {"flash", show_flash_info}, {"transceivers", [](board_monitor&) { board::not_available_yet(); }},
+        {"sensors", show_sensors},  {"all", [](board_monitor&) { board::not_available_yet(); }},
     };
 
     const auto accelerator = get_accelerator(args.args);

@@ -2,6 +2,9 @@
 
 #include "output/output.h"
 
+#include <optional>
+#include <string>
+
 namespace ivra::bsp {
 
 namespace {
@@ -27,6 +30,28 @@ void show_board_info(board_monitor& monitor)
 void show_flash_info(board_monitor& monitor)
 {
     print_section(monitor.get_flash_info());
+}
+
+void show_sensors(board_monitor& monitor)
+{
+    output::get().log_part("Retrieving sensor data... ");
+    const board::sensors_t report = monitor.get_board().get_sensors();
+    output::get().log("done", color::green);
+
+    section s{"Sensors", std::nullopt, 0};
+    if (report.sensors.empty()) {
+        s.add_stat<std::string>("Info", "No sensors available", color::red);
+    } else {
+        section::array table{.row_key = "sensors",
+                             .first_header = "Sensor",
+                             .headers = report.columns,
+                             .rows = {},
+                             .level = static_cast<unsigned short>(s.level + 1)};
+        for (const board::sensor_t& sensor : report.sensors)
+            table.rows.push_back({sensor.name, sensor.values, color::normal});
+        s.entries.emplace_back(table);
+    }
+    print_section(s);
 }
 
 } // namespace ivra::bsp

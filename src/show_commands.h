@@ -9,6 +9,7 @@ namespace ivra::bsp {
 
 void show_board_info(board_monitor& monitor);
 void show_flash_info(board_monitor& monitor);
+void show_sensors(board_monitor& monitor);
 
 } // namespace ivra::bsp
 

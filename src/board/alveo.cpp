@@ -1,31 +1,69 @@
 #include "board/alveo.h"
 
+#include "hw/mutex.h"
+
+#include <ivra/log.h>
+
+#include <cerrno>
+#include <cstddef>
 #include <stdexcept>
+#include <system_error>
 
 namespace ivra::bsp::board {
 
 namespace {
 
-[[noreturn]] void throw_not_initialized(const std::string& what)
+constexpr std::size_t max_xmc_cores = 100; // more than any design has
+
+hw::core find_xmc(const hw::core& top)
 {
-    throw std::runtime_error{"Could not get " + what + " as Alveo XMC subsystem is not initialized."};
+    const auto cores = top.enumerate(bmc::alveo::registers::xmc_hardware_id, max_xmc_cores);
+    if (!cores.has_value() || cores.value().empty())
+        throw std::system_error{EINVAL, std::generic_category(), "XMC core not found"};
+    return cores.value().front();
 }
 
 } // namespace
 
-std::optional<std::string> alveo::get_serial()
+std::optional<bmc::alveo::xmc> alveo::get_xmc(const hw::core& top)
 {
-    throw_not_initialized("board serial");
+    std::optional<mutex> guard;
+    std::optional<bmc::alveo::xmc> controller;
+    try {
+        const hw::core core = find_xmc(top);
+        guard.emplace("bmc-alveo", core);
+        run_and_keep_locked(*guard, [&core] { bmc::alveo::bring_up(core); });
+        controller.emplace(core, *guard);
+    } catch (const std::system_error& error) {
+        // Deliberate: file and line are fixed, so that this line is the same in every version's log.
+        ivra_log_log(IVRA_LOG_WARNING, "src/board/alveo", 18, "get_xmc", "Could not initialize Alveo XMC subsystem: %s",
+                     error.what());
+        return std::nullopt;
+    }
+    guard->unlock();
+    return controller;
 }
 
-sensors_t alveo::get_sensors()
+bmc::alveo::xmc& alveo::xmc_for(const char* what)
 {
-    throw_not_initialized("board sensors");
+    if (!xmc_)
+        throw std::runtime_error{std::string{"Could not get "} + what + " as Alveo XMC subsystem is not initialized."};
+    return *xmc_;
+}
+
+std::optional<std::string> alveo::get_serial()
+{
+    return xmc_for("board serial").get_board_serial();
+}
+
+sensors_t alveo::get_sensors(bmc::alveo::registers::sensor_list sensors)
+{
+    return xmc_for("board sensors").get_sensors(sensors);
 }
 
 std::optional<mac_addresses_t> alveo::get_vendor_mac_addresses()
 {
-    throw_not_initialized("vendor MAC");
+    return xmc_for("vendor MAC").get_vendor_macs();
 }
 
 } // namespace ivra::bsp::board

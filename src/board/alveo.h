@@ -1,6 +1,7 @@
 #ifndef IVRA_BOARD_ALVEO_H
 #define IVRA_BOARD_ALVEO_H
 
+#include "bmc/alveo/xmc.h"
 #include "board/mac_addresses.h"
 #include "board/sensors.h"
 #include "hw/core.h"
@@ -11,18 +12,25 @@
 namespace ivra::bsp::board {
 
 /// What every Alveo board kind answers through its XMC. A board whose XMC could not be brought up has none, and each of
-/// these then throws std::runtime_error.
+/// these then throws std::runtime_error; otherwise they throw as the XMC does.
 class alveo
 {
 public:
-    explicit alveo(const hw::core& root) : core_{root} {}
+    explicit alveo(const hw::core& root) : core_{root}, xmc_{get_xmc(core_)} {}
+
+    /// Brings up the first XMC below `top`. A failure is only logged: the board works for everything that needs no XMC.
+    /// Throws std::system_error when the lock cannot be released after success.
+    static std::optional<bmc::alveo::xmc> get_xmc(const hw::core& top);
 
     std::optional<std::string> get_serial();
-    sensors_t get_sensors();
+    sensors_t get_sensors(bmc::alveo::registers::sensor_list sensors);
     std::optional<mac_addresses_t> get_vendor_mac_addresses();
 
 private:
+    bmc::alveo::xmc& xmc_for(const char* what);
+
     hw::core core_;
+    std::optional<bmc::alveo::xmc> xmc_;
 };
 
 } // namespace ivra::bsp::board

@@ -103,7 +103,7 @@ std::optional<std::string> board::get_serial()
 sensors_t board::get_sensors()
 {
     return std::visit(overloaded{
-                          [](alveo_kind auto& kind) { return kind.management.get_sensors(); },
+                          [](alveo_kind auto& kind) { return kind.management.get_sensors(kind.sensors); },
                           [](bittware_kind auto& kind) { return kind.get_sensors(); },
                           [](arista&) { return sensors_t{}; },
                       },

@@ -1,6 +1,7 @@
 #ifndef IVRA_BOARD_U200_H
 #define IVRA_BOARD_U200_H
 
+#include "bmc/alveo/registers.h"
 #include "board/alveo.h"
 #include "board/helpers.h"
 #include "transceiver/power_mode.h"
@@ -14,6 +15,8 @@ namespace ivra::bsp::board {
 /// Xilinx Alveo U200 and U250.
 struct u200
 {
+    static constexpr bmc::alveo::registers::sensor_list sensors = bmc::alveo::registers::ddr_sensors;
+
     explicit u200(const hw::core& root) : i2c{get_i2c(root)}, management{root} {}
 
     std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_stats() { not_available_yet(); }

@@ -1,6 +1,7 @@
 #ifndef IVRA_BOARD_U50_H
 #define IVRA_BOARD_U50_H
 
+#include "bmc/alveo/registers.h"
 #include "board/alveo.h"
 #include "board/helpers.h"
 #include "board/transceiver_speed.h"
@@ -14,6 +15,8 @@ namespace ivra::bsp::board {
 struct u50
 {
     static constexpr const char* family = "Xilinx Alveo U50 boards";
+
+    static constexpr bmc::alveo::registers::sensor_list sensors = bmc::alveo::registers::hbm_sensors;
 
     explicit u50(const hw::core& root) : management{root}, i2c{get_i2c(root)} {}
 

@@ -1,6 +1,7 @@
 #ifndef IVRA_BOARD_U55C_H
 #define IVRA_BOARD_U55C_H
 
+#include "bmc/alveo/registers.h"
 #include "board/alveo.h"
 #include "board/helpers.h"
 #include "board/transceiver_speed.h"
@@ -14,6 +15,9 @@ namespace ivra::bsp::board {
 struct u55c
 {
     static constexpr const char* family = "Xilinx Alveo U55c boards";
+
+    static constexpr bmc::alveo::registers::sensor_list sensors =
+        bmc::alveo::registers::hbm_sensors_with_auxiliary_power;
 
     explicit u55c(const hw::core& root) : management{root}, i2c{get_i2c(root)} {}
 

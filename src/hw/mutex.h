@@ -5,6 +5,7 @@
 #include "hw/shared_mutex.h"
 
 #include <string>
+#include <system_error>
 #include <type_traits>
 
 namespace ivra::bsp {
@@ -31,29 +32,33 @@ private:
     std::string message_;
 };
 
-/// Runs `action` under the lock. An unlock that fails after success propagates; while another error is on its way, that
-/// error wins.
+/// Locks and runs `action`. The lock is still held afterwards, unless the action failed; its error wins over that of
+/// the unlock.
+template <class Action>
+auto run_and_keep_locked(mutex& m, Action action)
+{
+    m.lock();
+    try {
+        return action();
+    } catch (...) {
+        try {
+            m.unlock();
+        } catch (const std::system_error&) {
+            // The first error says more; the system releases the lock with the process.
+        }
+        throw;
+    }
+}
+
+/// Runs `action` under the lock. An unlock that fails after success propagates.
 template <class Action>
 auto locked(mutex& m, Action action)
 {
-    m.lock();
-    const auto run = [&] {
-        try {
-            return action();
-        } catch (...) {
-            try {
-                m.unlock();
-            } catch (const std::system_error&) {
-                // The first error says more; the system releases the lock with the process.
-            }
-            throw;
-        }
-    };
     if constexpr (std::is_void_v<std::invoke_result_t<Action>>) {
-        run();
+        run_and_keep_locked(m, action);
         m.unlock();
     } else {
-        auto value = run();
+        auto value = run_and_keep_locked(m, action);
         m.unlock();
         return value;
     }

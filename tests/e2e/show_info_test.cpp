@@ -152,6 +152,9 @@ TEST(show_info, of_an_alveo_board_without_its_controller_shows_the_serial_as_an_
     rack.plug("xilinx_u50");
     rack.faults(R"({"call": "ivra_hw_core_enumerate", "errno": "EIO"})");
     const run_t run = rack.run("show info");
+    EXPECT_TRUE(run.out.starts_with("get_xmc: Could not initialize Alveo XMC subsystem: XMC core not found: "
+                                    "Invalid argument\nAccelerator\n"))
+        << run.out;
     EXPECT_NE(run.out.find("\tBoard serial : Error\n"), std::string::npos) << run.out;
     EXPECT_EQ(run.err, "get_board_serial_stat: Error retrieving serial for board card-0: "
                        "Could not get board serial as Alveo XMC subsystem is not initialized.\n");

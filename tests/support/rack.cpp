@@ -148,7 +148,7 @@ std::vector<std::string> rack_t::prepare()
         "IVRA_VIRTUAL_STATE=" + (folder_ / "state").string(),
         "IVRA_VIRTUAL_TRACE=" + (folder_ / "trace").string(),
         "IVRA_VIRTUAL_FAULTS",
-        "IVRA_VIRTUAL_CLOCK",
+        "IVRA_VIRTUAL_CLOCK=" + (folder_ / "clock").string(),
         "IVRA_LOG_LEVEL",
         "IVRA_BSP_HELP",
         "IVRA_BSP_COLOR",
