@@ -74,11 +74,16 @@ std::pair<std::uint64_t, std::uint64_t> mapped_file::next_data(std::uint64_t off
 void mapped_file::read(std::uint64_t offset, std::span<std::uint8_t> bytes) const
 {
     check_range(offset, bytes.size());
-    std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
-    const std::uint64_t end = offset + bytes.size();
-    for (auto [from, to] = next_data(offset); from < end; std::tie(from, to) = next_data(to)) {
-        to = std::min(to, end);
-        std::copy(memory_.get() + from, memory_.get() + to, bytes.begin() + static_cast<std::ptrdiff_t>(from - offset));
+    // Through the mapping, a hole that is read would take room on some file systems, and end the process when there is
+    // none.
+    for (std::size_t done = 0; done < bytes.size();) {
+        const ::ssize_t count =
+            ::pread(fd_.get(), bytes.data() + done, bytes.size() - done, static_cast<::off_t>(offset + done));
+        if (count == 0)
+            fail(ERANGE, "Cannot reach past the end of");
+        if (count < 0 && errno != EINTR)
+            fail(errno, "Cannot read");
+        done += count < 0 ? 0 : static_cast<std::size_t>(count);
     }
 }
 
