@@ -293,6 +293,19 @@ TEST(alveo_mailbox, failures_have_their_sentences_and_release_the_lock)
     }
 }
 
+TEST(alveo_mailbox, is_waited_for_once_more_before_the_response_is_decoded)
+{
+    const auto failing = [](const std::string& nth) {
+        rack_t rack;
+        plug_ready(rack, card(R"({"raw": "2103"})")); // which cannot be decoded
+        rack.faults(R"({"call": "ivra_hw_read", "errno": "EIO", "nth": )" + nth + "}");
+        return rack.run("show info").err;
+    };
+    EXPECT_EQ(failing("12"), serial_failed("Cannot read XMC control: Input/output error"));
+    EXPECT_EQ(failing("13"), serial_failed("Cannot read XMC host msg error: Input/output error"));
+    EXPECT_EQ(failing("14"), serial_failed("Invalid XMC card info field size received"));
+}
+
 TEST(alveo_mailbox, that_reports_an_error_is_told_to_clear_it)
 {
     rack_t rack;
@@ -385,18 +398,38 @@ TEST(card_information, that_is_malformed_is_an_error_and_a_repeated_key_keeps_it
     EXPECT_NE(info("2100").find("\tBoard serial : \n"), std::string::npos) << "a serial of no bytes";
 }
 
-TEST(alveo_lock, is_free_again_when_its_holder_was_killed_at_any_step)
+/// How many times a call stands in the last run's trace.
+std::size_t calls(const rack_t& rack, const std::string& call)
 {
-    for (const std::string call : {"ivra_hw_read", "ivra_hw_write"}) {
-        const int steps = call == "ivra_hw_read" ? 14 : 3;
-        for (int nth = 1; nth <= steps; ++nth) {
+    return count(rack.trace(), " " + call + "(");
+}
+
+TEST(alveo_lock, is_free_again_when_its_holder_was_killed_at_any_call)
+{
+    // The first run releases the XMC from reset and waits until it is ready; the second one finds it so.
+    for (const bool ready : {false, true}) {
+        for (const std::string call :
+             {"ivra_hw_core_enumerate", "ivra_hw_shared_mutex_create", "ivra_hw_shared_mutex_lock",
+              "ivra_hw_shared_mutex_unlock", "ivra_hw_write", "ivra_hw_read"}) {
             rack_t rack;
-            plug_ready(rack, card(R"({"raw": "2103414243"})"));
-            rack.faults(R"({"call": ")" + call + R"(", "kill": "after", "nth": )" + std::to_string(nth) + "}");
-            EXPECT_EQ(rack.run("show info").status, 128 + 9) << call << nth;
-            rack.environment("IVRA_VIRTUAL_FAULTS");
-            const run_t next = rack.run("show info");
-            EXPECT_NE(next.out.find("\tBoard serial : ABC\n"), std::string::npos) << call << nth << next.err;
+            const members_t members = xmc(R"({"ready_after": ["0.1 s", "0.3 s"], "card": {"raw": "2103414243"}})");
+            rack.plug("xilinx_u50", members);
+            if (ready)
+                rack.run("show sensors");
+            rack.run("show info");
+            const std::size_t steps = calls(rack, call);
+            ASSERT_GT(steps, 0U) << call;
+            for (std::size_t nth = 1; nth <= steps; ++nth) {
+                rack_t victim;
+                victim.plug("xilinx_u50", members);
+                if (ready)
+                    victim.run("show sensors");
+                victim.faults(R"({"call": ")" + call + R"(", "kill": "after", "nth": )" + std::to_string(nth) + "}");
+                EXPECT_EQ(victim.run("show info").status, 128 + 9) << call << nth;
+                victim.environment("IVRA_VIRTUAL_FAULTS");
+                const run_t next = victim.run("show info");
+                EXPECT_NE(next.out.find("\tBoard serial : ABC\n"), std::string::npos) << call << nth << next.err;
+            }
         }
     }
 }

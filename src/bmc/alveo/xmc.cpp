@@ -69,6 +69,7 @@ ivra_hw_register_description advanced(ivra_hw_register_description description, 
 void bring_up(const hw::core& core)
 {
     write(core, registers::reset, 1, "Cannot unset XMC reset");
+    // Deliberate: a pause follows each of the 150 reads, the last one included.
     for (std::uint8_t reads = ready_reads; reads > 0; --reads) {
         const std::uint32_t status = read(core, registers::status, "Cannot read XMC status");
         if ((status & registers::status_ready) == registers::status_ready)

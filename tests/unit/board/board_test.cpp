@@ -241,5 +241,52 @@ TEST(arista_addresses, that_cannot_be_converted_back_are_a_system_error)
               "system error: mac_address::mac_address(): Numerical result out of range");
 }
 
+/// The vendor addresses of a U55c with this card.
+std::string card_addresses(const std::string& card)
+{
+    tests::rack_t rack;
+    rack.plug("xilinx_u55c", {{"xmc", R"({"card": )" + card + "}"}});
+    return rack
+        .in_child([] {
+            board b{hw::enumerate_accelerators().at(0)};
+            std::cout << outcome([&] {
+                const auto block = b.get_vendor_mac_addresses();
+                std::ostringstream text;
+                text << block.value().first << " x " << block.value().count;
+                return text.str();
+            });
+        })
+        .out;
+}
+
+TEST(card_addresses, of_the_new_scheme_are_a_block)
+{
+    EXPECT_EQ(card_addresses(R"({"macs": {"first": "02:00:00:00:20:08", "count": 4}})"), "02:00:00:00:20:08 x 4");
+}
+
+TEST(card_addresses, of_the_new_scheme_win_over_legacy_ones_and_have_8_bytes)
+{
+    const std::string legacy = R"("macs": null, "legacy_macs": ["02:00:00:00:00:07"], )";
+    EXPECT_EQ(card_addresses("{" + legacy + R"("extra": [{"key": "0x4b", "value": {"hex": "0200020304050607"}}]})"),
+              "02:03:04:05:06:07 x 2");
+    for (const std::string value : {"02000203040506", "020002030405060708"})
+        EXPECT_EQ(card_addresses("{" + legacy + R"("extra": [{"key": "0x4b", "value": {"hex": ")" + value + R"("}}]})"),
+                  "error: Invalid new MAC scheme packet read");
+}
+
+TEST(card_addresses, of_the_legacy_scheme_are_counted_from_the_first_slot_that_is_not_erased)
+{
+    EXPECT_EQ(card_addresses(R"({"legacy_macs": ["FF:FF:FF:FF:FF:FF", "02:00:00:00:00:23", "02:00:00:00:00:24", ""]})"),
+              "02:00:00:00:00:23 x 2");
+    EXPECT_EQ(card_addresses(R"({"macs": null, "extra": [{"key": "0x24", "value": "02:00:00:00:00:24\u0000"}]})"),
+              "02:00:00:00:00:24 x 1")
+        << "read up to its zero byte";
+    EXPECT_EQ(card_addresses(R"({"legacy_macs": ["FF:FF:FF:FF:FF:FF\u0000"]})"), "ff:ff:ff:ff:ff:ff x 1")
+        << "not the marker of an erased slot";
+    EXPECT_EQ(card_addresses(R"({"legacy_macs": ["FF:FF:FF:FF:FF:FF"]})"), "error: No MAC address found");
+    EXPECT_EQ(card_addresses(R"({"legacy_macs": ["02-00"]})"),
+              "system error: mac_address::mac_address(): Invalid argument");
+}
+
 } // namespace
 } // namespace ivra::bsp::board
