@@ -68,7 +68,7 @@ void attempt(Step step)
 } // namespace
 
 // Fails at the end of the input.
-extern "C" int ivra_hw_read(const ivra_hw_core*, const ivra_hw_register_description*, uint64_t* value)
+extern "C" int ivra_hw_read(ivra_hw_core*, const ivra_hw_register_description*, uint64_t* value)
 {
     if (words_to_read.size() < 4) {
         errno = EIO;
@@ -82,7 +82,7 @@ extern "C" int ivra_hw_read(const ivra_hw_core*, const ivra_hw_register_descript
 }
 
 // Fails when the card answered with a certain bit, so that the fuzzer can have that, too.
-extern "C" int ivra_hw_write(const ivra_hw_core*, const ivra_hw_register_description* description, uint64_t value)
+extern "C" int ivra_hw_write(ivra_hw_core*, const ivra_hw_register_description* description, uint64_t value)
 {
     if ((value & 0x80) != 0 && description->offset == 0x28028) {
         errno = EIO;
