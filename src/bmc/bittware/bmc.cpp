@@ -1,0 +1,92 @@
+#include "bmc/bittware/bmc.h"
+
+#include <algorithm>
+#include <iterator>
+#include <stdexcept>
+
+namespace ivra::bsp::bmc::bittware {
+
+namespace {
+
+// Network functions and commands (IPMI 2.0, table G-1), and those of the maker.
+constexpr std::uint8_t netfn_storage = 0x0A;
+constexpr std::uint8_t cmd_read_fru_data = 0x11;
+constexpr std::uint8_t netfn_oem = 0x2E;
+constexpr std::uint8_t cmd_oem_get = 0x08;
+constexpr std::uint8_t cmd_oem_set = 0x09;
+
+constexpr std::uint8_t manufacturer_id[] = {0x18, 0x7B, 0x00}; // least significant byte first
+
+// What the commands of the maker are about.
+constexpr std::uint8_t oem_config_status = 0x01;
+constexpr std::uint8_t oem_boot_image = 0x07;
+
+struct boot_image_row_t
+{
+    boot_image_t image;
+    std::uint8_t code;
+};
+
+constexpr std::uint8_t boot_image_mask = 0x07;
+constexpr boot_image_row_t boot_images[] = {
+    {boot_image_t::none, 0x04},
+    {boot_image_t::primary, 0x00},
+    {boot_image_t::backup, 0x01},
+};
+
+constexpr std::uint8_t config_status_values = 3;
+
+/// Throws what the response's completion code says, unless that is success.
+void check(const ipmi_response_t& response, const char* failure)
+{
+    if (response.code != 0)
+        throw std::runtime_error{std::string{failure} + " Response code: " + std::to_string(response.code)};
+}
+
+} // namespace
+
+ipmi_response_t bmc::ipmi_request(std::uint8_t netfn, std::uint8_t cmd, const std::vector<std::uint8_t>& data)
+{
+    return locked(mutex_, [&] { return exchange(uart_, netfn, cmd, data); });
+}
+
+ipmi_response_t bmc::ipmi_request_bittware_oem(std::uint8_t cmd, const std::vector<std::uint8_t>& data)
+{
+    std::vector<std::uint8_t> request{std::begin(manufacturer_id), std::end(manufacturer_id)};
+    std::copy(data.begin(), data.end(), std::back_inserter(request));
+    ipmi_response_t response = ipmi_request(netfn_oem, cmd, request);
+    if (response.data.size() < std::size(manufacturer_id))
+        throw std::runtime_error{"Incomplete IPMI OEM command response received from BMC"};
+    // Deliberate: whose identifier it is, is not looked at.
+    response.data.erase(response.data.begin(), response.data.begin() + std::size(manufacturer_id));
+    return response;
+}
+
+boot_image_t bmc::get_boot_image()
+{
+    const ipmi_response_t response = ipmi_request_bittware_oem(cmd_oem_get, {oem_boot_image});
+    check(response, "Error requesting boot image.");
+    if (!response.data.empty())
+        for (const boot_image_row_t& row : boot_images)
+            if (row.code == (response.data.front() & boot_image_mask))
+                return row.image;
+    throw std::runtime_error{"Unknown boot image value received from BMC"};
+}
+
+void bmc::set_boot_image(boot_image_t image)
+{
+    for (const boot_image_row_t& row : boot_images)
+        if (row.image == image)
+            check(ipmi_request_bittware_oem(cmd_oem_set, {oem_boot_image, row.code}), "Error setting boot image.");
+}
+
+std::uint8_t bmc::get_fpga_config_status()
+{
+    const ipmi_response_t response = ipmi_request_bittware_oem(cmd_oem_get, {oem_config_status});
+    check(response, "Error requesting FPGA configuration status.");
+    if (response.data.empty() || response.data.front() >= config_status_values)
+        throw std::runtime_error{"Unknown FPGA configuration status value received from BMC"};
+    return response.data.front();
+}
+
+} // namespace ivra::bsp::bmc::bittware

@@ -1,0 +1,157 @@
+#include "bmc/bittware/ipmi_serial.h"
+
+#include "hw/sleep.h"
+
+#include <ivra/log.h>
+
+#include <algorithm>
+#include <chrono>
+#include <iomanip>
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+namespace ivra::bsp::bmc::bittware {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto write_timeout = std::chrono::duration<unsigned, std::milli>{100};
+constexpr auto read_pause = 1ms; // between two looks at the UART; a BMC takes some milliseconds
+constexpr unsigned read_attempts = 100;
+
+constexpr std::uint8_t start_byte = 0xA0;
+constexpr std::uint8_t stop_byte = 0xA5;
+constexpr std::uint8_t escape_byte = 0xAA;
+
+using escapes_t = std::map<std::uint8_t, std::uint8_t>;
+
+/// Byte of a message, and what follows the escape byte in its place (IPMI 2.0, table 14-5).
+const escapes_t escapes{
+    {0xA0, 0xB0}, {0xA5, 0xB5}, {0xA6, 0xB6}, {0xAA, 0xBA}, {0x1B, 0x3B},
+};
+
+const escapes_t& unescapes()
+{
+    static const escapes_t map = [] {
+        escapes_t reverse;
+        for (const auto& [raw, escaped] : escapes)
+            reverse.emplace(escaped, raw);
+        return reverse;
+    }();
+    return map;
+}
+
+constexpr std::uint8_t shifted_netfn(std::uint8_t netfn)
+{
+    return static_cast<std::uint8_t>((netfn << 2U) & 0xFFU); // LUN 0
+}
+
+void log_received(int line, const std::string& text)
+{
+    // Deliberate: file and line are fixed, so that this line is the same in every version's log.
+    ivra_log_log(IVRA_LOG_WARNING, "src/bmc/bittware/ipmi_serial", line, "recv_data", "%s", text.c_str());
+}
+
+std::string invalid_escape_text(std::uint8_t byte)
+{
+    std::ostringstream text;
+    text << "Invalid IPMI escaped byte: 0x" << std::hex << std::setw(2) << std::setfill('0') << unsigned{byte};
+    return text.str();
+}
+
+std::vector<std::uint8_t> recv_data(v6::uart::uart& uart)
+{
+    frame_decoder::buffer_t buffer{}; // Deliberate: not cleared between reads, see frame_decoder::feed()
+    frame_decoder decoder;
+    std::size_t logged = 0;
+    unsigned attempts = 0;
+    do {
+        decoder.feed(buffer, uart.read(buffer).access_value_or_throw("Cannot read IPMI response"));
+        for (; logged < decoder.invalid_escapes().size(); ++logged)
+            log_received(143, invalid_escape_text(decoder.invalid_escapes()[logged]));
+        if (decoder.complete()) {
+            // Deliberate: asked is whether the buffer goes on after the stop byte, which it always does, not whether
+            // more was read.
+            log_received(154, "Data remains after end of IPMI transaction.");
+            return decoder.message();
+        }
+        hw::sleep(read_pause);
+    } while (++attempts < read_attempts);
+    throw std::runtime_error{"Cannot find IPMI transaction in response"};
+}
+
+} // namespace
+
+std::vector<std::uint8_t> encode_request(std::uint8_t netfn, std::uint8_t cmd, std::span<const std::uint8_t> data)
+{
+    std::vector<std::uint8_t> message{shifted_netfn(netfn), 0, cmd};
+    std::copy(data.begin(), data.end(), std::back_inserter(message));
+    return message;
+}
+
+std::vector<std::uint8_t> encode_frame(std::span<const std::uint8_t> message)
+{
+    std::vector<std::uint8_t> frame{start_byte};
+    for (const std::uint8_t byte : message) {
+        if (const auto escape = escapes.find(byte); escape != escapes.end())
+            frame.insert(frame.end(), {escape_byte, escape->second});
+        else
+            frame.push_back(byte);
+    }
+    frame.push_back(stop_byte);
+    frame.resize(2 * message.size() + 2); // Deliberate: filled up with zeros, which are sent, too
+    return frame;
+}
+
+void frame_decoder::take_escaped(std::uint8_t byte)
+{
+    if (const auto raw = unescapes().find(byte); raw != unescapes().end())
+        message_.push_back(raw->second);
+    else
+        invalid_escapes_.push_back(byte);
+}
+
+void frame_decoder::feed(const buffer_t& buffer, std::size_t count)
+{
+    for (std::size_t i = 0; i < std::min(count, buffer_size) && !complete(); ++i) {
+        const std::uint8_t byte = buffer[i];
+        if (state_ == state_t::looking_for_start) {
+            if (byte == start_byte)
+                state_ = state_t::inside;
+        } else if (byte == stop_byte) {
+            state_ = state_t::complete;
+        } else if (byte == escape_byte) {
+            // Deliberate: the next byte of the buffer, even if it is one of an earlier read. An escape byte at the end
+            // of the buffer is followed by 0.
+            ++i;
+            take_escaped(i < buffer_size ? buffer[i] : 0);
+        } else {
+            message_.push_back(byte); // Deliberate: a second start byte, too
+        }
+    }
+}
+
+ipmi_response_t decode_response(std::span<const std::uint8_t> message, std::uint8_t netfn, std::uint8_t cmd)
+{
+    if (message.size() < 4)
+        throw std::runtime_error{"Invalid data read from BMC"};
+    if (message[0] >> 2U != static_cast<std::uint8_t>(netfn + 1U))
+        throw std::runtime_error{"Invalid IPMI response net function"};
+    if (message[2] != cmd)
+        throw std::runtime_error{"Invalid IPMI response command"};
+    const std::span<const std::uint8_t> data = message.subspan(4);
+    return {.code = message[3], .data = {data.begin(), data.end()}};
+}
+
+ipmi_response_t exchange(v6::uart::uart& uart, std::uint8_t netfn, std::uint8_t cmd, std::span<const std::uint8_t> data)
+{
+    if (const std::error_code error = uart.write_all(encode_frame(encode_request(netfn, cmd, data)), write_timeout))
+        throw std::system_error{error, "Error sending IPMI data"};
+    return decode_response(recv_data(uart), netfn, cmd);
+}
+
+} // namespace ivra::bsp::bmc::bittware
