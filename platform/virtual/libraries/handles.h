@@ -177,6 +177,7 @@ public:
 
     const accelerator_t* device() const { return tree_->device(); }
     board_state& state() const { return tree_->state(); }
+    const core_t& core() const { return *core_; }
 
 private:
     std::shared_ptr<ivra_hw_core_tree> tree_; // keeps the board open

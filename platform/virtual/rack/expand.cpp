@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <span>
 #include <string_view>
 
 #include <rapidjson/document.h>
@@ -117,16 +118,133 @@ Value cores_value(const std::vector<core_t>& cores, allocator_t& allocator)
     return list;
 }
 
+Value duration_value(const duration_t& duration, allocator_t& allocator)
+{
+    return plain(duration ? duration_text(*duration) : "never", allocator);
+}
+
+/// A code of a table by its name; any other as the number or, for bytes on a wire, in hexadecimal.
+Value code_value(std::span<const code_name_t> names, std::uint8_t code, bool hexadecimal, allocator_t& allocator)
+{
+    for (const auto& [name, known] : names)
+        if (known == code)
+            return plain(name, allocator);
+    return hexadecimal ? plain("0x" + hex_pair(code), allocator) : Value{static_cast<unsigned>(code)};
+}
+
+Value optional_hex(const std::optional<std::string>& bytes, allocator_t& allocator)
+{
+    return bytes ? plain(hex_digits(*bytes), allocator) : Value{};
+}
+
+template <class Numbers>
+Value numbers_value(const Numbers& numbers, allocator_t& allocator)
+{
+    Value list{rapidjson::kArrayType};
+    for (const auto number : numbers)
+        list.PushBack(Value{static_cast<unsigned>(number)}, allocator);
+    return list;
+}
+
+Value fru_value(const bmc_fru_t& fru, allocator_t& allocator)
+{
+    Value extra{rapidjson::kArrayType};
+    for (const std::string& field : fru.extra)
+        extra.PushBack(device_text(std::string_view{field}, allocator), allocator);
+    Value object{rapidjson::kObjectType};
+    object.AddMember("manufacturer", device_text(fru.manufacturer, allocator), allocator);
+    object.AddMember("product", device_text(fru.product, allocator), allocator);
+    object.AddMember("serial", device_text(fru.serial, allocator), allocator);
+    object.AddMember("part_number", device_text(fru.part_number, allocator), allocator);
+    object.AddMember("file_id", device_text(fru.file_id, allocator), allocator);
+    object.AddMember("extra", extra, allocator);
+    object.AddMember("raw", optional_hex(fru.raw, allocator), allocator);
+    return object;
+}
+
+/// Raw bytes stand for all that they take the place of.
+Value bmc_sensor_value(const bmc_sensor_t& sensor, allocator_t& allocator)
+{
+    Value object{rapidjson::kObjectType};
+    const auto code = [&](rapidjson::Value::StringRefType name, std::span<const code_name_t> names,
+                          std::uint8_t value) {
+        object.AddMember(name, code_value(names, value, false, allocator), allocator);
+    };
+    if (sensor.record) {
+        object.AddMember("record", optional_hex(sensor.record, allocator), allocator);
+    } else {
+        object.AddMember("name", device_text(std::string_view{sensor.name}, allocator), allocator);
+        code("number", {}, sensor.number);
+        code("unit", sensor_units, sensor.unit);
+    }
+    if (sensor.response) {
+        object.AddMember("response", optional_hex(sensor.response, allocator), allocator);
+    } else {
+        if (sensor.value)
+            object.AddMember("value", Value{*sensor.value}, allocator);
+        else
+            code("raw", {}, sensor.raw);
+        object.AddMember("available", sensor.available, allocator);
+    }
+    if (!sensor.record) {
+        object.AddMember("m", sensor.m, allocator);
+        object.AddMember("b", sensor.b, allocator);
+        object.AddMember("r_exp", sensor.r_exp, allocator);
+        object.AddMember("b_exp", sensor.b_exp, allocator);
+        code("format", sensor_formats, sensor.format);
+        code("linearisation", sensor_linearisations, sensor.linearisation);
+        code("modifier", sensor_modifiers, sensor.modifier);
+        code("modifier_unit", sensor_units, sensor.modifier_unit);
+        code("rate", sensor_rates, sensor.rate);
+        object.AddMember("percent", sensor.percent, allocator);
+    }
+    object.AddMember("next", sensor.next ? plain(hex_text(*sensor.next), allocator) : Value{}, allocator);
+    return object;
+}
+
+Value bmc_answer_value(const bmc_answer_t& answer, allocator_t& allocator)
+{
+    Value object{rapidjson::kObjectType};
+    object.AddMember("to", plain(hex_digits(answer.to), allocator), allocator);
+    object.AddMember("nth", answer.nth ? Value{*answer.nth} : Value{}, allocator);
+    object.AddMember("latency", answer.latency ? duration_value(*answer.latency, allocator) : Value{}, allocator);
+    object.AddMember("code", answer.code ? plain("0x" + hex_pair(*answer.code), allocator) : Value{}, allocator);
+    object.AddMember("data", optional_hex(answer.data, allocator), allocator);
+    object.AddMember("noise", plain(hex_digits(answer.noise), allocator), allocator);
+    object.AddMember("frame", optional_hex(answer.frame, allocator), allocator);
+    object.AddMember("lose", numbers_value(answer.lose, allocator), allocator);
+    object.AddMember("pieces", answer.pieces ? numbers_value(*answer.pieces, allocator) : Value{}, allocator);
+    return object;
+}
+
+Value bmc_value(const std::optional<bmc_t>& bmc, allocator_t& allocator)
+{
+    if (!bmc)
+        return {};
+    Value sensors{rapidjson::kArrayType};
+    for (const bmc_sensor_t& sensor : bmc->sensors)
+        sensors.PushBack(bmc_sensor_value(sensor, allocator), allocator);
+    Value answers{rapidjson::kArrayType};
+    for (const bmc_answer_t& answer : bmc->answers)
+        answers.PushBack(bmc_answer_value(answer, allocator), allocator);
+    Value object{rapidjson::kObjectType};
+    object.AddMember("latency", duration_value(bmc->latency, allocator), allocator);
+    object.AddMember("silent", bmc->silent, allocator);
+    object.AddMember("boot_image", code_value(boot_images, bmc->boot_image, true, allocator), allocator);
+    object.AddMember("configured_from", code_value(configurations, bmc->configured_from, true, allocator), allocator);
+    object.AddMember("depth", Value{static_cast<unsigned>(bmc->depth)}, allocator);
+    object.AddMember("pieces", numbers_value(bmc->pieces, allocator), allocator);
+    object.AddMember("fru", fru_value(bmc->fru, allocator), allocator);
+    object.AddMember("sensors", sensors, allocator);
+    object.AddMember("answers", answers, allocator);
+    return object;
+}
+
 Value presence(const accelerator_t& accelerator, std::uint32_t hardware_id)
 {
     const bool present =
         std::ranges::find(accelerator.cores, hardware_id, &core_t::hardware_id) != accelerator.cores.end();
     return present ? Value{rapidjson::kObjectType} : Value{};
-}
-
-Value duration_value(const duration_t& duration, allocator_t& allocator)
-{
-    return plain(duration ? duration_text(*duration) : "never", allocator);
 }
 
 Value card_value(const xmc_card_t& card, allocator_t& allocator)
@@ -214,7 +332,7 @@ Value accelerator_value(const accelerator_t& accelerator, allocator_t& allocator
     object.AddMember("mmios", Value{accelerator.mmios}, allocator);
     object.AddMember("cores", cores_value(accelerator.cores, allocator), allocator);
     object.AddMember("i2c", presence(accelerator, hardware_ids::i2c), allocator);
-    object.AddMember("bmc", presence(accelerator, hardware_ids::uart), allocator);
+    object.AddMember("bmc", bmc_value(accelerator.bmc, allocator), allocator);
     object.AddMember("xmc", xmcs_value(accelerator.xmcs, allocator), allocator);
     return object;
 }

@@ -1,5 +1,6 @@
 #include "node.h"
 
+#include <algorithm>
 #include <charconv>
 #include <system_error>
 
@@ -31,6 +32,20 @@ std::uint64_t read_number(const node_t& node)
         if (text.ends_with(unit.name))
             return value > (UINT64_MAX >> unit.shift) ? UINT64_MAX : value << unit.shift;
     return value;
+}
+
+std::optional<std::chrono::nanoseconds> read_duration(const node_t& node)
+{
+    const std::string_view text = node.patterned_text();
+    if (text == "never")
+        return std::nullopt;
+    const std::size_t point = text.find('.');
+    const std::size_t unit = text.find_first_not_of("0123456789.");
+    std::int64_t scale = text.ends_with("ms") ? 1'000'000 : text.ends_with("us") ? 1'000 : 1'000'000'000;
+    auto nanoseconds = static_cast<std::int64_t>(parse_digits(text.substr(0, std::min(point, unit)), 10)) * scale;
+    for (std::size_t at = point; point != std::string_view::npos && ++at < unit;)
+        nanoseconds += (text[at] - '0') * (scale /= 10);
+    return std::chrono::nanoseconds{nanoseconds};
 }
 
 std::string read_text(const node_t& node)

@@ -6,6 +6,7 @@
 #include <rapidjson/document.h>
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -63,6 +64,8 @@ std::uint64_t parse_digits(std::string_view digits, int base);
 // Values of the schema's definitions. Each throws rack_error for what the schema cannot see.
 
 std::uint64_t read_number(const node_t& node);
+/// "1.5 s"; nothing for "never". What is finer than a nanosecond is dropped.
+std::optional<std::chrono::nanoseconds> read_duration(const node_t& node);
 std::string read_text(const node_t& node);
 std::string read_hex(const node_t& node);
 std::optional<std::string> read_name(const node_t& node);

@@ -3,6 +3,7 @@
 #include "defaults.h"
 #include "node.h"
 #include "open_errors.h"
+#include "read_bmc.h"
 #include "read_xmc.h"
 #include "text.h"
 
@@ -249,6 +250,11 @@ void read_design(const node_t& node, const model_t& model, std::size_t index, ac
     const bool uart = read_presence(node, "bmc", hardware_ids::uart, has_bmc(model), cores);
     accelerator.xmcs = read_xmcs(node, model, accelerator.model, index, cores);
     accelerator.cores = cores ? *cores : default_cores(i2c, uart, accelerator.xmcs.size());
+    if (std::ranges::find(accelerator.cores, hardware_ids::uart, &core_t::hardware_id) != accelerator.cores.end()) {
+        accelerator.bmc = default_bmc(accelerator.model, index);
+        if (const auto bmc = node.member("bmc"))
+            read_bmc(*bmc, *accelerator.bmc);
+    }
 }
 
 std::string compact(const Value& value)
@@ -380,6 +386,31 @@ const xmc_t* xmc_behind(const accelerator_t& accelerator, const core_t& core)
     for (const core_t& other : accelerator.cores)
         number += &other < &core && has_room_for_xmc(other) ? 1U : 0U;
     return number < accelerator.xmcs.size() ? &accelerator.xmcs[number] : nullptr;
+}
+
+const bmc_t* bmc_behind(const accelerator_t& accelerator, const core_t& core)
+{
+    const auto first = std::ranges::find(accelerator.cores, hardware_ids::uart, &core_t::hardware_id);
+    return first == accelerator.cores.end() || &*first != &core || !accelerator.bmc ? nullptr : &*accelerator.bmc;
+}
+
+std::vector<std::string> warnings(const rack_t& rack)
+{
+    std::vector<std::string> lines;
+    for (std::size_t at = 0; at < rack.accelerators.size(); ++at) {
+        const auto& bmc = rack.accelerators[at].bmc;
+        for (std::size_t n = 0; bmc && n < bmc->sensors.size(); ++n) {
+            const bmc_sensor_t& sensor = bmc->sensors[n];
+            if (!sensor.value)
+                continue;
+            const std::string asked = two_decimals(*sensor.value);
+            const std::string shown = two_decimals(sensor_value(sensor, sensor.raw));
+            if (asked != shown)
+                lines.push_back("/accelerators/" + std::to_string(at) + "/bmc/sensors/" + std::to_string(n) +
+                                "/value: " + asked + " is read as " + shown + ", the nearest that the sensor has");
+        }
+    }
+    return lines;
 }
 
 std::filesystem::path rack_in_use()

@@ -1,6 +1,7 @@
 #ifndef IVRA_VIRTUAL_RACK_H
 #define IVRA_VIRTUAL_RACK_H
 
+#include "bmc.h"
 #include "xmc.h"
 
 #include <array>
@@ -78,6 +79,7 @@ struct accelerator_t
     flash_t flash;
     std::uint32_t mmios = 1;   ///< MMIO spaces; the first holds the cores, the others are empty
     std::vector<core_t> cores; ///< below the root of the first space, in address order
+    std::optional<bmc_t> bmc;  ///< behind the first UART; nothing when there is no UART
     std::vector<xmc_t> xmcs;   ///< behind the cores that have room for one, in address order
     std::string text;          ///< this accelerator in the rack file, as compact JSON: what its state started from
 
@@ -89,6 +91,9 @@ bool has_room_for_xmc(const core_t& core);
 
 /// The XMC behind a core, a member of the accelerator's; null when there is none.
 const xmc_t* xmc_behind(const accelerator_t& accelerator, const core_t& core);
+
+/// The BMC behind a core, a member of the accelerator's; null when there is none.
+const bmc_t* bmc_behind(const accelerator_t& accelerator, const core_t& core);
 
 /// A host's accelerators, in index order.
 struct rack_t
@@ -113,6 +118,9 @@ rack_t load_rack(const std::filesystem::path& file);
 
 /// The same for a text that is in memory already; `file` names it in errors and becomes rack_t::file as it is.
 rack_t parse_rack(std::string_view text, const std::filesystem::path& file);
+
+/// What `check` says of a good rack: sensors that cannot show the value that the rack asks for.
+std::vector<std::string> warnings(const rack_t& rack);
 
 } // namespace ivra::virtual_platform
 

@@ -6,21 +6,6 @@ namespace ivra::virtual_platform {
 
 namespace {
 
-/// "1.5 s", or "never". What is finer than a nanosecond is dropped.
-duration_t read_duration(const node_t& node)
-{
-    const std::string_view text = node.patterned_text();
-    if (text == "never")
-        return std::nullopt;
-    const std::size_t point = text.find('.');
-    const std::size_t unit = text.find_first_not_of("0123456789.");
-    std::int64_t scale = text.ends_with("ms") ? 1'000'000 : text.ends_with("us") ? 1'000 : 1'000'000'000;
-    auto nanoseconds = static_cast<std::int64_t>(parse_digits(text.substr(0, std::min(point, unit)), 10)) * scale;
-    for (std::size_t at = point; point != std::string_view::npos && ++at < unit;)
-        nanoseconds += (text[at] - '0') * (scale /= 10);
-    return std::chrono::nanoseconds{nanoseconds};
-}
-
 std::optional<std::string> read_field(const node_t& node)
 {
     std::optional<std::string> value = read_name(node);

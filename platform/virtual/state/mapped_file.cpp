@@ -13,6 +13,26 @@
 
 namespace ivra::virtual_platform {
 
+namespace {
+
+/// Sets the lock on a file that belongs to this process. Deliberate: not one of the open file, which a forked child
+/// would share.
+int set_lock(int fd, short type)
+{
+    struct flock whole_file
+    {
+    };
+    whole_file.l_type = type;
+    whole_file.l_whence = SEEK_SET;
+    int result = 0;
+    do {
+        result = ::fcntl(fd, F_SETLKW, &whole_file);
+    } while (result < 0 && errno == EINTR);
+    return result;
+}
+
+} // namespace
+
 unique_fd::~unique_fd()
 {
     if (fd_ < 0)
@@ -114,6 +134,17 @@ void mapped_file::clear(std::uint64_t offset, std::uint64_t count)
         to = std::min(to, end);
         std::fill(memory_.get() + from, memory_.get() + to, std::uint8_t{0});
     }
+}
+
+file_lock::file_lock(const mapped_file& file) : fd_{file.fd_.get()}
+{
+    if (set_lock(fd_, F_WRLCK) < 0)
+        file.fail(errno, "Cannot lock");
+}
+
+file_lock::~file_lock()
+{
+    set_lock(fd_, F_UNLCK);
 }
 
 } // namespace ivra::virtual_platform

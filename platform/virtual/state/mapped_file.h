@@ -61,6 +61,8 @@ public:
     int descriptor() const { return fd_.get(); }
 
 private:
+    friend class file_lock;
+
     struct unmap
     {
         std::size_t size;
@@ -74,6 +76,19 @@ private:
     std::filesystem::path path_;
     std::uint64_t size_;
     std::unique_ptr<std::uint8_t, unmap> memory_;
+};
+
+/// A file locked against other processes. Throws std::system_error with the path.
+class file_lock
+{
+public:
+    explicit file_lock(const mapped_file& file);
+    ~file_lock();
+    file_lock(const file_lock&) = delete;
+    file_lock& operator=(const file_lock&) = delete;
+
+private:
+    int fd_;
 };
 
 } // namespace ivra::virtual_platform

@@ -2,11 +2,7 @@
 
 #include <array>
 #include <bit>
-#include <cerrno>
 #include <numeric>
-#include <system_error>
-
-#include <fcntl.h>
 
 namespace ivra::virtual_platform {
 
@@ -19,22 +15,6 @@ std::uint64_t space_sum(const core_t* begin, const core_t* end)
 }
 
 constexpr std::uint64_t kept_bytes = register_file::kept_numbers * sizeof(std::int64_t); // for each core
-
-/// Sets the lock on a file that belongs to this process. Deliberate: not one of the open file, which a forked child
-/// would share.
-int set_lock(int fd, short type)
-{
-    struct flock whole_file
-    {
-    };
-    whole_file.l_type = type;
-    whole_file.l_whence = SEEK_SET;
-    int result = 0;
-    do {
-        result = ::fcntl(fd, F_SETLKW, &whole_file);
-    } while (result < 0 && errno == EINTR);
-    return result;
-}
 
 } // namespace
 
@@ -82,17 +62,6 @@ std::int64_t register_file::kept(const core_t& core, std::size_t slot) const
 void register_file::keep(const core_t& core, std::size_t slot, std::int64_t value)
 {
     file_.write(kept_position(core, slot), std::bit_cast<std::array<std::uint8_t, sizeof value>>(value));
-}
-
-register_file::lock::lock(register_file& registers) : fd_{registers.file_.descriptor()}
-{
-    if (set_lock(fd_, F_WRLCK) < 0)
-        throw std::system_error{errno, std::generic_category(), "Cannot lock the registers"};
-}
-
-register_file::lock::~lock()
-{
-    set_lock(fd_, F_UNLCK);
 }
 
 } // namespace ivra::virtual_platform

@@ -34,16 +34,10 @@ public:
     void keep(const core_t& core, std::size_t slot, std::int64_t value);
 
     /// Keeps other processes from taking it, for what has to be read and changed in one go.
-    class lock
+    class lock : public file_lock
     {
     public:
-        explicit lock(register_file& registers);
-        ~lock();
-        lock(const lock&) = delete;
-        lock& operator=(const lock&) = delete;
-
-    private:
-        int fd_;
+        explicit lock(register_file& registers) : file_lock{registers.file_} {}
     };
 
 private:

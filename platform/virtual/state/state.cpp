@@ -25,6 +25,7 @@ constexpr std::size_t longest_exact_name = 200; // file systems allow 255 bytes
 constexpr const char* origin_file = "origin"; // what the state was made from, see origin_text()
 constexpr const char* flash_file = "flash";
 constexpr const char* register_file_name = "registers";
+constexpr const char* bmc_file_name = "bmc";
 
 // Names beside the folders of boards and racks; file_name() makes none that begins with a point.
 constexpr const char* new_folder = ".new"; // being built; left over from a process that was killed meanwhile
@@ -70,7 +71,7 @@ bool is_plain(char character)
 /// The whole text of a board's origin file. The number in the first line changes whenever the files do.
 std::string origin_text(const rack_t& rack, const accelerator_t& accelerator)
 {
-    return "ivra-virtual board state 2\n" + rack.file.string() + "\n" + accelerator.uid + "\n" + accelerator.text +
+    return "ivra-virtual board state 3\n" + rack.file.string() + "\n" + accelerator.uid + "\n" + accelerator.text +
            "\n";
 }
 
@@ -163,6 +164,7 @@ void build(const rack_t& rack, const accelerator_t& accelerator)
         write_text(fresh / origin_file, origin_text(rack, accelerator));
         create_file(fresh / flash_file, accelerator.flash.size);
         write_start_values(fresh / register_file_name, accelerator.cores);
+        create_file(fresh / bmc_file_name, bmc_file::file_size);
         if (::rename(folder.c_str(), old.c_str()) < 0 && errno != ENOENT)
             fail(errno, "Cannot replace", folder);
         fs::rename(fresh, folder);
@@ -247,8 +249,8 @@ void create_private_folder(const fs::path& folder)
         fail(ENOTDIR, "Cannot create the folder", folder);
 }
 
-board_state::board_state(flash_memory flash, register_file registers)
-    : flash_{std::move(flash)}, registers_{std::move(registers)}
+board_state::board_state(flash_memory flash, register_file registers, bmc_file bmc)
+    : flash_{std::move(flash)}, registers_{std::move(registers)}, bmc_{std::move(bmc)}
 {
 }
 
@@ -274,9 +276,11 @@ std::optional<board_state> board_state::open_matching(const rack_t& rack, const 
         }
         mapped_file flash = open_mapped(folder.get(), path, flash_file, access);
         mapped_file registers = open_mapped(folder.get(), path, register_file_name, access);
-        if (flash.size() == accelerator.flash.size && registers.size() == register_file::file_size(accelerator.cores))
+        mapped_file bmc = open_mapped(folder.get(), path, bmc_file_name, access);
+        if (flash.size() == accelerator.flash.size && registers.size() == register_file::file_size(accelerator.cores) &&
+            bmc.size() == bmc_file::file_size)
             return board_state{flash_memory{std::move(flash), accelerator.flash.sector},
-                               register_file{std::move(registers), accelerator.cores}};
+                               register_file{std::move(registers), accelerator.cores}, bmc_file{std::move(bmc)}};
     } catch (const std::system_error& error) {
         if (error.code() != std::errc::no_such_file_or_directory)
             throw;

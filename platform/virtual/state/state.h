@@ -2,6 +2,7 @@
 #define IVRA_VIRTUAL_STATE_H
 
 #include "rack/rack.h"
+#include "state/bmc_memory.h"
 #include "state/flash_memory.h"
 #include "state/mapped_file.h"
 #include "state/register_file.h"
@@ -35,8 +36,9 @@ std::filesystem::path mutex_folder();
 /// Creates a folder and its parents for this user alone (mode 0700). Throws std::system_error.
 void create_private_folder(const std::filesystem::path& folder);
 
-/// What one board remembers: the contents of its flash and the registers of its cores, in files that are mapped shared,
-/// so that every process that has the board open sees the same bytes. It is released when the object goes.
+/// What one board remembers: the contents of its flash, the registers of its cores and the memory of its BMC, in files
+/// that are mapped shared, so that every process that has the board open sees the same bytes. It is released when the
+/// object goes.
 class board_state
 {
 public:
@@ -59,14 +61,19 @@ public:
     register_file& registers() { return registers_; }
     const register_file& registers() const { return registers_; }
 
+    /// What its BMC remembers.
+    bmc_file& bmc() { return bmc_; }
+    const bmc_file& bmc() const { return bmc_; }
+
 private:
-    board_state(flash_memory flash, register_file registers);
+    board_state(flash_memory flash, register_file registers, bmc_file bmc);
     static std::optional<board_state> open_matching(const rack_t& rack, const accelerator_t& accelerator,
                                                     file_access access, std::string& mismatch);
 
     std::string restart_reason_;
     flash_memory flash_;
     register_file registers_;
+    bmc_file bmc_;
 };
 
 /// Each forgets what is remembered, as a factory reset does, and tells whether there was anything. Processes that have

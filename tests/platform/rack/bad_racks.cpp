@@ -45,6 +45,31 @@ std::string xmc_cores(const std::vector<std::string>& sizes)
     return R"("cores": [)" + text + "]";
 }
 
+const std::string byte_expected = R"(a number from 0 to 255, such as 33 or "0x21", or null)";
+const std::string raw_expected = "at most 1024 bytes as pairs of hexadecimal digits, or null";
+const std::string boot_image_expected =
+    R"("none", "primary", "backup", or the byte that the controller says, such as "0x04")";
+
+std::string bmc_with(const std::string& members)
+{
+    return rack_with(R"("bmc": {)" + members + "}");
+}
+
+std::string fru_with(const std::string& members)
+{
+    return bmc_with(R"("fru": {)" + members + "}");
+}
+
+std::string bmc_sensor_with(const std::string& members)
+{
+    return bmc_with(R"("sensors": [{)" + members + "}]");
+}
+
+std::string bmc_answer_with(const std::string& members)
+{
+    return bmc_with(R"("answers": [{)" + members + "}]");
+}
+
 std::string flash_with(const std::string& members)
 {
     return rack_with(R"("flash": {)" + members + "}");
@@ -155,7 +180,7 @@ const std::vector<bad_rack_t>& bad_racks()
         {"an I2C controller that is a text", rack_with(R"("i2c": "yes")"), "/accelerators/0/i2c: expected {} for an I2C controller, or null for none", schema},
         {"an I2C controller with something on it", rack_with(R"("i2c": {"pins": 8})"), "/accelerators/0/i2c/pins: unknown member, expected none here", schema},
         {"a management controller that is a number", rack_with(R"("bmc": 1)"),
-         "/accelerators/0/bmc: expected {} for a UART to a management controller, or null for none", schema},
+         R"(/accelerators/0/bmc: expected { "boot_image": ..., "fru": ..., "sensors": ... } for a management controller behind a UART, or null for none)", schema},
 
         // ---- the FPGA ----
         {"an FPGA that is a text", rack_with(R"("fpga": "xcu200")"),
@@ -362,6 +387,64 @@ const std::vector<bad_rack_t>& bad_racks()
          R"(/accelerators/0/xmc: expected a list of 2, as "cores" has 2 with the hardware_id 475)", code},
         {"an XMC on a core that is too small", rack_with(R"("xmc": {}, )" + xmc_cores({"0x2a00c"})),
          R"(/accelerators/0/xmc: expected null, as "cores" has none with the hardware_id 475 and at least 0x2a010 bytes)", code},
+
+        // ---- BMC ----
+        {"a BMC with an unknown member", bmc_with(R"("serial": 1)"),
+         "/accelerators/0/bmc/serial: unknown member, expected one of latency, silent, boot_image, configured_from, depth, pieces, fru, sensors, answers", schema},
+        {"a latency without a unit", bmc_with(R"("latency": "5")"), "/accelerators/0/bmc/latency: expected " + duration_expected, schema},
+        {"a boot image that there is not", bmc_with(R"("boot_image": "golden")"), "/accelerators/0/bmc/boot_image: expected " + boot_image_expected, schema},
+        {"a boot image of nine bits", bmc_with(R"("configured_from": 256)"), "/accelerators/0/bmc/configured_from: expected " + boot_image_expected, schema},
+        {"a boot image behind a NUL", bmc_with(R"("boot_image": "none\u0000")"), "/accelerators/0/bmc/boot_image: expected a text without NUL", schema},
+        {"a FIFO of no byte", bmc_with(R"("depth": 0)"), "/accelerators/0/bmc/depth: expected a number of bytes, 1 to 64", schema},
+        {"a FIFO of 65 bytes", bmc_with(R"("depth": 65)"), "/accelerators/0/bmc/depth: expected a number of bytes, 1 to 64", schema},
+        {"a piece of no byte", bmc_with(R"("pieces": [0])"), "/accelerators/0/bmc/pieces/0: expected a number of bytes, 1 to 64", schema},
+        {"a piece that the FIFO does not hold", bmc_with(R"("depth": 8, "pieces": [8, 9])"),
+         "/accelerators/0/bmc/pieces/1: expected at most 8, the depth of the FIFO", code},
+        {"a FRU that is a text", bmc_with(R"("fru": "x")"),
+         R"(/accelerators/0/bmc/fru: expected the FRU information: { "manufacturer": ..., "product": ..., "serial": ... })", schema},
+        {"a FRU field of 64 bytes", fru_with(R"("serial": {"hex": ")" + repeated("00", 64) + "\"}"), "/accelerators/0/bmc/fru/serial: expected at most 63 bytes", code},
+        {"a further FRU field of 64 bytes", fru_with(R"("extra": ["", ")" + repeated("x", 64) + "\"]"),
+         "/accelerators/0/bmc/fru/extra/1: expected at most 63 bytes", code},
+        {"more FRU fields than an area holds", fru_with(R"("extra": [)" + repeated("\"" + repeated("x", 63) + "\",", 32) + "\"\"]"),
+         "/accelerators/0/bmc/fru: expected fields that fit into a board area of 2040 bytes", code},
+        {"raw FRU bytes of half a pair", fru_with(R"("raw": "0")"),
+         "/accelerators/0/bmc/fru/raw: expected at most 4096 bytes as pairs of hexadecimal digits, instead of all fields, or null", schema},
+        {"256 sensors", bmc_with(R"("sensors": [)" + repeated("{},", 255) + "{}]"), "/accelerators/0/bmc/sensors: expected a list of at most 255 sensors", schema},
+        {"a sensor of a BMC without a name", bmc_sensor_with(""), R"(/accelerators/0/bmc/sensors/0: expected a member "name", or one "record")", code},
+        {"a sensor name of 64 bytes", bmc_sensor_with(R"("name": ")" + repeated("x", 64) + "\""), "/accelerators/0/bmc/sensors/0/name: expected at most 63 bytes", code},
+        {"two sensors of one number", bmc_with(R"("sensors": [{"name": "a", "number": 2}, {"name": "b"}])"),
+         "/accelerators/0/bmc/sensors/1: expected a sensor number that no other sensor has, which 2 is not", code},
+        {"a sensor number of nine bits", bmc_sensor_with(R"("name": "a", "number": 256)"), "/accelerators/0/bmc/sensors/0/number: expected " + byte_expected, schema},
+        {"a unit that there is not", bmc_sensor_with(R"("name": "a", "unit": "volt")"),
+         "/accelerators/0/bmc/sensors/0/unit: expected a unit (unspecified, degrees C, degrees F, K, V, A, W, J, RPM or Hz), or its code, 0 to 255", schema},
+        {"a factor of eleven bits", bmc_sensor_with(R"("name": "a", "m": 512)"), "/accelerators/0/bmc/sensors/0/m: expected a whole number, -512 to 511", schema},
+        {"an exponent of five bits", bmc_sensor_with(R"("name": "a", "b_exp": -9)"), "/accelerators/0/bmc/sensors/0/b_exp: expected a whole number, -8 to 7", schema},
+        {"a format that there is not", bmc_sensor_with(R"("name": "a", "format": 1)"),
+         "/accelerators/0/bmc/sensors/0/format: expected how raw readings are coded (unsigned, ones complement, twos complement or none)", schema},
+        {"a value that is a text", bmc_sensor_with(R"("name": "a", "value": "12 V")"), "/accelerators/0/bmc/sensors/0/value: expected a number in the sensor's unit, or null", schema},
+        {"a value and a raw reading", bmc_sensor_with(R"("name": "a", "value": 1, "raw": 1)"),
+         R"(/accelerators/0/bmc/sensors/0/raw: expected no such member beside "value")", code},
+        {"a name beside a raw record", bmc_sensor_with(R"("record": "00", "name": "a")"),
+         R"(/accelerators/0/bmc/sensors/0/name: expected no such member beside "record")", code},
+        {"a value beside a raw record", bmc_sensor_with(R"("record": "00", "value": 1)"),
+         R"(/accelerators/0/bmc/sensors/0/value: expected no such member beside "record")", code},
+        {"a raw record of 256 bytes", bmc_sensor_with(R"("record": ")" + repeated("00", 256) + "\""), "/accelerators/0/bmc/sensors/0/record: expected at most 255 bytes", code},
+        {"a reading beside a raw response", bmc_sensor_with(R"("name": "a", "response": "00", "available": false)"),
+         R"(/accelerators/0/bmc/sensors/0/available: expected no such member beside "response")", code},
+        {"a record ID of 17 bits", bmc_sensor_with(R"("name": "a", "next": "0x10000")"),
+         R"(/accelerators/0/bmc/sensors/0/next: expected a record ID such as 2 or "0xffff", or null for the true one)", schema},
+        {"a rule about no answer", bmc_answer_with(R"("code": 1)"), R"(/accelerators/0/bmc/answers/0: expected a member "to")", schema},
+        {"a rule about the 0th answer", bmc_answer_with(R"("to": "", "nth": 0)"), "/accelerators/0/bmc/answers/0/nth: expected a number from 1 to 4294967295, or null for all of them", schema},
+        {"an answer with data of half a pair", bmc_answer_with(R"("to": "", "data": "0")"), "/accelerators/0/bmc/answers/0/data: expected " + raw_expected, schema},
+        {"an answer with data and a frame", bmc_answer_with(R"("to": "", "frame": "", "data": "")"),
+         R"(/accelerators/0/bmc/answers/0/data: expected no such member beside "frame")", code},
+        {"noise of 1025 bytes", bmc_answer_with(R"("to": "", "noise": ")" + repeated("00", 1025) + "\""), "/accelerators/0/bmc/answers/0/noise: expected at most 1024 bytes", code},
+        {"a piece of an answer that the FIFO does not hold", bmc_answer_with(R"("to": "", "pieces": [17])"),
+         "/accelerators/0/bmc/answers/0/pieces/0: expected at most 16, the depth of the FIFO", code},
+        {"65 rules about answers", bmc_with(R"("answers": [)" + repeated(R"({"to": ""},)", 64) + R"({"to": ""}])"),
+         "/accelerators/0/bmc/answers: expected a list of at most 64 rules about answers", schema},
+        {"no BMC, and its core", rack_with(R"("bmc": null, "cores": [{"hardware_id": 48, "address": 0, "size": 4}])"),
+         R"(/accelerators/0/bmc: expected {}, as "cores" has one with the hardware_id 48)", code},
 
         // ---- several ----
         {"the first of several", R"({"accelerators": [{"model": "a", "mmios": 99}, {"model": 1}]})",

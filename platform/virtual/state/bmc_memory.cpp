@@ -1,0 +1,54 @@
+#include "state/bmc_memory.h"
+
+#include <bit>
+#include <type_traits>
+
+namespace ivra::virtual_platform {
+
+namespace {
+
+using bytes_t = std::array<std::uint8_t, sizeof(bmc_memory_t)>;
+static_assert(std::is_trivially_copyable_v<bmc_memory_t> && std::has_unique_object_representations_v<bmc_memory_t>);
+
+/// The first byte of the file says which of the two copies behind it counts.
+constexpr std::uint64_t copy_at(std::uint8_t number)
+{
+    return 8 + number * std::uint64_t{sizeof(bmc_memory_t)};
+}
+
+bool makes_sense(const bmc_memory_t& memory)
+{
+    if (memory.queued > memory.queue.size() || memory.waiting > memory.queued ||
+        memory.answer_count > memory.answers.size() || memory.message_size > memory.message.size())
+        return false;
+    std::uint64_t bytes = 0;
+    for (std::size_t at = 0; at < memory.answer_count; ++at)
+        bytes += memory.answers.at(at).bytes;
+    return bytes == memory.queued;
+}
+
+} // namespace
+
+std::uint8_t bmc_file::current() const
+{
+    std::array<std::uint8_t, 1> number{};
+    file_.read(0, number);
+    return number[0] & 1U;
+}
+
+bmc_memory_t bmc_file::read() const
+{
+    bytes_t bytes{};
+    file_.read(copy_at(current()), bytes);
+    const auto memory = std::bit_cast<bmc_memory_t>(bytes);
+    return makes_sense(memory) ? memory : bmc_memory_t{};
+}
+
+void bmc_file::write(const bmc_memory_t& memory)
+{
+    const auto next = static_cast<std::uint8_t>(current() ^ 1U);
+    file_.write(copy_at(next), std::bit_cast<bytes_t>(memory));
+    file_.write(0, std::array{next});
+}
+
+} // namespace ivra::virtual_platform
