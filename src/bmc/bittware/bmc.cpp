@@ -1,16 +1,19 @@
 #include "bmc/bittware/bmc.h"
 
+#include "bmc/bittware/fru.h"
+#include "bmc/bittware/sdr.h"
+
 #include <algorithm>
 #include <iterator>
+#include <set>
 #include <stdexcept>
+#include <utility>
 
 namespace ivra::bsp::bmc::bittware {
 
 namespace {
 
-// Network functions and commands (IPMI 2.0, table G-1), and those of the maker.
-constexpr std::uint8_t netfn_storage = 0x0A;
-constexpr std::uint8_t cmd_read_fru_data = 0x11;
+// Commands of the maker (IPMI 2.0, table 5-1: network function of an OEM group).
 constexpr std::uint8_t netfn_oem = 0x2E;
 constexpr std::uint8_t cmd_oem_get = 0x08;
 constexpr std::uint8_t cmd_oem_set = 0x09;
@@ -45,7 +48,7 @@ void check(const ipmi_response_t& response, const char* failure)
 
 } // namespace
 
-ipmi_response_t bmc::ipmi_request(std::uint8_t netfn, std::uint8_t cmd, const std::vector<std::uint8_t>& data)
+ipmi_response_t bmc::ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::span<const std::uint8_t> data)
 {
     return locked(mutex_, [&] { return exchange(uart_, netfn, cmd, data); });
 }
@@ -87,6 +90,52 @@ std::uint8_t bmc::get_fpga_config_status()
     if (response.data.empty() || response.data.front() >= config_status_values)
         throw std::runtime_error{"Unknown FPGA configuration status value received from BMC"};
     return response.data.front();
+}
+
+std::vector<std::uint8_t> bmc::read_fru_data(std::uint16_t offset, std::uint8_t count)
+{
+    const ipmi_response_t response =
+        ipmi_request(read_fru_data_netfn, read_fru_data_command, encode_read_fru_data({offset, count}));
+    const std::span<const std::uint8_t> bytes = decode_fru_data(response.code, response.data, count);
+    return {bytes.begin(), bytes.end()};
+}
+
+std::string bmc::get_board_serial()
+{
+    const auto read = [this](fru_range_t range) { return read_fru_data(range.offset, range.count); };
+    const fru_range_t start_range = find_board_area_start(read(fru_common_header));
+    const std::vector<std::uint8_t> start = read(start_range);
+    return decode_board_serial(start, read(find_board_area_rest(start_range, start)));
+}
+
+bmc::sensor_result_t bmc::get_sensor(std::uint16_t record_id)
+{
+    const auto ask = [this](std::uint8_t cmd, std::span<const std::uint8_t> data) {
+        return ipmi_request(sensor_netfn, cmd, data);
+    };
+    const ipmi_response_t first = ask(get_sdr_command, encode_get_sensor_record(record_id));
+    sensor_record_t record = decode_sensor_record(first.code, first.data);
+    if (record.name.size() < record.name_length) {
+        const ipmi_response_t rest = ask(get_sdr_command, encode_get_sensor_name(record_id, record));
+        record.name = decode_sensor_name(rest.code, rest.data, record);
+    }
+    const ipmi_response_t reading = ask(get_sensor_reading_command, encode_get_sensor_reading(record));
+    return {make_sensor(record, decode_sensor_reading(reading.code, reading.data)), record.next_record_id};
+}
+
+board::sensors_t bmc::get_sensors()
+{
+    board::sensors_t report{.columns = {"Value"}, .sensors = {}};
+    std::set<std::uint16_t> seen;
+    std::uint16_t record_id = first_record_id;
+    do {
+        if (!seen.insert(record_id).second)
+            throw std::runtime_error{"Sensor data record repository does not end"};
+        sensor_result_t result = get_sensor(record_id);
+        report.sensors.push_back(std::move(result.sensor));
+        record_id = result.next_record_id;
+    } while (record_id != no_more_records);
+    return report;
 }
 
 } // namespace ivra::bsp::bmc::bittware

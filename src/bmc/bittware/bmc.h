@@ -8,6 +8,7 @@
 #include "hw/uart.h"
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,7 @@ public:
     explicit bmc(const hw::core& core) : uart_{core}, mutex_{"bmc-bittware", core} {}
 
     /// Sends a request and waits for its answer; a completion code other than 0 is no error here.
-    ipmi_response_t ipmi_request(std::uint8_t netfn, std::uint8_t cmd, const std::vector<std::uint8_t>& data);
+    ipmi_response_t ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::span<const std::uint8_t> data);
 
     /// The same for a command of the board's maker, whose identifier is added to the request and taken off the answer.
     ipmi_response_t ipmi_request_bittware_oem(std::uint8_t cmd, const std::vector<std::uint8_t>& data);
@@ -51,15 +52,17 @@ public:
     /// Every sensor of the record repository, in its order, with one column, "Value".
     board::sensors_t get_sensors();
 
-private:
-    struct record_t
+    /// A sensor, and the record that follows it.
+    struct sensor_result_t
     {
         board::sensor_t sensor;
         std::uint16_t next_record_id;
     };
 
-    record_t get_sensor(std::uint16_t record_id);
+    /// The sensor of one record.
+    sensor_result_t get_sensor(std::uint16_t record_id);
 
+private:
     v6::uart::uart uart_;
     mutex mutex_;
 };

@@ -47,7 +47,7 @@ const escapes_t& unescapes()
 
 constexpr std::uint8_t shifted_netfn(std::uint8_t netfn)
 {
-    return static_cast<std::uint8_t>((netfn << 2U) & 0xFFU); // LUN 0
+    return static_cast<std::uint8_t>(unsigned{netfn} << 2U); // LUN 0; 8 bits are kept
 }
 
 void log_received(int line, const std::string& text)
