@@ -32,7 +32,7 @@ void prepare_descriptors()
 void show(const board_monitor_p::Args& args)
 {
     const std::map<std::string, std::function<void(board_monitor&)>> handlers{
-        {"info", show_board_info},  {"boot-image", [](board_monitor&) { board::not_available_yet(); }},
+        {"info", show_board_info},  {"boot-image", show_boot_image},
         {"flash", show_flash_info}, {"transceivers", [](board_monitor&) { board::not_available_yet(); }},
         {"sensors", show_sensors},  {"all", [](board_monitor&) { board::not_available_yet(); }},
     };

@@ -27,6 +27,16 @@ void show_board_info(board_monitor& monitor)
     print_section(monitor.get_board_info());
 }
 
+void show_boot_image(board_monitor& monitor)
+{
+    const board::boot_image_t current = monitor.get_board().get_current_boot_image();
+    const board::boot_image_t next = monitor.get_board().get_boot_image();
+    section s{"Boot image", std::nullopt, 0};
+    add_boot_image_stat(s, "Current boot", current);
+    add_boot_image_stat(s, "Next reload", next);
+    print_section(s);
+}
+
 void show_flash_info(board_monitor& monitor)
 {
     print_section(monitor.get_flash_info());

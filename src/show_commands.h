@@ -8,6 +8,7 @@ namespace ivra::bsp {
 // What `show` prints. A failure propagates and ends the command; what was printed before stays.
 
 void show_board_info(board_monitor& monitor);
+void show_boot_image(board_monitor& monitor);
 void show_flash_info(board_monitor& monitor);
 void show_sensors(board_monitor& monitor);
 

@@ -1,6 +1,7 @@
 #ifndef IVRA_BOARD_BITTWARE_H
 #define IVRA_BOARD_BITTWARE_H
 
+#include "bmc/bittware/bmc.h"
 #include "board/boot_image.h"
 #include "board/helpers.h"
 #include "board/mac_addresses.h"
@@ -8,20 +9,35 @@
 #include "transceiver/power_mode.h"
 #include "transceiver/transceiver_info.h"
 
+#include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 namespace ivra::bsp::board {
 
-/// What both Bittware board kinds have: an I2C bus, and a BMC that answers for the board. A board whose BMC could not
-/// be brought up has none, and whatever needs it then throws std::runtime_error.
-struct bittware
-{
-    explicit bittware(const hw::core& root) : i2c{get_i2c(root)} {}
+/// The address in a MAC EEPROM: "MAC=" and the address as text, 21 bytes from register 0 on. Throws std::runtime_error
+/// when that is not what was read, std::system_error when the text is no address.
+v6::mac_address decode_eeprom_mac(std::span<const std::uint8_t> record);
 
-    std::optional<std::string> get_serial();
-    sensors_t get_sensors();
+/// What both Bittware board kinds have: an I2C bus, and a BMC that answers for the board. A board whose BMC could not
+/// be brought up has none, and whatever needs it then throws std::runtime_error; otherwise it throws as the BMC does.
+class bittware
+{
+public:
+    explicit bittware(const hw::core& root) : i2c{board::get_i2c(root)}, bmc_{get_bmc(root)} {}
+
+    /// Opens the BMC behind the UART below `uart_core`. A failure is only logged: the board works for everything that
+    /// needs no BMC.
+    static std::optional<bmc::bittware::bmc> get_bmc(const hw::core& uart_core);
+
+    /// The board's base address, from the EEPROM at address 0x50 of this bus. Throws as decode_eeprom_mac() does, and
+    /// std::system_error when the EEPROM cannot be read.
+    static v6::mac_address read_eeprom_mac(v6::i2c::bus& bus);
+
+    std::optional<std::string> get_serial() { return get_bmc_or_throw().get_board_serial(); }
+    sensors_t get_sensors() { return get_bmc_or_throw().get_sensors(); }
     boot_image_t get_boot_image();
     boot_image_t get_current_boot_image();
     void set_boot_image(boot_image_t image);
@@ -30,6 +46,11 @@ struct bittware
     void set_qsfp_power_mode(transceiver::qsfp_power_mode_t) { not_available_yet(); }
 
     std::optional<v6::i2c::i2c> i2c;
+
+private:
+    bmc::bittware::bmc& get_bmc_or_throw();
+
+    std::optional<bmc::bittware::bmc> bmc_;
 };
 
 /// Bittware XUPP3R, and the maker's own ivra_fpb2.

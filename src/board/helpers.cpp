@@ -2,6 +2,8 @@
 
 #include <ivra/log.h>
 
+#include <cerrno>
+#include <cstdint>
 #include <stdexcept>
 #include <system_error>
 
@@ -16,6 +18,18 @@ std::optional<v6::i2c::i2c> get_i2c(const hw::core& core)
                      error.what());
         return std::nullopt;
     }
+}
+
+void enable_i2c(v6::i2c::i2c& controller)
+{
+    constexpr std::uint32_t enable_pin = 1U << 0U;
+    // Deliberate: the doubled word is what scripts look for.
+    constexpr const char* failure = "Could not not set enable I2C pin";
+    const std::optional<std::uint32_t> pins = controller.read_control_pins().access_value_or_throw(failure);
+    if (!pins)
+        throw std::system_error{ERANGE, std::generic_category(), failure};
+    if (const std::error_code error = controller.write_control_pins(*pins | enable_pin))
+        throw std::system_error{error, failure};
 }
 
 void not_available_yet()

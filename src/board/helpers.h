@@ -11,6 +11,10 @@ namespace ivra::bsp::board {
 /// The I2C controller below `core`. A board without one still works for everything else, so a failure is only logged.
 std::optional<v6::i2c::i2c> get_i2c(const hw::core& core);
 
+/// Connects the I2C bus of a board to its devices: sets control pin 0 and leaves the others as they are. Throws
+/// std::system_error, with ERANGE when the controller drives no pins.
+void enable_i2c(v6::i2c::i2c& controller);
+
 /// What an operation does whose code is still to come: throws std::runtime_error.
 [[noreturn]] void not_available_yet();
 

@@ -21,6 +21,7 @@ std::string outcome(const std::string& words, const std::vector<std::string>& en
 const std::string show_ran = "Accelerator\n";
 const std::string list_ran = "card-0\n";
 const std::string flash_ran = "Flash memory\n";
+const std::string no_boot_image = "Getting current boot image is only supported on Bittware boards\n";
 const std::string to_come = "Not available yet\n";
 
 TEST(command_word, stands_for_the_first_command_that_contains_it)
@@ -62,7 +63,7 @@ TEST(info_word, stands_for_the_first_info_that_contains_it)
         {"flash",       flash_ran},
         {"s",           flash_ran}, // the first in the order that has an "s"
         {"l",           flash_ran},
-        {"a",           to_come},   // boot-image
+        {"a",           no_boot_image},
         {"transceiver", to_come},
         {"all",         to_come},
         {"power",       "Invalid info to show: 'power'\n"},
