@@ -1,0 +1,159 @@
+// The whole conversation with the BMC of a Bittware board, with the fuzzer as the BMC: what it answers to each request
+// is the next piece of the input, put into a frame by this program unless the piece says otherwise. The UART is this
+// program's own; everything else is a plain board of the virtual platform.
+
+#include "bmc/bittware/bmc.h"
+#include "hw/accelerator.h"
+
+#include <ivra/log.h>
+#include <ivra/uart.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+
+#include <unistd.h>
+
+using namespace ivra::bsp;
+
+namespace {
+
+std::span<const std::uint8_t> input;
+std::deque<std::uint8_t> waiting; ///< what the UART gives
+
+std::uint8_t next_byte()
+{
+    if (input.empty())
+        return 0;
+    const std::uint8_t byte = input.front();
+    input = input.subspan(1);
+    return byte;
+}
+
+void send(std::uint8_t byte)
+{
+    constexpr std::uint8_t special[] = {0xA0, 0xA5, 0xA6, 0xAA, 0x1B};
+    if (std::find(std::begin(special), std::end(special), byte) == std::end(special)) {
+        waiting.push_back(byte);
+    } else {
+        waiting.push_back(0xAA);
+        waiting.push_back(byte == 0x1B ? 0x3B : static_cast<std::uint8_t>(byte + 0x10));
+    }
+}
+
+/// Opens the only board of a rack in a folder that goes with the process.
+class board_t
+{
+public:
+    board_t()
+    {
+        std::string folder = (std::filesystem::temp_directory_path() / "fuzz-bmc-XXXXXX").string();
+        if (::mkdtemp(folder.data()) == nullptr)
+            std::abort();
+        folder_ = folder;
+        std::ofstream{folder_ / "rack.json"} << R"({"accelerators": [{"model": "bittware_xupp3r"}]})";
+        ::setenv("IVRA_VIRTUAL_RACK", (folder_ / "rack.json").c_str(), 1);
+        ::setenv("IVRA_VIRTUAL_STATE", (folder_ / "state").c_str(), 1);
+        ::setenv("IVRA_LOG_LEVEL", "0", 1);
+        const ivra::hw::accelerator accelerator{ivra::hw::enumerate_accelerators().at(0)};
+        const ivra::hw::mmio mmio{accelerator.enumerate_mmios().at(0)};
+        controller_.emplace(ivra::hw::enumerate_cores(mmio).root());
+    }
+    ~board_t() { std::filesystem::remove_all(folder_); }
+    board_t(const board_t&) = delete;
+    board_t& operator=(const board_t&) = delete;
+
+    bmc::bittware::bmc& controller() { return *controller_; }
+
+private:
+    std::filesystem::path folder_;
+    std::optional<bmc::bittware::bmc> controller_;
+};
+
+/// Runs a step; what it throws for answers that make no sense is well.
+template <class Step>
+void attempt(Step step)
+{
+    waiting.clear();
+    try {
+        step();
+    } catch (const std::runtime_error&) {
+    }
+}
+
+} // namespace
+
+extern "C" {
+
+ivra_uart* ivra_uart_create(ivra_hw_core* core)
+{
+    return reinterpret_cast<ivra_uart*>(core); // never looked into
+}
+
+void ivra_uart_destroy(ivra_uart*) {}
+
+// Answers the request with a message of a length that the input gives: right network function and command, or, at odd
+// lengths, bytes of the input without a frame.
+int ivra_uart_write_all(ivra_uart*, const uint8_t* buffer, size_t size, unsigned)
+{
+    if (input.empty() || size < 8) {
+        errno = EPIPE;
+        return -1;
+    }
+    const std::size_t length = next_byte();
+    if (length % 2 == 1) {
+        for (std::size_t i = 0; i < length; ++i)
+            waiting.push_back(next_byte());
+        return 0;
+    }
+    waiting.push_back(0xA0);
+    send(static_cast<std::uint8_t>(buffer[1] + 4));
+    send(0);
+    send(buffer[3]);
+    for (std::size_t i = 0; i < length / 2; ++i)
+        send(next_byte());
+    waiting.push_back(0xA5);
+    return 0;
+}
+
+int ivra_uart_read(ivra_uart*, uint8_t* buffer, size_t size)
+{
+    const std::size_t count = std::min(size, waiting.size());
+    std::copy_n(waiting.begin(), count, buffer);
+    waiting.erase(waiting.begin(), waiting.begin() + static_cast<std::ptrdiff_t>(count));
+    return static_cast<int>(count);
+}
+
+// Nobody waits.
+int nanosleep(const timespec*, timespec*)
+{
+    return 0;
+}
+
+} // extern "C"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    static board_t board;
+    bmc::bittware::bmc& controller = board.controller();
+    input = {data, size};
+    attempt([&] { controller.get_sensors(); });
+    attempt([&] { controller.get_board_serial(); });
+    attempt([&] { controller.get_boot_image(); });
+    attempt([&] { controller.set_boot_image(bmc::bittware::boot_image_t::backup); });
+    attempt([&] {
+        if (controller.get_fpga_config_status() > 2)
+            std::abort();
+    });
+    return 0;
+}
