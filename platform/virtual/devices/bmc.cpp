@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
-#include <limits>
+#include <tuple>
 
 namespace ivra::virtual_platform {
 
@@ -22,8 +22,9 @@ constexpr escape_t escapes[] = {{0xa0, 0xb0}, {0xa5, 0xb5}, {0xaa, 0xba}, {0xa6,
 
 constexpr device_time byte_time{1'000'000'000LL * 10 / 115'200}; // 8 bits, start and stop
 
-/// A time before any other.
-constexpr std::int64_t long_ago = std::numeric_limits<std::int64_t>::min() / 2;
+// Times before and after any other, far enough from where numbers end.
+constexpr std::int64_t long_ago = bmc_memory_t::earliest;
+constexpr device_time far_away{bmc_memory_t::latest};
 
 // Completion codes, IPMI 2.0 table 5-2.
 constexpr std::uint8_t good = 0x00;
@@ -230,10 +231,11 @@ std::optional<bmc::answer_t> bmc::take(std::string_view request)
 
 void bmc::receive(std::span<const std::uint8_t> bytes, device_time now)
 {
+    now = std::min(now, far_away);
     notice_time(now);
     device_time at = std::max(now, device_time{memory_.received_until});
     for (const std::uint8_t received : bytes)
-        take_byte(received, at += byte_time);
+        take_byte(received, at = std::min(at + byte_time, far_away));
     memory_.received_until = at.count();
 }
 
@@ -286,7 +288,8 @@ void bmc::answer_frame(device_time at)
                 left += bytes[i];
         bytes = left;
     }
-    const device_time due = std::max(at, device_time{memory_.busy_until}) + answer->latency;
+    const device_time begin = std::max(at, device_time{memory_.busy_until});
+    const device_time due = begin + std::min(answer->latency, far_away - begin);
     memory_.busy_until = due.count();
     const std::size_t room = memory_.queue.size() - memory_.queued;
     if (bytes.empty() || bytes.size() > room || memory_.answer_count == memory_.answers.size())
@@ -341,6 +344,7 @@ std::string bmc::send(std::size_t most, bool exactly, device_time now)
 {
     if (memory_.queued == 0)
         return "";
+    now = std::min(now, far_away + byte_time);
     notice_time(now);
     arrive(now);
     std::size_t count = std::min(given_at_once(), most);

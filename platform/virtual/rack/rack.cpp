@@ -407,7 +407,7 @@ std::vector<std::string> warnings(const rack_t& rack)
             const std::string shown = two_decimals(sensor_value(sensor, sensor.raw));
             if (asked != shown)
                 lines.push_back("/accelerators/" + std::to_string(at) + "/bmc/sensors/" + std::to_string(n) +
-                                "/value: " + asked + " is read as " + shown + ", the nearest that the sensor has");
+                                "/value: " + asked + " reads as " + shown + ", the nearest that the sensor can say");
         }
     }
     return lines;

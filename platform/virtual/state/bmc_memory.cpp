@@ -21,10 +21,17 @@ bool makes_sense(const bmc_memory_t& memory)
     if (memory.queued > memory.queue.size() || memory.waiting > memory.queued ||
         memory.answer_count > memory.answers.size() || memory.message_size > memory.message.size())
         return false;
+    const auto is_time = [](std::int64_t time) {
+        return time >= bmc_memory_t::earliest && time <= 2 * bmc_memory_t::latest;
+    };
     std::uint64_t bytes = 0;
-    for (std::size_t at = 0; at < memory.answer_count; ++at)
+    bool are_times = is_time(memory.changed_at) && is_time(memory.received_until) && is_time(memory.busy_until) &&
+                     is_time(memory.line_free_at);
+    for (std::size_t at = 0; at < memory.answer_count; ++at) {
         bytes += memory.answers.at(at).bytes;
-    return bytes == memory.queued;
+        are_times = are_times && is_time(memory.answers.at(at).due);
+    }
+    return are_times && bytes == memory.queued;
 }
 
 } // namespace

@@ -6,12 +6,17 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
+#include <utility>
 
 namespace ivra::virtual_platform {
 
 /// What a BMC and its line remember. All zeros is the state at the start. Times are nanoseconds of device_time.
 struct bmc_memory_t
 {
+    static constexpr std::int64_t latest = std::numeric_limits<std::int64_t>::max() / 4;
+    static constexpr std::int64_t earliest = -latest;
+
     struct answer_t
     {
         std::int64_t due = 0;    ///< when its first byte sets out

@@ -51,7 +51,10 @@ int check(const words_t& words)
     int status = exit_success;
     for (const std::string& file : words.arguments) {
         try {
-            print(printable(file) + ": good, " + accelerator_count(load_rack(file).accelerators.size()) + '\n');
+            const rack_t rack = load_rack(file);
+            print(printable(file) + ": good, " + accelerator_count(rack.accelerators.size()) + '\n');
+            for (const std::string& warning : warnings(rack))
+                print_error(file + ": " + warning);
         } catch (const rack_error& error) {
             print_error(error.what());
             status = exit_failure;
@@ -112,7 +115,8 @@ constexpr std::size_t any_number = 1000;
 constexpr command_t commands[] = {
     {"check", "RACK...", "Say whether rack files are good, or what is wrong",
      "Reads each rack file and checks it. The first mistake of each is said on\n"
-     "standard error: the file, the place in it, and what was expected there.\n"
+     "standard error: the file, the place in it, and what was expected there. So\n"
+     "is a sensor of a good one that cannot show the value that it asks for.\n"
      "The exit status is 0 when every file is good, else 1.\n",
      1, any_number, false, &check},
     {"show", "RACK", "Show what is plugged where, and its state now",

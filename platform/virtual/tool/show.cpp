@@ -1,6 +1,7 @@
 #include "commands.h"
 #include "output.h"
 
+#include "devices/bmc.h"
 #include "devices/xmc.h"
 #include "rack/defaults.h"
 #include "rack/open_errors.h"
@@ -12,6 +13,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -148,6 +150,31 @@ std::vector<std::string> xmc_lines(const accelerator_t& accelerator, const std::
     return lines;
 }
 
+/// A code by its name, or in hexadecimal.
+std::string code_text(std::span<const code_name_t> names, std::uint8_t code)
+{
+    for (const auto& [name, known] : names)
+        if (known == code)
+            return std::string{name};
+    return "0x" + hex_pair(code);
+}
+
+std::vector<std::string> bmc_lines(const std::optional<bmc_t>& config, const std::optional<board_state>& state)
+{
+    if (!config)
+        return {};
+    bmc_memory_t memory = state ? state->bmc().read() : bmc_memory_t{};
+    const std::string images = "boot image " + code_text(boot_images, bmc{*config, memory}.boot_image()) +
+                               ", configured from " + code_text(configurations, config->configured_from);
+    const bmc_fru_t& fru = config->fru;
+    return {(config->silent ? "silent, " : "") + images,
+            fru.raw ? "FRU of " + count_text(fru.raw->size(), "raw byte")
+                    : printable(fru.manufacturer.value_or("(no manufacturer)")) + ' ' +
+                          printable(fru.product.value_or("(no product)")) + ", serial " +
+                          printable(fru.serial.value_or("(none)")),
+            count_text(config->sensors.size(), "sensor")};
+}
+
 std::string temperature_text(double celsius)
 {
     char text[32];
@@ -184,6 +211,7 @@ void show_accelerator(const rack_t& rack, std::size_t index)
     if (accelerator.mmios != 1)
         text += field("MMIO spaces", {std::to_string(accelerator.mmios)});
     text += field("Cores", core_lines(accelerator.cores));
+    text += field("BMC", bmc_lines(accelerator.bmc, state));
     text += field("XMC", xmc_lines(accelerator, state));
     text += field("State", {state_text(rack, accelerator, state)});
     print('\n' + text);

@@ -530,6 +530,25 @@ TEST_F(bmc, an_answer_can_be_late_or_never_come_or_be_cut_into_pieces)
     });
 }
 
+TEST_F(bmc, the_longest_latency_and_the_latest_clock_are_numbers_like_any_other)
+{
+    plug_bmc(R"({"latency": "999999999.999999999 s"})");
+    run([] {
+        line_t line;
+        for (int n = 0; n < 20; ++n)
+            line.write(ask_device_id);
+        EXPECT_THAT(line.read_for(100ms), SizeIs(0));
+    });
+    const std::int64_t end_of_time = INT64_MAX;
+    std::ofstream{folder / "clock", std::ios::binary}.write(
+        static_cast<const char*>(static_cast<const void*>(&end_of_time)), sizeof end_of_time);
+    run([] {
+        line_t line;
+        EXPECT_EQ(line.read(16), part(device_id_frame, 0, 16));
+        line.write(ask_device_id);
+    });
+}
+
 TEST_F(bmc, a_frame_that_breaks_off_behind_an_escape_gives_the_escape)
 {
     plug_bmc(R"({"answers": [{"to": "", "frame": "a01caa"}]})");

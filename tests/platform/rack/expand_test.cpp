@@ -160,6 +160,66 @@ TEST(expand, says_everything_in_operators_units)
 )");
 }
 
+TEST(expand, says_everything_of_a_BMC)
+{
+    const rack_t rack = parse_rack(R"({"accelerators": [{"model": "ivra_fpb2", "bmc": {"boot_image": 9,
+        "fru": {"part_number": null}, "answers": [{"to": "0421", "code": 192}],
+        "sensors": [{"name": "12V0", "unit": 4, "value": 12.03, "m": 63, "r_exp": -3, "next": 1}, {"record": "0A"}]}}]})",
+                                   "my.json");
+    EXPECT_THAT(expand(rack), ::testing::HasSubstr(R"(
+      "bmc": {
+        "latency": "5 ms",
+        "silent": false,
+        "boot_image": "0x09",
+        "configured_from": "primary",
+        "depth": 16,
+        "pieces": [],
+        "fru": {
+          "manufacturer": "VIRTUAL",
+          "product": "FPB2",
+          "serial": "VRTFB20001",
+          "part_number": null,
+          "file_id": "",
+          "extra": [],
+          "raw": null
+        },
+        "sensors": [
+          {
+            "name": "12V0",
+            "number": 1,
+            "unit": "V",
+            "value": 12.03,
+            "available": true,
+            "m": 63,
+            "b": 0,
+            "r_exp": -3,
+            "b_exp": 0,
+            "format": "unsigned",
+            "linearisation": "linear",
+            "modifier": "none",
+            "modifier_unit": "unspecified",
+            "rate": "none",
+            "percent": false,
+            "next": "0x1"
+          },
+          { "record": "0a", "raw": 0, "available": true, "next": null }
+        ],
+        "answers": [
+          {
+            "to": "0421",
+            "nth": null,
+            "latency": null,
+            "code": "0xc0",
+            "data": null,
+            "noise": "",
+            "frame": null,
+            "lose": [],
+            "pieces": null
+          }
+        ]
+      },)"));
+}
+
 TEST(expand, no_control_character_reaches_the_screen)
 {
     const std::string text = expand(parse_rack(rack_with("\"name\": \"\\u001b\\u0000\x7f\xc2\x9b\""), "my.json"));

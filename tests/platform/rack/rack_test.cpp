@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -361,6 +362,45 @@ TEST(rack_xmc, times_are_exact_to_the_nanosecond)
     }
 }
 
+TEST(rack_bmc, a_board_of_a_model_with_one_has_plausible_sensors_and_a_serial_of_its_own)
+{
+    std::set<std::string> serials;
+    for (const char* model : {"bittware_xupp3r", "bittware_xupvv8", "ivra_fpb2"}) {
+        const rack_t rack =
+            parse_rack(R"({"accelerators": [{"model": ")"s + model + R"("}, {"model": ")" + model + "\"}]}", "my.json");
+        for (const accelerator_t& accelerator : rack.accelerators) {
+            ASSERT_TRUE(accelerator.bmc);
+            EXPECT_TRUE(serials.insert(*accelerator.bmc->fru.serial).second);
+            EXPECT_EQ(accelerator.bmc->sensors.size(), 12U);
+            EXPECT_EQ(std::ranges::count(accelerator.bmc->sensors, false, &bmc_sensor_t::available), 1);
+            EXPECT_EQ(std::ranges::count_if(accelerator.bmc->sensors,
+                                            [](const bmc_sensor_t& sensor) { return sensor.name.size() > 16; }),
+                      1);
+        }
+        EXPECT_THAT(warnings(rack), IsEmpty());
+    }
+    EXPECT_EQ(serials.size(), 6U);
+    EXPECT_EQ(plain("xilinx_u200").bmc, std::nullopt);
+}
+
+TEST(rack_bmc, a_rack_changes_what_it_mentions_and_nothing_else)
+{
+    const bmc_t before = *plain("ivra_fpb2").bmc;
+    bmc_t after = before;
+    after.boot_image = 1;
+    after.fru.serial = "S";
+    const rack_t rack = parse_rack(
+        R"({"accelerators": [{"model": "ivra_fpb2", "bmc": {"boot_image": "backup", "fru": {"serial": "S"}}}]})",
+        "my.json");
+    EXPECT_EQ(rack.accelerators.at(0).bmc, after);
+}
+
+TEST(rack_bmc, a_UART_that_is_spelt_out_has_one_behind_it)
+{
+    EXPECT_TRUE(accelerator_with(R"("cores": [{"hardware_id": 48, "address": 0, "size": 4}])").bmc);
+    EXPECT_FALSE(accelerator_with(R"("cores": [])").bmc);
+}
+
 TEST(rack_xmc, a_card_sends_its_fields_in_one_order_as_key_length_and_value)
 {
     const auto bytes_of = [](const std::string& members) {
@@ -546,7 +586,7 @@ TEST(rack_files, the_examples_of_the_documentation_are_good)
         EXPECT_EQ(parse_rack(example, "README.md").accelerators.size(), 1U);
         ++count;
     }
-    EXPECT_GE(count, 2U);
+    EXPECT_GE(count, 3U);
 }
 
 TEST(rack_in_use, is_the_showcase_beside_the_program_unless_the_environment_says_otherwise)

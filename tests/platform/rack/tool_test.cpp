@@ -141,6 +141,33 @@ TEST_F(tool, check_says_that_a_rack_is_good_and_how_many_accelerators_it_has)
     EXPECT_EQ(result.status, 0);
 }
 
+TEST_F(tool, check_warns_of_a_sensor_that_cannot_show_its_value)
+{
+    const fs::path rack = file("a.json", R"({"accelerators": [{"model": "x"}, {"model": "x", "bmc": {"sensors": [
+        {"name": "a", "value": 12.03, "m": 63, "r_exp": -3}, {"name": "b", "value": 12.4},
+        {"name": "c", "value": -1, "raw": null}, {"name": "d", "value": 12.404, "m": 62, "r_exp": -3}]}}]})");
+    const run_t result = run({"check", rack});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, rack.string() + ": good, 2 accelerators\n");
+    const std::string place = "ivra-virtual: " + rack.string() + ": /accelerators/1/bmc/sensors/";
+    EXPECT_EQ(result.err, place + "1/value: 12.40 reads as 12.00, the nearest that the sensor can say\n" + place +
+                              "2/value: -1.00 reads as 0.00, the nearest that the sensor can say\n");
+}
+
+TEST_F(tool, check_finds_nothing_to_warn_of_in_the_racks_that_come_with_it)
+{
+    std::size_t count = 0;
+    for (const auto& entry : fs::directory_iterator{IVRA_RACKS}) {
+        if (entry.path().extension() != ".json" || entry.path().filename() == "rack.schema.json")
+            continue;
+        const run_t result = run({"check", entry.path()});
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "");
+        ++count;
+    }
+    EXPECT_GE(count, 20U);
+}
+
 TEST_F(tool, check_says_the_place_of_a_mistake_and_still_checks_the_other_racks)
 {
     const fs::path bad = file("bad.json", R"({"accelerators": [{"model": "a", "mmios": -1}]})");
@@ -205,6 +232,29 @@ TEST_F(tool, show_tells_how_far_an_xmc_is)
     });
     ASSERT_EQ(host.status, 0) << host.err;
     EXPECT_THAT(run({"show", rack}).out, HasSubstr(shown("ready", "starting")));
+}
+
+TEST_F(tool, show_tells_which_boot_image_a_bmc_has_now)
+{
+    const fs::path rack = file("rack.json", R"({"accelerators": [
+        {"model": "ivra_fpb2", "bmc": {"fru": {"serial": "S\u001b1"}, "sensors": [{"name": "a"}]}},
+        {"model": "x", "bmc": {"silent": true, "boot_image": 9, "configured_from": "backup", "fru": {"raw": "00"}}}]})");
+    const auto shown = [](const std::string& image) {
+        return "   BMC            boot image " + image +
+               ", configured from primary\n                  VIRTUAL FPB2, serial S\\x1b1\n"
+               "                  1 sensor\n";
+    };
+    const std::string before = run({"show", rack}).out;
+    EXPECT_THAT(before, HasSubstr(shown("primary")));
+    EXPECT_THAT(before, HasSubstr("   BMC            silent, boot image 0x09, configured from backup\n"
+                                  "                  FRU of 1 raw byte\n                  0 sensors\n"));
+    use_board(rack, 0, [](vp::board_state& board) {
+        vp::bmc_memory_t memory;
+        memory.boot_image_chosen = 1;
+        memory.boot_image = 1;
+        board.bmc().write(memory);
+    });
+    EXPECT_THAT(run({"show", rack}).out, HasSubstr(shown("backup")));
 }
 
 TEST_F(tool, show_tells_that_a_changed_board_starts_anew)
