@@ -4,11 +4,17 @@
 #include "rack/rack.h"
 
 #include <filesystem>
+#include <string>
 
 namespace ivra::virtual_platform {
 
 /// Prints what is plugged into a rack and what its boards remember. Throws std::system_error.
 void show(const rack_t& rack);
+
+/// Lets other programs talk to a board's BMC, in the terminal mode of IPMI, over a pseudo-terminal whose name it
+/// prints; `name` is the accelerator's name, uid or index. Returns after SIGINT or SIGTERM, which stay blocked. Throws
+/// std::runtime_error and std::system_error.
+void serve_bmc(const rack_t& rack, const std::string& name);
 
 /// Each makes boards forget, those of a rack file (which need not exist any more) or all, and says which. Nothing is
 /// removed when the folder holds anything but states of boards. Throws std::runtime_error.

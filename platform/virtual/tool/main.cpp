@@ -84,6 +84,12 @@ int reset(const words_t& words)
     return exit_success;
 }
 
+int bmc_command(const words_t& words)
+{
+    serve_bmc(load_rack(words.arguments.front()), words.arguments.back());
+    return exit_success;
+}
+
 int new_rack(const words_t& words)
 {
     for (const std::string& name : words.arguments) {
@@ -139,6 +145,12 @@ constexpr command_t commands[] = {
      "\n"
      "  --count=N    N boards, up to 65536, of the models in turn\n",
      1, any_number, true, &new_rack},
+    {"bmc", "RACK ACCELERATOR", "Let IPMI programs talk to a board's BMC",
+     "Serves the BMC of an accelerator, given by name, uid or index, on a\n"
+     "pseudo-terminal, and prints its name, for example for\n"
+     "  ipmitool -I serial-terminal -D NAME:115200 sensor\n"
+     "until it gets SIGINT or SIGTERM.\n",
+     2, 2, false, &bmc_command},
 };
 // clang-format on
 

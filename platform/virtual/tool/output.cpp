@@ -41,10 +41,11 @@ void prepare_output()
     std::signal(SIGPIPE, SIG_IGN);
 }
 
-void print(std::string_view text)
+bool print(std::string_view text)
 {
     if (output_error == 0)
         output_error = write_all(STDOUT_FILENO, text);
+    return output_error == 0;
 }
 
 void print_error(std::string_view message)

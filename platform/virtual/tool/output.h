@@ -9,8 +9,8 @@ namespace ivra::virtual_platform {
 /// error of writing from now on, not a signal.
 void prepare_output();
 
-/// Writes to standard output at once; the first failure is kept, and what follows it is dropped.
-void print(std::string_view text);
+/// Writes to standard output at once; the first failure is kept, and what follows it is dropped. False after a failure.
+bool print(std::string_view text);
 
 /// "ivra-virtual: MESSAGE" on standard error, control characters made visible.
 void print_error(std::string_view message);

@@ -1,0 +1,328 @@
+#include "rack/rack.h"
+#include "support/process.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+// Programs that know IPMI and not us judge what the BMC of a rack says.
+
+namespace ivra::tests {
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::Not;
+namespace fs = std::filesystem;
+namespace vp = ivra::virtual_platform;
+
+class bmc_referee : public ::testing::Test
+{
+protected:
+    bmc_referee()
+    {
+        std::string name = fs::temp_directory_path() / "rack-tests-XXXXXX";
+        folder = fs::canonical(::mkdtemp(name.data()));
+        state = folder / "state";
+    }
+    ~bmc_referee() override
+    {
+        std::error_code ignored;
+        fs::remove_all(folder, ignored);
+    }
+
+    fs::path file(const std::string& name, const std::string& text) const
+    {
+        std::ofstream{folder / name, std::ios::binary} << text;
+        return folder / name;
+    }
+
+    fs::path folder;
+    fs::path state;
+};
+
+/// "ivra-virtual bmc" while it runs.
+class server
+{
+public:
+    server(const fs::path& rack, const std::string& accelerator, const fs::path& state)
+    {
+        std::array<int, 2> ends{};
+        EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+        process_ = ::fork();
+        if (process_ == 0) {
+            ::dup2(ends[1], STDOUT_FILENO);
+            exec_program(IVRA_VIRTUAL_COMMAND, {"bmc", rack.string(), accelerator},
+                         {"IVRA_VIRTUAL_STATE=" + state.string()});
+        }
+        ::close(ends[1]);
+        for (char c = 0; ::read(ends[0], &c, 1) == 1 && c != '\n';)
+            device += c;
+        ::close(ends[0]);
+    }
+    ~server() { end(SIGTERM); }
+    server(const server&) = delete;
+    server& operator=(const server&) = delete;
+
+    /// Exit status after a signal; -1 when it was killed or has ended before.
+    int end(int signal)
+    {
+        if (process_ <= 0)
+            return -1;
+        ::kill(process_, signal);
+        int status = 0;
+        const ::pid_t ended = ::waitpid(std::exchange(process_, -1), &status, 0);
+        return ended > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    /// What ipmitool says; EXPECTs that it is content. A program that is missing ends with 127.
+    std::string ipmitool(std::vector<std::string> words) const
+    {
+        words.insert(words.begin(), {"60", "ipmitool", "-I", "serial-terminal", "-D", device + ":115200"});
+        const run_t result = run_program("/usr/bin/timeout", words);
+        EXPECT_EQ(result.status, 0) << "ipmitool (package ipmitool): " << result.err;
+        return result.out;
+    }
+
+    std::string device;
+
+private:
+    ::pid_t process_ = -1;
+};
+
+std::string trimmed(const std::string& text)
+{
+    const std::size_t begin = text.find_first_not_of(' ');
+    return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(' ') + 1 - begin);
+}
+
+/// Lines of columns that `separator` divides, without the blanks around them.
+std::vector<std::vector<std::string>> table(const std::string& text, char separator)
+{
+    std::vector<std::vector<std::string>> rows;
+    std::istringstream lines{text};
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream columns{line};
+        rows.emplace_back();
+        for (std::string column; std::getline(columns, column, separator);)
+            rows.back().push_back(trimmed(column));
+    }
+    return rows;
+}
+
+/// "Board Serial : X" and the like.
+std::map<std::string, std::string> fields(const std::string& text)
+{
+    std::map<std::string, std::string> result;
+    for (const auto& row : table(text, ':'))
+        if (row.size() == 2)
+            result[row[0]] = row[1];
+    return result;
+}
+
+const fs::path showcase = IVRA_RACKS "/showcase.json";
+
+} // namespace
+
+TEST_F(bmc_referee, the_server_says_where_it_is_and_ends_well_on_a_signal)
+{
+    for (const int signal : {SIGINT, SIGTERM}) {
+        server bmc{showcase, "virtual-xupp3r", state};
+        EXPECT_THAT(bmc.device, MatchesRegex("/dev/pts/[0-9]+"));
+        EXPECT_EQ(bmc.end(signal), 0);
+    }
+}
+
+TEST_F(bmc_referee, a_server_that_waits_for_a_slow_bmc_ends_at_once)
+{
+    const fs::path rack =
+        file("slow.json", R"({"accelerators": [{"model": "ivra_fpb2", "bmc": {"latency": "999 s"}}]})");
+    server bmc{rack, "0", state};
+    std::ofstream{bmc.device} << "[180001]\r\n" << std::flush;
+    ::usleep(100'000);
+    EXPECT_EQ(bmc.end(SIGTERM), 0);
+}
+
+TEST_F(bmc_referee, what_cannot_be_served_is_said)
+{
+    const auto error = [&](const std::string& name) {
+        const run_t result = run_program(IVRA_VIRTUAL_COMMAND, {"bmc", showcase.string(), name});
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.out, "");
+        return result.err;
+    };
+    EXPECT_EQ(error("nobody"), "ivra-virtual: bmc: " + fs::canonical(showcase).string() +
+                                   " has no accelerator of the name, uid or index \"nobody\"\n");
+    EXPECT_EQ(error("0"), "ivra-virtual: bmc: the accelerator \"0\" has no BMC\n");
+}
+
+TEST_F(bmc_referee, the_device_speaks_terminal_mode_and_ignores_nonsense)
+{
+    const server bmc{showcase, "0000:65:00.0", state};
+    const int line = ::open(bmc.device.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(line, 0);
+    const std::string text =
+        "x]\n[]\r\n[18]\n[18000]\n[1800 zz]\n[" + std::string(5000, '0') + "]\n[18 5c 0[18 5C 01]\r\n";
+    ASSERT_EQ(::write(line, text.data(), text.size()), static_cast<::ssize_t>(text.size()));
+    std::string answer;
+    for (char c = 0; answer.find('\n') == std::string::npos && ::read(line, &c, 1) == 1;)
+        answer += c;
+    ::close(line);
+    EXPECT_EQ(answer, "[1c5c0100208101000209187b000100]\r\n");
+}
+
+TEST_F(bmc_referee, ipmitool_reads_the_FRU_of_every_board)
+{
+    std::size_t compared = 0;
+    for (const vp::accelerator_t& accelerator : vp::load_rack(showcase).accelerators) {
+        if (!accelerator.bmc)
+            continue;
+        const server bmc{showcase, accelerator.uid, state};
+        const auto seen = fields(bmc.ipmitool({"fru", "print", "0"}));
+        const std::map<std::string, std::string> expected{{"Board Mfg Date", "Unspecified"},
+                                                          {"Board Mfg", *accelerator.bmc->fru.manufacturer},
+                                                          {"Board Product", *accelerator.bmc->fru.product},
+                                                          {"Board Serial", *accelerator.bmc->fru.serial},
+                                                          {"Board Part Number", *accelerator.bmc->fru.part_number}};
+        EXPECT_EQ(seen, expected);
+        ++compared;
+    }
+    EXPECT_EQ(compared, 3U);
+}
+
+TEST_F(bmc_referee, ipmitool_reads_the_sensors_of_every_board)
+{
+    const std::map<int, std::string> units{{1, "degrees C"}, {4, "Volts"}, {5, "Amps"}, {6, "Watts"}};
+    std::size_t compared = 0;
+    for (const vp::accelerator_t& accelerator : vp::load_rack(showcase).accelerators) {
+        if (!accelerator.bmc)
+            continue;
+        const server bmc{showcase, accelerator.uid, state};
+        const auto rows = table(bmc.ipmitool({"sensor"}), '|');
+        ASSERT_EQ(rows.size(), accelerator.bmc->sensors.size());
+        for (std::size_t at = 0; at < rows.size(); ++at) {
+            const vp::bmc_sensor_t& sensor = accelerator.bmc->sensors[at];
+            const std::vector<std::string>& row = rows[at];
+            ASSERT_GE(row.size(), 4U);
+            EXPECT_EQ(row[0], sensor.name.substr(0, 16)); // it shows no more
+            EXPECT_EQ(row[2], units.at(sensor.unit));
+            EXPECT_EQ(row[3], sensor.available ? "ok" : "na");
+            if (sensor.available) {
+                EXPECT_EQ(vp::two_decimals(std::strtod(row[1].c_str(), nullptr)), vp::two_decimals(*sensor.value))
+                    << sensor.name;
+            } else {
+                EXPECT_EQ(row[1], "na");
+            }
+            ++compared;
+        }
+        EXPECT_EQ(table(bmc.ipmitool({"sdr", "list"}), '|').size(), rows.size());
+    }
+    EXPECT_GE(compared, 30U);
+}
+
+TEST_F(bmc_referee, ipmitool_reads_sensors_of_every_format_and_function)
+{
+    // Functions of values with few digits; the standard's ln, e and roots are checked where they are exact enough.
+    const std::vector<std::pair<std::string, std::string>> rows{
+        {R"("value": -5, "format": "twos complement")", "-5.00"},
+        {R"("value": -128, "format": "twos complement")", "-128.00"},
+        {R"("value": -5, "format": "ones complement")", "-5.00"},
+        {R"("value": 250, "format": "unsigned")", "250.00"},
+        {R"("value": 10, "m": -1, "b": 30)", "10.00"},
+        {R"("value": 1.5, "m": 511, "b": -512, "b_exp": 1, "r_exp": -4)", "1.48"}, // (511 x 39 - 5120) / 10^4
+        {R"("value": 8, "linearisation": "exp2")", "8.00"},
+        {R"("value": 2, "linearisation": "log10")", "2.00"},
+        {R"("value": 6, "linearisation": "log2")", "6.00"},
+        {R"("value": 0.25, "linearisation": "1/x")", "0.25"},
+        {R"("value": 49, "linearisation": "sqr")", "49.00"},
+        {R"("value": 27, "linearisation": "cube")", "27.00"},
+        {R"("value": 12, "linearisation": "sqrt")", "12.00"},
+        {R"("value": 5, "linearisation": "cube root")", "5.00"},
+        {R"("value": 1000, "linearisation": "exp10")", "1000.00"},
+        {R"("value": 1, "linearisation": "e")", "1.00"},
+    };
+    std::string sensors;
+    for (const auto& [members, value] : rows)
+        sensors += (sensors.empty() ? "" : ", ") + std::string{R"({"name": "x", )"} + members + "}";
+    const fs::path rack =
+        file("r.json", R"({"accelerators": [{"model": "x", "bmc": {"sensors": [)" + sensors + "]}}]}");
+    const server bmc{rack, "0", state};
+    const auto seen = table(bmc.ipmitool({"sensor"}), '|');
+    ASSERT_EQ(seen.size(), rows.size());
+    for (std::size_t at = 0; at < rows.size(); ++at)
+        EXPECT_EQ(vp::two_decimals(std::strtod(seen[at].at(1).c_str(), nullptr)), rows[at].second) << rows[at].first;
+}
+
+TEST_F(bmc_referee, ipmitool_reads_and_sets_the_boot_image_that_the_board_remembers)
+{
+    const std::vector<std::string> get{"raw", "0x2e", "0x08", "0x18", "0x7b", "0x00", "0x07"};
+    {
+        const server bmc{showcase, "virtual-fpb2", state};
+        EXPECT_EQ(bmc.ipmitool(get), " 18 7b 00 00\n");
+        EXPECT_EQ(bmc.ipmitool({"raw", "0x2e", "0x09", "0x18", "0x7b", "0x00", "0x07", "0x01"}), " 18 7b 00\n");
+        EXPECT_EQ(bmc.ipmitool({"raw", "0x04", "0x21", "0", "0", "1", "0", "0", "64"}).find(" 02 00 01 00 51 01 3b"),
+                  0U);
+    }
+    const server bmc{showcase, "virtual-fpb2", state};
+    EXPECT_EQ(bmc.ipmitool(get), " 18 7b 00 01\n");
+    EXPECT_EQ(bmc.ipmitool({"raw", "0x2e", "0x08", "0x18", "0x7b", "0x00", "0x01"}), " 18 7b 00 01\n");
+    EXPECT_THAT(
+        run_program(IVRA_VIRTUAL_COMMAND, {"show", showcase.string()}, {"IVRA_VIRTUAL_STATE=" + state.string()}).out,
+        HasSubstr("BMC            boot image backup, configured from primary"));
+}
+
+TEST_F(bmc_referee, ipmi_fru_accepts_the_FRU_of_every_rack)
+{
+    std::size_t compared = 0;
+    for (const auto& entry : fs::directory_iterator{IVRA_RACKS}) {
+        if (entry.path().extension() != ".json" || entry.path().filename() == "rack.schema.json" ||
+            entry.path().filename() == "many.json") // no other ones than in the others
+            continue;
+        for (const vp::accelerator_t& accelerator : vp::load_rack(entry.path()).accelerators) {
+            if (!accelerator.bmc || accelerator.bmc->fru.raw)
+                continue;
+            const vp::bmc_fru_t& fru = accelerator.bmc->fru;
+            const fs::path image = file("fru", vp::fru_image(fru));
+            const run_t result = run_program("/usr/sbin/ipmi-fru", {"--fru-file=" + image.string()});
+            SCOPED_TRACE(entry.path());
+            ASSERT_EQ(result.status, 0) << "ipmi-fru (package freeipmi-tools): " << result.err;
+            EXPECT_EQ(result.err, "");
+            EXPECT_THAT(result.out, Not(HasSubstr("checksum")));
+            EXPECT_THAT(result.out, HasSubstr("FRU Board Manufacturer: " + fru.manufacturer.value_or("?")));
+            EXPECT_THAT(result.out, HasSubstr("FRU Board Product Name: " + fru.product.value_or("?")));
+            const bool is_plain = std::ranges::all_of(*fru.serial, [](char c) { return c >= ' ' && c <= '~'; });
+            if (is_plain) {
+                EXPECT_THAT(result.out, HasSubstr("FRU Board Serial Number: " + *fru.serial));
+            }
+            ++compared;
+        }
+    }
+    EXPECT_GE(compared, 8U);
+}
+
+TEST_F(bmc_referee, ipmi_fru_would_have_seen_a_wrong_checksum)
+{
+    std::string image = vp::fru_image(vp::default_bmc("ivra_fpb2", 0).fru);
+    image.back() = static_cast<char>(image.back() + 1);
+    const run_t result = run_program("/usr/sbin/ipmi-fru", {"--fru-file=" + file("fru", image).string()});
+    EXPECT_THAT(result.out + result.err, HasSubstr("checksum"));
+}
+
+} // namespace ivra::tests
