@@ -201,6 +201,63 @@ Value xmcs_value(const std::vector<xmc_t>& xmcs, allocator_t& allocator)
     return list;
 }
 
+std::string byte_text(std::uint8_t byte)
+{
+    return "0x" + hex_pair(byte);
+}
+
+Value bus_value(const i2c_bus_t& bus, allocator_t& allocator)
+{
+    constexpr std::string_view kinds[] = {"cage", "multiplexer", "mac_eeprom", "clock_generator"};
+    Value devices{rapidjson::kArrayType};
+    for (const i2c_device_t& device : bus.devices) {
+        Value object{rapidjson::kObjectType};
+        object.AddMember("device", plain(kinds[static_cast<std::size_t>(device.kind)], allocator), allocator);
+        if (device.kind == i2c_kind_t::cage)
+            object.AddMember("number", Value{static_cast<unsigned>(device.number)}, allocator);
+        else
+            object.AddMember("address", plain(byte_text(device.address), allocator), allocator);
+        if (device.pin)
+            object.AddMember("pin", Value{*device.pin}, allocator);
+        if (device.behind) {
+            const i2c_device_t& multiplexer = multiplexer_of(bus, device.behind->multiplexer);
+            Value behind{rapidjson::kArrayType};
+            behind.PushBack(plain(byte_text(multiplexer.address), allocator), allocator);
+            behind.PushBack(plain(byte_text(device.behind->channels), allocator), allocator);
+            object.AddMember("behind", behind, allocator);
+        }
+        devices.PushBack(object, allocator);
+    }
+    Value object{rapidjson::kObjectType};
+    object.AddMember("index", Value{static_cast<unsigned>(bus.index)}, allocator);
+    object.AddMember("devices", devices, allocator);
+    return object;
+}
+
+Value cage_value(const cage_t& cage, allocator_t& allocator)
+{
+    return plain(cage.acknowledges ? "empty" : "silent", allocator);
+}
+
+Value i2c_value(const accelerator_t& accelerator, allocator_t& allocator)
+{
+    const i2c_t& i2c = accelerator.i2c;
+    if (std::ranges::find(accelerator.cores, hardware_ids::i2c, &core_t::hardware_id) == accelerator.cores.end())
+        return {};
+    Value cages{rapidjson::kArrayType};
+    for (const cage_t& cage : i2c.cages)
+        cages.PushBack(cage_value(cage, allocator), allocator);
+    Value buses{rapidjson::kArrayType};
+    for (const i2c_bus_t& bus : i2c.buses)
+        buses.PushBack(bus_value(bus, allocator), allocator);
+    Value object{rapidjson::kObjectType};
+    object.AddMember("pins", Value{i2c.pins}, allocator);
+    object.AddMember("mac_eeprom", device_text(i2c.mac_eeprom, allocator), allocator);
+    object.AddMember("cages", cages, allocator);
+    object.AddMember("buses", buses, allocator);
+    return object;
+}
+
 Value accelerator_value(const accelerator_t& accelerator, allocator_t& allocator)
 {
     Value object{rapidjson::kObjectType};
@@ -213,7 +270,7 @@ Value accelerator_value(const accelerator_t& accelerator, allocator_t& allocator
     object.AddMember("flash", flash_value(accelerator.flash, true, allocator), allocator);
     object.AddMember("mmios", Value{accelerator.mmios}, allocator);
     object.AddMember("cores", cores_value(accelerator.cores, allocator), allocator);
-    object.AddMember("i2c", presence(accelerator, hardware_ids::i2c), allocator);
+    object.AddMember("i2c", i2c_value(accelerator, allocator), allocator);
     object.AddMember("bmc", presence(accelerator, hardware_ids::uart), allocator);
     object.AddMember("xmc", xmcs_value(accelerator.xmcs, allocator), allocator);
     return object;

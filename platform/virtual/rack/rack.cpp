@@ -3,6 +3,7 @@
 #include "defaults.h"
 #include "node.h"
 #include "open_errors.h"
+#include "read_i2c.h"
 #include "read_xmc.h"
 #include "text.h"
 
@@ -249,6 +250,11 @@ void read_design(const node_t& node, const model_t& model, std::size_t index, ac
     const bool uart = read_presence(node, "bmc", hardware_ids::uart, has_bmc(model), cores);
     accelerator.xmcs = read_xmcs(node, model, accelerator.model, index, cores);
     accelerator.cores = cores ? *cores : default_cores(i2c, uart, accelerator.xmcs.size());
+    if (std::ranges::find(accelerator.cores, hardware_ids::i2c, &core_t::hardware_id) != accelerator.cores.end()) {
+        accelerator.i2c = default_i2c(accelerator.model, index);
+        if (const auto said = node.member("i2c"))
+            read_i2c(*said, accelerator.model, accelerator.i2c, accelerator.text);
+    }
 }
 
 std::string compact(const Value& value)
@@ -276,8 +282,8 @@ accelerator_t read_accelerator(const node_t& node, std::size_t index)
     accelerator.flash = read_flash(node.member("flash"));
     if (const auto mmios = node.member("mmios"))
         accelerator.mmios = mmios->value.GetUint();
-    read_design(node, model, index, accelerator);
     accelerator.text = compact(node.value);
+    read_design(node, model, index, accelerator); // adds what the text names
     return accelerator;
 }
 

@@ -1,6 +1,7 @@
 #ifndef IVRA_VIRTUAL_RACK_H
 #define IVRA_VIRTUAL_RACK_H
 
+#include "i2c.h"
 #include "xmc.h"
 
 #include <array>
@@ -79,6 +80,7 @@ struct accelerator_t
     std::uint32_t mmios = 1;   ///< MMIO spaces; the first holds the cores, the others are empty
     std::vector<core_t> cores; ///< below the root of the first space, in address order
     std::vector<xmc_t> xmcs;   ///< behind the cores that have room for one, in address order
+    i2c_t i2c;                 ///< what is on the buses of its I2C controllers; nothing when there is none
     std::string text;          ///< this accelerator in the rack file, as compact JSON: what its state started from
 
     bool operator==(const accelerator_t&) const = default;

@@ -25,6 +25,7 @@ constexpr std::size_t longest_exact_name = 200; // file systems allow 255 bytes
 constexpr const char* origin_file = "origin"; // what the state was made from, see origin_text()
 constexpr const char* flash_file = "flash";
 constexpr const char* register_file_name = "registers";
+constexpr const char* i2c_file = "i2c";
 
 // Names beside the folders of boards and racks; file_name() makes none that begins with a point.
 constexpr const char* new_folder = ".new"; // being built; left over from a process that was killed meanwhile
@@ -70,7 +71,7 @@ bool is_plain(char character)
 /// The whole text of a board's origin file. The number in the first line changes whenever the files do.
 std::string origin_text(const rack_t& rack, const accelerator_t& accelerator)
 {
-    return "ivra-virtual board state 2\n" + rack.file.string() + "\n" + accelerator.uid + "\n" + accelerator.text +
+    return "ivra-virtual board state 3\n" + rack.file.string() + "\n" + accelerator.uid + "\n" + accelerator.text +
            "\n";
 }
 
@@ -150,6 +151,12 @@ void write_start_values(const fs::path& path, const std::vector<core_t>& cores)
     }
 }
 
+void write_start_values(const fs::path& path, const i2c_t& i2c)
+{
+    const std::vector<std::uint8_t> values = start_values(i2c);
+    mapped_file{create_file(path, values.size()), path, file_access::read_write}.write(0, values);
+}
+
 /// Builds a board's folder beside its place and moves it there in one step; the lock is held.
 void build(const rack_t& rack, const accelerator_t& accelerator)
 {
@@ -163,6 +170,7 @@ void build(const rack_t& rack, const accelerator_t& accelerator)
         write_text(fresh / origin_file, origin_text(rack, accelerator));
         create_file(fresh / flash_file, accelerator.flash.size);
         write_start_values(fresh / register_file_name, accelerator.cores);
+        write_start_values(fresh / i2c_file, accelerator.i2c);
         if (::rename(folder.c_str(), old.c_str()) < 0 && errno != ENOENT)
             fail(errno, "Cannot replace", folder);
         fs::rename(fresh, folder);
@@ -247,8 +255,8 @@ void create_private_folder(const fs::path& folder)
         fail(ENOTDIR, "Cannot create the folder", folder);
 }
 
-board_state::board_state(flash_memory flash, register_file registers)
-    : flash_{std::move(flash)}, registers_{std::move(registers)}
+board_state::board_state(flash_memory flash, register_file registers, mapped_file i2c)
+    : flash_{std::move(flash)}, registers_{std::move(registers)}, i2c_{std::move(i2c)}
 {
 }
 
@@ -274,9 +282,11 @@ std::optional<board_state> board_state::open_matching(const rack_t& rack, const 
         }
         mapped_file flash = open_mapped(folder.get(), path, flash_file, access);
         mapped_file registers = open_mapped(folder.get(), path, register_file_name, access);
-        if (flash.size() == accelerator.flash.size && registers.size() == register_file::file_size(accelerator.cores))
+        mapped_file i2c = open_mapped(folder.get(), path, i2c_file, access);
+        if (flash.size() == accelerator.flash.size && registers.size() == register_file::file_size(accelerator.cores) &&
+            i2c.size() == places_of(accelerator.i2c).size)
             return board_state{flash_memory{std::move(flash), accelerator.flash.sector},
-                               register_file{std::move(registers), accelerator.cores}};
+                               register_file{std::move(registers), accelerator.cores}, std::move(i2c)};
     } catch (const std::system_error& error) {
         if (error.code() != std::errc::no_such_file_or_directory)
             throw;

@@ -35,6 +35,22 @@ std::string card_with(const std::string& members)
     return xmc_with(R"("card": {)" + members + "}");
 }
 
+const std::string eeprom_expected =
+    R"(a text of at most 256 bytes, { "hex": "ff41" } for any bytes, or null for an EEPROM that does not answer)";
+const std::string cage_expected =
+    R"(a cage: "empty", which reads as all ones, or "silent", which does not acknowledge)";
+
+std::string i2c_with(const std::string& members)
+{
+    return rack_with(R"("i2c": {)" + members + "}");
+}
+
+/// A device on bus 0 of a board with two cages.
+std::string device_with(const std::string& members)
+{
+    return i2c_with(R"("buses": [{"index": 0, "devices": [{)" + members + "}]}]");
+}
+
 /// Cores 475 of these sizes, one after the other.
 std::string xmc_cores(const std::vector<std::string>& sizes)
 {
@@ -152,8 +168,6 @@ const std::vector<bad_rack_t>& bad_racks()
         {"too many spaces", rack_with(R"("mmios": 17)"), "/accelerators/0/mmios: expected a number of MMIO spaces, 0 to 16", schema},
         {"less than no space", rack_with(R"("mmios": -1)"), "/accelerators/0/mmios: expected a number of MMIO spaces, 0 to 16", schema},
         {"half a space", rack_with(R"("mmios": 0.5)"), "/accelerators/0/mmios: expected a number of MMIO spaces, 0 to 16", schema},
-        {"an I2C controller that is a text", rack_with(R"("i2c": "yes")"), "/accelerators/0/i2c: expected {} for an I2C controller, or null for none", schema},
-        {"an I2C controller with something on it", rack_with(R"("i2c": {"pins": 8})"), "/accelerators/0/i2c/pins: unknown member, expected none here", schema},
         {"a management controller that is a number", rack_with(R"("bmc": 1)"),
          "/accelerators/0/bmc: expected {} for a UART to a management controller, or null for none", schema},
 
@@ -285,6 +299,59 @@ const std::vector<bad_rack_t>& bad_racks()
          R"(/accelerators/0/i2c: expected {}, as "cores" has one with the hardware_id 32)", code},
         {"a BMC without its core", rack_with(R"("bmc": {}, "cores": [])"),
          R"(/accelerators/0/bmc: expected null, as "cores" has none with the hardware_id 48)", code},
+
+        // ---- I2C ----
+        {"an I2C controller that is a text", rack_with(R"("i2c": "yes")"),
+         R"(/accelerators/0/i2c: expected { "pins": ..., "cages": [ ... ] } for an I2C controller, or null for none)", schema},
+        {"an I2C controller with an unknown member", i2c_with(R"("cage": [])"),
+         "/accelerators/0/i2c/cage: unknown member, expected one of pins, mac_eeprom, cages, buses", schema},
+        {"33 pins", i2c_with(R"("pins": 33)"), "/accelerators/0/i2c/pins: expected a number of control pins, 0 to 32", schema},
+        {"less than no pin", i2c_with(R"("pins": -1)"), "/accelerators/0/i2c/pins: expected a number of control pins, 0 to 32", schema},
+        {"an EEPROM that is a number", i2c_with(R"("mac_eeprom": 1)"), "/accelerators/0/i2c/mac_eeprom: expected " + eeprom_expected, schema},
+        {"an EEPROM of 257 characters", i2c_with(R"("mac_eeprom": ")" + repeated("a", 257) + '"'),
+         "/accelerators/0/i2c/mac_eeprom: expected " + eeprom_expected, schema},
+        {"an EEPROM of 256 characters and 257 bytes", i2c_with(R"("mac_eeprom": ")" + repeated("a", 255) + "\xc3\xa4\""),
+         "/accelerators/0/i2c/mac_eeprom: expected at most 256 bytes", code},
+        {"an EEPROM of 257 bytes", i2c_with(R"("mac_eeprom": {"hex": ")" + repeated("00", 257) + "\"}"),
+         "/accelerators/0/i2c/mac_eeprom: expected at most 256 bytes", code},
+        {"cages that are a number", i2c_with(R"("cages": 2)"), "/accelerators/0/i2c/cages: expected a list of at most 64 cages, in the board's order", schema},
+        {"65 cages", i2c_with(R"("cages": [)" + repeated("\"empty\",", 64) + "\"empty\"]"),
+         "/accelerators/0/i2c/cages: expected a list of at most 64 cages, in the board's order", schema},
+        {"a cage that is null", i2c_with(R"("cages": ["empty", null])"), "/accelerators/0/i2c/cages/1: expected " + cage_expected, schema},
+        {"more cages than the model has", i2c_with(R"("cages": ["empty", "empty", "empty"])"),
+         R"(/accelerators/0/i2c/cages: expected at most 2 cages, as the model has, or a member "buses" that says where they are)", code},
+        {"buses that are none", i2c_with(R"("buses": {})"), "/accelerators/0/i2c/buses: expected a list of at most 256 buses, in index order", schema},
+        {"a bus without an index", i2c_with(R"("buses": [{"devices": []}])"), R"(/accelerators/0/i2c/buses/0: expected a member "index")", schema},
+        {"a bus without devices", i2c_with(R"("buses": [{"index": 0}])"), R"(/accelerators/0/i2c/buses/0: expected a member "devices")", schema},
+        {"bus 256", i2c_with(R"("buses": [{"index": 256, "devices": []}])"), "/accelerators/0/i2c/buses/0/index: expected a number from 0 to 255", schema},
+        {"a bus twice", i2c_with(R"("buses": [{"index": 3, "devices": []}, {"index": 3, "devices": []}])"),
+         "/accelerators/0/i2c/buses/1/index: expected more than 3, the index of the bus before it", code},
+        {"buses in another order", i2c_with(R"("buses": [{"index": 3, "devices": []}, {"index": 1, "devices": []}])"),
+         "/accelerators/0/i2c/buses/1/index: expected more than 3, the index of the bus before it", code},
+        {"an unknown device", device_with(R"("device": "fan")"), "/accelerators/0/i2c/buses/0/devices/0/device: expected cage, multiplexer, mac_eeprom or clock_generator", schema},
+        {"a device that is none", device_with(R"("address": "0x50")"), R"(/accelerators/0/i2c/buses/0/devices/0: expected a member "device")", schema},
+        {"a multiplexer without an address", device_with(R"("device": "multiplexer")"), R"(/accelerators/0/i2c/buses/0/devices/0: expected a member "address")", code},
+        {"an address of 8 bits", device_with(R"("device": "multiplexer", "address": "0x80")"),
+         R"(/accelerators/0/i2c/buses/0/devices/0/address: expected an address of 7 bits, such as 114 or "0x72")", schema},
+        {"an address of 8 bits as a number", device_with(R"("device": "multiplexer", "address": 128)"),
+         R"(/accelerators/0/i2c/buses/0/devices/0/address: expected an address of 7 bits, such as 114 or "0x72")", schema},
+        {"a multiplexer with a number", device_with(R"("device": "multiplexer", "address": 1, "number": 0)"),
+         "/accelerators/0/i2c/buses/0/devices/0/number: expected no number, which only a cage has", code},
+        {"a cage without a number", device_with(R"("device": "cage")"), R"(/accelerators/0/i2c/buses/0/devices/0: expected a member "number", from 0: which cage it is)", code},
+        {"a cage with an address", device_with(R"("device": "cage", "number": 0, "address": "0x50")"),
+         "/accelerators/0/i2c/buses/0/devices/0/address: expected no address, as a cage's module decides", code},
+        {"a cage that the board has not", device_with(R"("device": "cage", "number": 2)"),
+         "/accelerators/0/i2c/buses/0/devices/0/number: expected less than 2, the number of cages", code},
+        {"pin 32", device_with(R"("device": "cage", "number": 0, "pin": 32)"),
+         "/accelerators/0/i2c/buses/0/devices/0/pin: expected a control pin, 0 to 31, while which is off it does not answer, or null", schema},
+        {"behind an address alone", device_with(R"("device": "cage", "number": 0, "behind": ["0x72"])"),
+         R"(/accelerators/0/i2c/buses/0/devices/0/behind: expected a multiplexer's address and a mask of its channels, ["0x72", "0x10"], or null)", schema},
+        {"behind a mask of 9 bits", device_with(R"("device": "cage", "number": 0, "behind": ["0x72", 256])"),
+         R"(/accelerators/0/i2c/buses/0/devices/0/behind/1: expected a number from 0 to 255, such as 33 or "0x21")", schema},
+        {"behind itself", device_with(R"("device": "multiplexer", "address": "0x72", "behind": ["0x72", 1])"),
+         "/accelerators/0/i2c/buses/0/devices/0/behind/0: expected the address of a multiplexer that comes before it on this bus", code},
+        {"behind an EEPROM", device_with(R"("device": "mac_eeprom", "address": "0x50"}, {"device": "cage", "number": 0, "behind": ["0x50", 1])"),
+         "/accelerators/0/i2c/buses/0/devices/1/behind/0: expected the address of a multiplexer that comes before it on this bus", code},
 
         // ---- XMC ----
         {"an XMC that is a number", rack_with(R"("xmc": 1)"),
