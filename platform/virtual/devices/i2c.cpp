@@ -1,8 +1,12 @@
 #include "devices/i2c.h"
 
+#include "devices/module.h"
+
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -107,6 +111,53 @@ private:
     const std::string& contents_;
 };
 
+/// One address of a module.
+class module_target final : public memory_target
+{
+public:
+    module_target(const i2c_t& i2c, std::size_t cage, bool is_second_device, mapped_file& file)
+        : memory_target{file, places_of(i2c).cages.at(cage) + (is_second_device ? 1U : 0U)}, file_{file},
+          start_{places_of(i2c).cages.at(cage) + cage_counters}, module_{remembered(i2c, cage, file)},
+          is_second_device_{is_second_device}
+    {
+    }
+
+private:
+    void write_byte(std::uint8_t at, std::uint8_t value, device_time) override
+    {
+        const std::size_t place = place_of(module_, is_second_device_, at);
+        const std::optional<std::uint8_t> written = written_byte(module_, place, value);
+        if (!written)
+            return;
+        const auto block = module_.blocks.find(static_cast<unsigned>(place / block_size));
+        const auto before = static_cast<std::uint64_t>(std::distance(module_.blocks.begin(), block));
+        store_byte(file_, start_ + block_size * before + place % block_size, *written);
+        module_.set_byte(place, *written);
+    }
+
+    std::uint8_t read_byte(std::uint8_t at) override
+    {
+        return visible_byte(module_, place_of(module_, is_second_device_, at));
+    }
+
+    mapped_file& file_;
+    std::uint64_t start_;
+    module_t module_;
+    bool is_second_device_;
+};
+
+/// The module in a cage, when it has something at an address.
+std::unique_ptr<i2c_target> module_at(const i2c_t& i2c, std::size_t cage, std::uint8_t address, mapped_file& file)
+{
+    const std::optional<module_t>& module = i2c.cages.at(cage).module;
+    const bool is_second_device = address == diagnostics_address;
+    if (!module || (address != module_address && !is_second_device))
+        return nullptr;
+    if (is_second_device && (module->map != memory_map_t::sfp || !module->has_block(a2(0) / block_size)))
+        return nullptr;
+    return std::make_unique<module_target>(i2c, cage, is_second_device, file);
+}
+
 /// A device that is there at an address; null: it does not answer.
 std::unique_ptr<i2c_target> target_of(const i2c_t& i2c, const i2c_device_t& device, std::uint8_t address,
                                       board_state& state)
@@ -121,8 +172,9 @@ std::unique_ptr<i2c_target> target_of(const i2c_t& i2c, const i2c_device_t& devi
         if (i2c.mac_eeprom)
             return std::make_unique<eeprom_target>(state.i2c(), places.eeprom, *i2c.mac_eeprom);
         break;
-    case i2c_kind_t::clock_generator:
     case i2c_kind_t::cage:
+        return module_at(i2c, device.number, address, state.i2c());
+    case i2c_kind_t::clock_generator:
         break;
     }
     return nullptr;

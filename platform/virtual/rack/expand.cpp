@@ -234,8 +234,43 @@ Value bus_value(const i2c_bus_t& bus, allocator_t& allocator)
     return object;
 }
 
+/// Hexadecimal digits of blocks one after the other, without zeros at the end.
+std::string block_digits(const module_t& module, unsigned first, unsigned count)
+{
+    std::string bytes;
+    for (std::size_t at = block_size * first; at < block_size * (first + count); ++at)
+        bytes += static_cast<char>(module.byte(at));
+    bytes.erase(bytes.find_last_not_of('\0') + 1);
+    return hex_digits(bytes);
+}
+
+/// A module as its whole memory: the files that it was read from may be elsewhere.
+Value module_value(const module_t& module, allocator_t& allocator)
+{
+    constexpr std::string_view maps[] = {"sfp", "qsfp", "cmis"};
+    const bool is_sfp = module.map == memory_map_t::sfp;
+    Value memory{rapidjson::kObjectType};
+    for (const auto& [block, bytes] : module.blocks) {
+        if (is_sfp && block % 2 != 0)
+            continue; // the second half
+        const std::string name = is_sfp       ? block == 0 ? "A0" : "A2"
+                                 : block == 0 ? "lower"
+                                              : hex_pair(static_cast<std::uint8_t>(block - 1));
+        memory.AddMember(plain(name, allocator), plain(block_digits(module, block, is_sfp ? 2 : 1), allocator),
+                         allocator);
+    }
+    Value object{rapidjson::kObjectType};
+    object.AddMember("map", plain(maps[static_cast<std::size_t>(module.map)], allocator), allocator);
+    if (!is_sfp)
+        object.AddMember("low_power_pin", module.low_power_pin, allocator);
+    object.AddMember("memory", memory, allocator);
+    return object;
+}
+
 Value cage_value(const cage_t& cage, allocator_t& allocator)
 {
+    if (cage.module)
+        return module_value(*cage.module, allocator);
     return plain(cage.acknowledges ? "empty" : "silent", allocator);
 }
 

@@ -1,6 +1,7 @@
 #include "rack.h"
 
 #include "defaults.h"
+#include "files.h"
 #include "node.h"
 #include "open_errors.h"
 #include "read_i2c.h"
@@ -331,33 +332,6 @@ private:
     int number_;
 };
 
-std::string read_file(const std::filesystem::path& file)
-{
-    // Deliberate: never waits for the other end of a FIFO, which is refused below.
-    const descriptor input{::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
-    struct stat status = {};
-    if (input.get() < 0 || ::fstat(input.get(), &status) != 0)
-        unreadable(file, errno);
-    if (S_ISDIR(status.st_mode))
-        unreadable(file, EISDIR);
-    if (!S_ISREG(status.st_mode))
-        mistake(file, "", "expected a regular file");
-
-    std::string text;
-    std::vector<char> piece(64U << 10U);
-    while (text.size() <= largest_file) {
-        const ssize_t count = ::read(input.get(), piece.data(), piece.size());
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            unreadable(file, errno);
-        if (count == 0)
-            return text;
-        text.append(piece.data(), static_cast<std::size_t>(count));
-    }
-    mistake(file, "", "expected a file of at most 64 MiB");
-}
-
 /// File of the library or program that this code has become part of.
 std::filesystem::path this_file()
 {
@@ -388,18 +362,50 @@ const xmc_t* xmc_behind(const accelerator_t& accelerator, const core_t& core)
     return number < accelerator.xmcs.size() ? &accelerator.xmcs[number] : nullptr;
 }
 
+std::string read_file(const std::filesystem::path& file)
+{
+    // Deliberate: never waits for the other end of a FIFO, which is refused below.
+    const descriptor input{::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
+    struct stat status = {};
+    if (input.get() < 0 || ::fstat(input.get(), &status) != 0)
+        unreadable(file, errno);
+    if (S_ISDIR(status.st_mode))
+        unreadable(file, EISDIR);
+    if (!S_ISREG(status.st_mode))
+        mistake(file, "", "expected a regular file");
+
+    std::string text;
+    std::vector<char> piece(64U << 10U);
+    while (text.size() <= largest_file) {
+        const ssize_t count = ::read(input.get(), piece.data(), piece.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            unreadable(file, errno);
+        if (count == 0)
+            return text;
+        text.append(piece.data(), static_cast<std::size_t>(count));
+    }
+    mistake(file, "", "expected a file of at most 64 MiB");
+}
+
+std::filesystem::path racks_folder()
+{
+    // lib/ and bin/ lie beside share/; a library may lie one deeper, as in lib/x86_64-linux-gnu.
+    const std::filesystem::path prefix = this_file().parent_path().parent_path();
+    const std::filesystem::path racks = "share/ivra/racks";
+    std::error_code ignored;
+    return std::filesystem::exists(prefix / racks, ignored) ||
+                   !std::filesystem::exists(prefix.parent_path() / racks, ignored)
+               ? prefix / racks
+               : prefix.parent_path() / racks;
+}
+
 std::filesystem::path rack_in_use()
 {
     if (const char* chosen = std::getenv("IVRA_VIRTUAL_RACK"); chosen != nullptr && *chosen != '\0')
         return chosen;
-    // lib/ and bin/ lie beside share/; a library may lie one deeper, as in lib/x86_64-linux-gnu.
-    const std::filesystem::path prefix = this_file().parent_path().parent_path();
-    const std::filesystem::path showcase = "share/ivra/racks/showcase.json";
-    std::error_code ignored;
-    if (!std::filesystem::exists(prefix / showcase, ignored) &&
-        std::filesystem::exists(prefix.parent_path() / showcase, ignored))
-        return prefix.parent_path() / showcase;
-    return prefix / showcase;
+    return racks_folder() / "showcase.json";
 }
 
 rack_t parse_rack(std::string_view text, const std::filesystem::path& file)

@@ -1,5 +1,7 @@
 #include "read_i2c.h"
 
+#include "read_module.h"
+
 #include <algorithm>
 #include <iterator>
 #include <utility>
@@ -21,9 +23,11 @@ constexpr kind_row_t kinds[] = {
     {"clock_generator", i2c_kind_t::clock_generator},
 };
 
-cage_t read_cage(const node_t& node)
+cage_t read_cage(const node_t& node, std::string& text)
 {
-    return {node.text() == "empty", std::nullopt};
+    if (node.value.IsString() && (node.text() == "empty" || node.text() == "silent"))
+        return {node.text() == "empty", std::nullopt};
+    return {true, read_module(node, text)};
 }
 
 /// "behind": the multiplexer's address and the mask of channels.
@@ -87,7 +91,7 @@ std::vector<i2c_bus_t> read_buses(const node_t& node, const i2c_t& i2c)
 
 } // namespace
 
-void read_i2c(const node_t& node, std::string_view model, i2c_t& i2c, std::string&)
+void read_i2c(const node_t& node, std::string_view model, i2c_t& i2c, std::string& text)
 {
     if (const auto pins = node.member("pins"))
         i2c.pins = pins->value.GetUint();
@@ -100,7 +104,7 @@ void read_i2c(const node_t& node, std::string_view model, i2c_t& i2c, std::strin
     if (const auto cages = node.member("cages")) {
         i2c.cages.clear();
         for (std::size_t at = 0; at < cages->size(); ++at)
-            i2c.cages.push_back(read_cage(cages->element(at)));
+            i2c.cages.push_back(read_cage(cages->element(at), text));
         if (!buses && i2c.cages.size() > most_cages(model))
             cages->expected("at most " + std::to_string(most_cages(model)) +
                             " cages, as the model has, or a member \"buses\" that says where they are");

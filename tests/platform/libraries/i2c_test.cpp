@@ -395,6 +395,275 @@ TEST_F(i2c, devices_that_answer_at_once_collide_as_a_wired_and_with_a_warning_in
                          }));
 }
 
+// ---- modules ----
+
+/// A host with one module in the first cage of an XUPP3R, on bus 1.
+class module_in_a_cage : public i2c
+{
+protected:
+    void plug_module(const std::string& json) { plug_board("bittware_xupp3r", R"({"cages": [)" + json + "]}"); }
+
+    static void use(const std::function<void(const bus&)>& story)
+    {
+        run([&] {
+            const opened board;
+            const controller c{board};
+            story(bus{c, 1});
+        });
+    }
+};
+
+TEST_F(module_in_a_cage, an_sfp_answers_at_two_addresses_and_others_at_one)
+{
+    const std::pair<const char*, std::vector<int>> rows[] = {
+        {"\"sfp-10g-sr\"", {0x50, 0x51}},
+        {"\"sfp-no-diagnostics\"", {0x50}},
+        {"\"qsfp28-sr4\"", {0x50}},
+        {"\"qsfpdd-dr4\"", {0x50}},
+    };
+    for (const auto& [module, addresses] : rows) {
+        SCOPED_TRACE(module);
+        plug_module(module);
+        use([&](const bus& b) { EXPECT_EQ(answering(b), addresses); });
+    }
+}
+
+TEST_F(module_in_a_cage, an_sfp_shows_its_identity_and_its_monitors_as_raw_values)
+{
+    plug_module(R"({"module": "sfp-10g-sr", "temperature": -0.5, "vcc": 3.3055, "tx_bias": 2, "tx_power": 6.5535,
+                    "rx_power": 0.0001})");
+    use([](const bus& b) {
+        EXPECT_THAT(b.read(0x50, 0, 1), ElementsAre(0x03));
+        EXPECT_EQ(text_of(b.read(0x50, 20, 16)), "NORTHLIGHT      ");
+        EXPECT_EQ(text_of(b.read(0x50, 40, 16)), "NL-S10-SR85     ");
+        EXPECT_THAT(b.read(0x50, 92, 1), ElementsAre(0x68));
+        EXPECT_THAT(b.read(0x51, 96, 10), ElementsAre(0xff, 0x80, 0x81, 0x1f, 0x03, 0xe8, 0xff, 0xff, 0x00, 0x01));
+        b.write(0x50, 20, {'X'});
+        b.write(0x51, 96, {0x11});
+        EXPECT_EQ(text_of(b.read(0x50, 20, 1)), "N") << "it cannot be written";
+        EXPECT_THAT(b.read(0x51, 96, 1), ElementsAre(0xff));
+        b.write(0x51, 128, {0x12, 0x34});
+        EXPECT_THAT(b.read(0x51, 128, 2), ElementsAre(0x12, 0x34)) << "this is the user's";
+    });
+}
+
+TEST_F(module_in_a_cage, addresses_of_an_sfp_count_apart)
+{
+    plug_module(R"({"map": "sfp", "vendor_name": "ABCDEF", "bytes": {"A2:200": "0102030405"}})");
+    use([](const bus& b) {
+        b.write(0x50, {20});
+        b.write(0x51, {200});
+        EXPECT_EQ(text_of(b.read(0x50, 2)), "AB");
+        EXPECT_THAT(b.read(0x51, 2), ElementsAre(1, 2));
+        EXPECT_EQ(text_of(b.read(0x50, 2)), "CD");
+        EXPECT_THAT(b.read(0x51, 2), ElementsAre(3, 4));
+    });
+}
+
+TEST_F(module_in_a_cage, a_qsfp_shows_its_monitors_in_the_lower_page)
+{
+    plug_module(R"({"module": "qsfp28-sr4", "temperature": 33.5, "vcc": 3.3, "rx_power": [0.1, 0.2, 0.3, 0.4],
+                    "tx_bias": 8, "tx_power": [1, 2, 3, 4]})");
+    use([](const bus& b) {
+        EXPECT_THAT(b.read(0x50, 22, 6), ElementsAre(33, 128, 0, 0, 0x80, 0xe8));
+        EXPECT_THAT(b.read(0x50, 34, 24),
+                    ElementsAre(0x03, 0xe8, 0x07, 0xd0, 0x0b, 0xb8, 0x0f, 0xa0,  // 1000, 2000, 3000, 4000
+                                0x0f, 0xa0, 0x0f, 0xa0, 0x0f, 0xa0, 0x0f, 0xa0,  // 4000 each
+                                0x27, 0x10, 0x4e, 0x20, 0x75, 0x30, 0x9c, 0x40)) // 10000 and so on
+        ;
+    });
+}
+
+TEST_F(module_in_a_cage, a_byte_selects_the_upper_page_for_every_process_and_a_page_it_lacks_is_page_0)
+{
+    plug_module("\"qsfp28-sr4\"");
+    use([](const bus& b) {
+        EXPECT_EQ(text_of(b.read(0x50, 148, 10)), "NORTHLIGHT");
+        b.write(0x50, 127, {0x03});
+        EXPECT_THAT(b.read(0x50, 128, 4), ElementsAre(75, 0, 0xfb, 0)) << "thresholds of the temperature: 75 and -5";
+    });
+    use([](const bus& b) {
+        EXPECT_THAT(b.read(0x50, 127, 2), ElementsAre(0x03, 75)) << "still, and byte 127 leads to byte 128";
+        b.write(0x50, 127, {0x55});
+        EXPECT_THAT(b.read(0x50, 127, 1), ElementsAre(0x00));
+        EXPECT_EQ(text_of(b.read(0x50, 148, 10)), "NORTHLIGHT");
+        b.write(0x50, 148, {'X'});
+        EXPECT_EQ(text_of(b.read(0x50, 148, 1)), "N") << "it cannot be written";
+    });
+}
+
+TEST_F(module_in_a_cage, a_cmis_module_has_its_lanes_in_page_11_as_the_standard_orders_them)
+{
+    plug_module(R"({"module": "qsfpdd-zr", "temperature": 1.25, "vcc": 3.3,
+                    "tx_power": [0.1, 0.2, 0, 0, 0, 0, 0, 0.8], "tx_bias": 8, "rx_power": 0.3})");
+    use([](const bus& b) {
+        EXPECT_THAT(b.read(0x50, 14, 4), ElementsAre(1, 64, 0x80, 0xe8));
+        EXPECT_EQ(text_of(b.read(0x50, 129, 15)), "AURORA PHOTONIX");
+        b.write(0x50, 127, {0x01});
+        EXPECT_THAT(b.read(0x50, 159, 2), ElementsAre(0x03, 0x17)) << "everything, and a bias multiplier of 4";
+        b.write(0x50, 127, {0x11});
+        EXPECT_THAT(b.read(0x50, 154, 4), ElementsAre(0x03, 0xe8, 0x07, 0xd0)) << "transmit power";
+        EXPECT_THAT(b.read(0x50, 168, 2), ElementsAre(0x1f, 0x40)) << "of the last lane";
+        EXPECT_THAT(b.read(0x50, 170, 4), ElementsAre(0x03, 0xe8, 0x03, 0xe8)) << "bias: 8 mA are 1000 x 4 x 2 uA";
+        EXPECT_THAT(b.read(0x50, 186, 2), ElementsAre(0x0b, 0xb8)) << "receive power";
+    });
+}
+
+TEST_F(module_in_a_cage, a_module_of_flat_memory_has_one_upper_page)
+{
+    plug_module(R"({"map": "cmis", "flat": true, "vendor_name": "FLAT", "bytes": {"11:154": "aabb"}})");
+    use([](const bus& b) {
+        b.write(0x50, 127, {0x11});
+        EXPECT_THAT(b.read(0x50, 127, 1), ElementsAre(0x00));
+        EXPECT_EQ(text_of(b.read(0x50, 129, 4)), "FLAT");
+        EXPECT_EQ(b.read(0x50, 2, 1).at(0) & 0x80, 0x80);
+    });
+    plug_module(R"({"map": "qsfp", "flat": true, "bytes": {"03:128": "aabb"}})");
+    use([](const bus& b) {
+        b.write(0x50, 127, {0x03});
+        EXPECT_THAT(b.read(0x50, 127, 2), ElementsAre(0x00, 0x11));
+        EXPECT_EQ(b.read(0x50, 2, 1).at(0) & 0x04, 0x04);
+    });
+}
+
+TEST_F(module_in_a_cage, raw_bytes_can_be_anything_anywhere_and_count_most)
+{
+    plug_module(R"({"module": "qsfp28-sr4", "temperature": 33, "bytes": {"0": "fe", "22": "80", "00:148": "00ff1b"}})");
+    use([](const bus& b) {
+        EXPECT_THAT(b.read(0x50, 0, 1), ElementsAre(0xfe));
+        EXPECT_THAT(b.read(0x50, 22, 2), ElementsAre(0x80, 0x00));
+        EXPECT_THAT(b.read(0x50, 148, 4), ElementsAre(0x00, 0xff, 0x1b, 'T'));
+    });
+}
+
+/// Bias and power of the first lane's transmitter, and received power.
+bytes_t first_lane_of_qsfp(const bus& b)
+{
+    bytes_t bytes;
+    for (const std::uint8_t at : bytes_t{42, 43, 50, 51, 34, 35})
+        bytes.push_back(b.read(0x50, at, 1).at(0));
+    return bytes;
+}
+
+TEST_F(module_in_a_cage, a_qsfp_saves_power_when_its_host_overrides_the_pin_and_its_transmitters_are_off)
+{
+    plug_module(R"({"module": "qsfp28-sr4", "tx_bias": 8, "tx_power": 1, "rx_power": 0.1, "bytes": {"93": "04"}})");
+    const bytes_t on{0x0f, 0xa0, 0x27, 0x10, 0x03, 0xe8};
+    const bytes_t off{0, 0, 0, 0, 0x03, 0xe8};
+    use([&](const bus& b) {
+        EXPECT_EQ(first_lane_of_qsfp(b), on);
+        b.write(0x50, 93, {0x06});
+        EXPECT_EQ(first_lane_of_qsfp(b), on) << "without the override bit the pin counts";
+        b.write(0x50, 93, {0x07});
+        EXPECT_EQ(first_lane_of_qsfp(b), off);
+    });
+    use([&](const bus& b) {
+        EXPECT_THAT(b.read(0x50, 93, 1), ElementsAre(0x07));
+        EXPECT_EQ(first_lane_of_qsfp(b), off);
+        b.write(0x50, 93, {0x05});
+        EXPECT_EQ(first_lane_of_qsfp(b), on);
+    });
+    plug_module(R"({"module": "qsfp28-sr4", "tx_bias": 8, "tx_power": 1, "rx_power": 0.1, "low_power_pin": true})");
+    use([&](const bus& b) {
+        EXPECT_EQ(first_lane_of_qsfp(b), off);
+        b.write(0x50, 93, {0x01});
+        EXPECT_EQ(first_lane_of_qsfp(b), on);
+    });
+    plug_module(R"({"module": "qsfp28-copper", "tx_bias": 8, "tx_power": 1, "rx_power": 0.1, "bytes": {"93": "03"}})");
+    use([&](const bus& b) { EXPECT_EQ(first_lane_of_qsfp(b), on) << "power class 1 has nothing to switch off"; });
+}
+
+TEST_F(module_in_a_cage, a_cmis_module_tells_in_its_state_that_it_saves_power)
+{
+    plug_module(R"({"module": "qsfpdd-dr4", "low_power_pin": true})"); // its byte 26 lets the pin count
+    const auto lanes = [](const bus& b) {
+        b.write(0x50, 127, {0x11});
+        bytes_t bytes = b.read(0x50, 128, 1);
+        for (const std::uint8_t at : bytes_t{154, 170, 186})
+            bytes.push_back(static_cast<std::uint8_t>(b.read(0x50, at, 2) != bytes_t{0, 0}));
+        return bytes;
+    };
+    use([&](const bus& b) {
+        EXPECT_THAT(b.read(0x50, 26, 1), ElementsAre(0x40));
+        EXPECT_THAT(b.read(0x50, 3, 1), ElementsAre(0x03)) << "low power, no interrupt";
+        EXPECT_THAT(lanes(b), ElementsAre(0x11, 0, 0, 1)) << "deactivated; no transmit power, no bias";
+        b.write(0x50, 26, {0x00});
+        EXPECT_THAT(b.read(0x50, 3, 1), ElementsAre(0x07)) << "ready";
+        EXPECT_THAT(lanes(b), ElementsAre(0x44, 1, 1, 1));
+        b.write(0x50, 26, {0x10});
+        EXPECT_THAT(b.read(0x50, 3, 1), ElementsAre(0x03));
+    });
+    use([](const bus& b) { EXPECT_THAT(b.read(0x50, 3, 1), ElementsAre(0x03)) << "to every process"; });
+    plug_module("\"qsfpdd-flat\"");
+    use([](const bus& b) {
+        b.write(0x50, 26, {0x10});
+        EXPECT_THAT(b.read(0x50, 3, 1), ElementsAre(0x07)) << "a cable of flat memory is always ready";
+    });
+}
+
+TEST_F(module_in_a_cage, a_dump_makes_a_module)
+{
+    std::filesystem::create_directory(folder / "modules");
+    std::ofstream{folder / "modules/mine.hex"} << R"(# lower page and page 00h, as hexdump -C prints them
+00000000  0d 05 06 00 00 00 00 00  00 00 00 00 00 00 00 00  |................|
+00000010  00 00 00 00 00 00 1c 40  00 00 7f e2 00 00 00 00  |.......@........|
+00000020  00 00 00 00 00 00 00 00  00 00 00 00 00 00 00 00  |................|
+*
+00000090  00 00 00 00 4d 49 4e 45  20 20 20 20 20 20 20 20  |....MINE        |
+)";
+    plug_module(R"({"dump": "modules/mine.hex"})");
+    use([](const bus& b) {
+        EXPECT_THAT(answering(b), ElementsAre(0x50));
+        EXPECT_THAT(b.read(0x50, 0, 3), ElementsAre(0x0d, 0x05, 0x06));
+        EXPECT_THAT(b.read(0x50, 22, 6), ElementsAre(0x1c, 0x40, 0, 0, 0x7f, 0xe2));
+        EXPECT_EQ(text_of(b.read(0x50, 148, 12)), "MINE        ");
+    });
+    plug_module(R"({"dump": "modules/mine.hex", "temperature": 2})");
+    use([](const bus& b) { EXPECT_THAT(b.read(0x50, 22, 2), ElementsAre(2, 0)); });
+}
+
+TEST_F(module_in_a_cage, a_module_beside_the_rack_comes_before_one_of_the_platform_and_a_changed_one_starts_anew)
+{
+    const auto write_module = [this](const std::string& name) {
+        std::ofstream{folder / "modules/qsfp28-sr4.json"} << R"({"map": "qsfp", "vendor_name": ")" << name << "\"}";
+    };
+    std::filesystem::create_directory(folder / "modules");
+    write_module("MY OWN");
+    plug_module("\"qsfp28-sr4\"");
+    use([](const bus& b) {
+        EXPECT_EQ(text_of(b.read(0x50, 148, 6)), "MY OWN");
+        b.write(0x50, 93, {0x03});
+    });
+    use([](const bus& b) { EXPECT_THAT(b.read(0x50, 93, 1), ElementsAre(0x03)); });
+    write_module("ANOTHER");
+    use([](const bus& b) {
+        EXPECT_EQ(text_of(b.read(0x50, 148, 7)), "ANOTHER");
+        EXPECT_THAT(b.read(0x50, 93, 1), ElementsAre(0x00)) << "what was remembered was of the other one";
+    });
+}
+
+TEST_F(i2c, two_modules_on_one_bus_at_once_collide)
+{
+    ::setenv("IVRA_VIRTUAL_TRACE", (folder / "trace").c_str(), 1);
+    plug_board("xilinx_u200", R"({"cages": [{"module": "qsfp28-sr4", "bytes": {"22": "f5a0"}},
+                                            {"module": "qsfp28-sr4", "bytes": {"22": "3c50"}}]})");
+    run([] {
+        const opened board;
+        const controller c{board};
+        c.set_pins(1);
+        const bus b{c, 0};
+        b.write(0x74, {0x03});
+        EXPECT_THAT(b.read(0x50, 22, 2), ElementsAre(0xf5 & 0x3c, 0x00));
+        b.write(0x50, 93, {0x01});
+        for (const std::uint8_t channel : bytes_t{0x01, 0x02}) {
+            b.write(0x74, {channel});
+            EXPECT_THAT(b.read(0x50, 93, 1), ElementsAre(0x01)) << "both were written";
+        }
+    });
+    EXPECT_THAT(trace(), ::testing::Contains("ivra_i2c_bus_read_register(0000:01:00.0, 0x50, 0x16, 2) = 2: [34 00]"
+                                             " (warning: several devices answered at once)"));
+}
+
 // ---- calls ----
 
 TEST_F(i2c, the_trace_shows_the_bytes_of_every_transaction)
