@@ -129,6 +129,8 @@ void call::trace_result(const std::string& result) const
     std::string line = std::string{name_} + "(" + arguments_ + ") = " + result;
     if (!output_.empty())
         line += ": " + describe_output();
+    if (remark_ != nullptr)
+        line += std::string{" ("} + remark_ + ")";
     if (fault_ != nullptr)
         line += " (fault plan)";
     session::instance().tracing()->write(line);

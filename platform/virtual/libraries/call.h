@@ -155,6 +155,9 @@ public:
         stored(std::span{place, 1});
     }
 
+    /// Says something noteworthy about this call at the end of its line in the trace; `text` is a literal.
+    void remark(const char* text) { remark_ = text; }
+
     /// Stores a text and its NUL in the caller's buffer; returns its length. Throws failure{ERANGE}.
     std::size_t store_text(std::string_view text, char* buffer, std::size_t size);
 
@@ -239,6 +242,7 @@ private:
     std::string arguments_;
     output_kind output_kind_ = output_kind::bytes;
     std::span<std::byte> output_;
+    const char* remark_ = nullptr;
 };
 
 } // namespace ivra::virtual_platform

@@ -177,6 +177,24 @@ const rapidjson::Document& schema_text()
     return document;
 }
 
+/// The schema of module files: a definition of the racks' one, which it refers to.
+const rapidjson::Document& module_schema_text()
+{
+    static const rapidjson::Document document = [] {
+        rapidjson::Document result;
+        const Value& definitions = *find(schema_text(), "definitions");
+        result.CopyFrom(*find(definitions, "module"), result.GetAllocator());
+        result.AddMember("definitions", Value{definitions, result.GetAllocator()}, result.GetAllocator());
+        return result;
+    }();
+    return document;
+}
+
+const rapidjson::Document& schema_text(document_t kind)
+{
+    return kind == document_t::rack ? schema_text() : module_schema_text();
+}
+
 /// The schema of `schema`'s members called `token`, or elements; null when it knows none of the name.
 const Value* schema_below(const Value& schema, const Value& value, const rapidjson::Pointer::Token& token)
 {
@@ -221,9 +239,9 @@ std::string missing_member(const Value& schema, const Value& object)
 /// The schema's own words for the mistake that the validator found at `pointer`. The schema has no alternatives, so one
 /// walk from both roots leads to the part of it that was broken.
 [[noreturn]] void schema_mistake(const rapidjson::Document& document, const rapidjson::Pointer& pointer,
-                                 std::string_view keyword, const std::filesystem::path& file)
+                                 std::string_view keyword, const std::filesystem::path& file, document_t kind)
 {
-    const Value* schema = &schema_text();
+    const Value* schema = &schema_text(kind);
     const Value* value = &document;
     for (std::size_t at = 0; at < pointer.GetTokenCount(); ++at) {
         const rapidjson::Pointer::Token& token = pointer.GetTokens()[at];
@@ -237,12 +255,14 @@ std::string missing_member(const Value& schema, const Value& object)
             keyword == "required" && value->IsObject() ? missing_member(*schema, *value) : expectation(*schema));
 }
 
-void check_schema(const rapidjson::Document& document, const std::filesystem::path& file)
+void check_schema(const rapidjson::Document& document, const std::filesystem::path& file, document_t kind)
 {
-    static const rapidjson::SchemaDocument schema{schema_text()};
-    rapidjson::SchemaValidator validator{schema};
+    static const rapidjson::SchemaDocument rack_rules{schema_text(document_t::rack)};
+    static const rapidjson::SchemaDocument module_rules{schema_text(document_t::module)};
+    rapidjson::SchemaValidator validator{kind == document_t::rack ? rack_rules : module_rules};
     if (!document.Accept(validator))
-        schema_mistake(document, validator.GetInvalidDocumentPointer(), validator.GetInvalidSchemaKeyword(), file);
+        schema_mistake(document, validator.GetInvalidDocumentPointer(), validator.GetInvalidSchemaKeyword(), file,
+                       kind);
 }
 
 } // namespace
@@ -259,13 +279,13 @@ void mistake(const std::filesystem::path& file, std::string_view place, std::str
     throw rack_error{printable(file.string() + ": " + std::string{place} + separator + std::string{what})};
 }
 
-rapidjson::Document read_document(std::string_view text, const std::filesystem::path& file)
+rapidjson::Document read_document(std::string_view text, const std::filesystem::path& file, document_t kind)
 {
     constexpr std::string_view byte_order_mark = "\xef\xbb\xbf";
     if (text.starts_with(byte_order_mark))
         text.remove_prefix(byte_order_mark.size());
     if (text.empty())
-        mistake(file, "", "empty, " + expectation(schema_text()));
+        mistake(file, "", "empty, " + expectation(schema_text(kind)));
     // Deliberate: to the parser a NUL byte is the end of the text, whatever follows.
     if (const std::size_t nul = text.find('\0'); nul != std::string_view::npos)
         mistake(file, line_and_column(text, nul), "expected text, not a NUL byte");
@@ -285,7 +305,7 @@ rapidjson::Document read_document(std::string_view text, const std::filesystem::
         mistake(file, line_and_column(text, offset),
                 "not JSON: " + syntax_error(reader.GetParseErrorCode(), text, offset));
     }
-    check_schema(document, file);
+    check_schema(document, file, kind);
     return document;
 }
 

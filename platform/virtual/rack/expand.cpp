@@ -240,13 +240,6 @@ Value bmc_value(const std::optional<bmc_t>& bmc, allocator_t& allocator)
     return object;
 }
 
-Value presence(const accelerator_t& accelerator, std::uint32_t hardware_id)
-{
-    const bool present =
-        std::ranges::find(accelerator.cores, hardware_id, &core_t::hardware_id) != accelerator.cores.end();
-    return present ? Value{rapidjson::kObjectType} : Value{};
-}
-
 Value card_value(const xmc_card_t& card, allocator_t& allocator)
 {
     const auto number = [](const auto& value) { return value ? Value{static_cast<unsigned>(*value)} : Value{}; };
@@ -319,6 +312,98 @@ Value xmcs_value(const std::vector<xmc_t>& xmcs, allocator_t& allocator)
     return list;
 }
 
+std::string byte_text(std::uint8_t byte)
+{
+    return "0x" + hex_pair(byte);
+}
+
+Value bus_value(const i2c_bus_t& bus, allocator_t& allocator)
+{
+    constexpr std::string_view kinds[] = {"cage", "multiplexer", "mac_eeprom", "clock_generator"};
+    Value devices{rapidjson::kArrayType};
+    for (const i2c_device_t& device : bus.devices) {
+        Value object{rapidjson::kObjectType};
+        object.AddMember("device", plain(kinds[static_cast<std::size_t>(device.kind)], allocator), allocator);
+        if (device.kind == i2c_kind_t::cage)
+            object.AddMember("number", Value{static_cast<unsigned>(device.number)}, allocator);
+        else
+            object.AddMember("address", plain(byte_text(device.address), allocator), allocator);
+        if (device.pin)
+            object.AddMember("pin", Value{*device.pin}, allocator);
+        if (device.behind) {
+            const i2c_device_t& multiplexer = multiplexer_of(bus, device.behind->multiplexer);
+            Value behind{rapidjson::kArrayType};
+            behind.PushBack(plain(byte_text(multiplexer.address), allocator), allocator);
+            behind.PushBack(plain(byte_text(device.behind->channels), allocator), allocator);
+            object.AddMember("behind", behind, allocator);
+        }
+        devices.PushBack(object, allocator);
+    }
+    Value object{rapidjson::kObjectType};
+    object.AddMember("index", Value{static_cast<unsigned>(bus.index)}, allocator);
+    object.AddMember("devices", devices, allocator);
+    return object;
+}
+
+/// Hexadecimal digits of blocks one after the other, without zeros at the end.
+std::string block_digits(const module_t& module, unsigned first, unsigned count)
+{
+    std::string bytes;
+    for (std::size_t at = block_size * first; at < block_size * (first + count); ++at)
+        bytes += static_cast<char>(module.byte(at));
+    bytes.erase(bytes.find_last_not_of('\0') + 1);
+    return hex_digits(bytes);
+}
+
+/// A module as its whole memory: the files that it was read from may be elsewhere.
+Value module_value(const module_t& module, allocator_t& allocator)
+{
+    constexpr std::string_view maps[] = {"sfp", "qsfp", "cmis"};
+    const bool is_sfp = module.map == memory_map_t::sfp;
+    Value memory{rapidjson::kObjectType};
+    for (const auto& [block, bytes] : module.blocks) {
+        if (is_sfp && block % 2 != 0)
+            continue; // the second half
+        const std::string name = is_sfp       ? block == 0 ? "A0" : "A2"
+                                 : block == 0 ? "lower"
+                                              : hex_pair(static_cast<std::uint8_t>(block - 1));
+        memory.AddMember(plain(name, allocator), plain(block_digits(module, block, is_sfp ? 2 : 1), allocator),
+                         allocator);
+    }
+    Value object{rapidjson::kObjectType};
+    object.AddMember("map", plain(maps[static_cast<std::size_t>(module.map)], allocator), allocator);
+    if (!is_sfp)
+        object.AddMember("low_power_pin", module.low_power_pin, allocator);
+    object.AddMember("memory", memory, allocator);
+    return object;
+}
+
+Value cage_value(const cage_t& cage, allocator_t& allocator)
+{
+    if (cage.module)
+        return module_value(*cage.module, allocator);
+    return plain(cage.acknowledges ? "empty" : "silent", allocator);
+}
+
+Value i2c_value(const accelerator_t& accelerator, allocator_t& allocator)
+{
+    const i2c_t& i2c = accelerator.i2c;
+    if (std::ranges::find(accelerator.cores, hardware_ids::i2c, &core_t::hardware_id) == accelerator.cores.end())
+        return {};
+    Value cages{rapidjson::kArrayType};
+    for (const cage_t& cage : i2c.cages)
+        cages.PushBack(cage_value(cage, allocator), allocator);
+    Value buses{rapidjson::kArrayType};
+    for (const i2c_bus_t& bus : i2c.buses)
+        buses.PushBack(bus_value(bus, allocator), allocator);
+    Value object{rapidjson::kObjectType};
+    object.AddMember("pins", Value{i2c.pins}, allocator);
+    object.AddMember("mac_eeprom", device_text(i2c.mac_eeprom, allocator), allocator);
+    object.AddMember("cages", cages, allocator);
+    object.AddMember("buses", buses, allocator);
+    return object;
+}
+
 Value accelerator_value(const accelerator_t& accelerator, allocator_t& allocator)
 {
     Value object{rapidjson::kObjectType};
@@ -331,7 +416,7 @@ Value accelerator_value(const accelerator_t& accelerator, allocator_t& allocator
     object.AddMember("flash", flash_value(accelerator.flash, true, allocator), allocator);
     object.AddMember("mmios", Value{accelerator.mmios}, allocator);
     object.AddMember("cores", cores_value(accelerator.cores, allocator), allocator);
-    object.AddMember("i2c", presence(accelerator, hardware_ids::i2c), allocator);
+    object.AddMember("i2c", i2c_value(accelerator, allocator), allocator);
     object.AddMember("bmc", bmc_value(accelerator.bmc, allocator), allocator);
     object.AddMember("xmc", xmcs_value(accelerator.xmcs, allocator), allocator);
     return object;

@@ -1,9 +1,11 @@
 #include "rack.h"
 
 #include "defaults.h"
+#include "files.h"
 #include "node.h"
 #include "open_errors.h"
 #include "read_bmc.h"
+#include "read_i2c.h"
 #include "read_xmc.h"
 #include "text.h"
 
@@ -255,6 +257,11 @@ void read_design(const node_t& node, const model_t& model, std::size_t index, ac
         if (const auto bmc = node.member("bmc"))
             read_bmc(*bmc, *accelerator.bmc);
     }
+    if (std::ranges::find(accelerator.cores, hardware_ids::i2c, &core_t::hardware_id) != accelerator.cores.end()) {
+        accelerator.i2c = default_i2c(accelerator.model, index);
+        if (const auto said = node.member("i2c"))
+            read_i2c(*said, accelerator.model, accelerator.i2c, accelerator.text);
+    }
 }
 
 std::string compact(const Value& value)
@@ -282,8 +289,8 @@ accelerator_t read_accelerator(const node_t& node, std::size_t index)
     accelerator.flash = read_flash(node.member("flash"));
     if (const auto mmios = node.member("mmios"))
         accelerator.mmios = mmios->value.GetUint();
-    read_design(node, model, index, accelerator);
     accelerator.text = compact(node.value);
+    read_design(node, model, index, accelerator); // adds what the text names
     return accelerator;
 }
 
@@ -330,33 +337,6 @@ public:
 private:
     int number_;
 };
-
-std::string read_file(const std::filesystem::path& file)
-{
-    // Deliberate: never waits for the other end of a FIFO, which is refused below.
-    const descriptor input{::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
-    struct stat status = {};
-    if (input.get() < 0 || ::fstat(input.get(), &status) != 0)
-        unreadable(file, errno);
-    if (S_ISDIR(status.st_mode))
-        unreadable(file, EISDIR);
-    if (!S_ISREG(status.st_mode))
-        mistake(file, "", "expected a regular file");
-
-    std::string text;
-    std::vector<char> piece(64U << 10U);
-    while (text.size() <= largest_file) {
-        const ssize_t count = ::read(input.get(), piece.data(), piece.size());
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            unreadable(file, errno);
-        if (count == 0)
-            return text;
-        text.append(piece.data(), static_cast<std::size_t>(count));
-    }
-    mistake(file, "", "expected a file of at most 64 MiB");
-}
 
 /// File of the library or program that this code has become part of.
 std::filesystem::path this_file()
@@ -413,18 +393,50 @@ std::vector<std::string> warnings(const rack_t& rack)
     return lines;
 }
 
+std::string read_file(const std::filesystem::path& file)
+{
+    // Deliberate: never waits for the other end of a FIFO, which is refused below.
+    const descriptor input{::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
+    struct stat status = {};
+    if (input.get() < 0 || ::fstat(input.get(), &status) != 0)
+        unreadable(file, errno);
+    if (S_ISDIR(status.st_mode))
+        unreadable(file, EISDIR);
+    if (!S_ISREG(status.st_mode))
+        mistake(file, "", "expected a regular file");
+
+    std::string text;
+    std::vector<char> piece(64U << 10U);
+    while (text.size() <= largest_file) {
+        const ssize_t count = ::read(input.get(), piece.data(), piece.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            unreadable(file, errno);
+        if (count == 0)
+            return text;
+        text.append(piece.data(), static_cast<std::size_t>(count));
+    }
+    mistake(file, "", "expected a file of at most 64 MiB");
+}
+
+std::filesystem::path racks_folder()
+{
+    // lib/ and bin/ lie beside share/; a library may lie one deeper, as in lib/x86_64-linux-gnu.
+    const std::filesystem::path prefix = this_file().parent_path().parent_path();
+    const std::filesystem::path racks = "share/ivra/racks";
+    std::error_code ignored;
+    return std::filesystem::exists(prefix / racks, ignored) ||
+                   !std::filesystem::exists(prefix.parent_path() / racks, ignored)
+               ? prefix / racks
+               : prefix.parent_path() / racks;
+}
+
 std::filesystem::path rack_in_use()
 {
     if (const char* chosen = std::getenv("IVRA_VIRTUAL_RACK"); chosen != nullptr && *chosen != '\0')
         return chosen;
-    // lib/ and bin/ lie beside share/; a library may lie one deeper, as in lib/x86_64-linux-gnu.
-    const std::filesystem::path prefix = this_file().parent_path().parent_path();
-    const std::filesystem::path showcase = "share/ivra/racks/showcase.json";
-    std::error_code ignored;
-    if (!std::filesystem::exists(prefix / showcase, ignored) &&
-        std::filesystem::exists(prefix.parent_path() / showcase, ignored))
-        return prefix.parent_path() / showcase;
-    return prefix / showcase;
+    return racks_folder() / "showcase.json";
 }
 
 rack_t parse_rack(std::string_view text, const std::filesystem::path& file)

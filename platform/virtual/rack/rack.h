@@ -2,6 +2,7 @@
 #define IVRA_VIRTUAL_RACK_H
 
 #include "bmc.h"
+#include "i2c.h"
 #include "xmc.h"
 
 #include <array>
@@ -81,6 +82,7 @@ struct accelerator_t
     std::vector<core_t> cores; ///< below the root of the first space, in address order
     std::optional<bmc_t> bmc;  ///< behind the first UART; nothing when there is no UART
     std::vector<xmc_t> xmcs;   ///< behind the cores that have room for one, in address order
+    i2c_t i2c;                 ///< what is on the buses of its I2C controllers; nothing when there is none
     std::string text;          ///< this accelerator in the rack file, as compact JSON: what its state started from
 
     bool operator==(const accelerator_t&) const = default;

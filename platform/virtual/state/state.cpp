@@ -26,6 +26,7 @@ constexpr const char* origin_file = "origin"; // what the state was made from, s
 constexpr const char* flash_file = "flash";
 constexpr const char* register_file_name = "registers";
 constexpr const char* bmc_file_name = "bmc";
+constexpr const char* i2c_file = "i2c";
 
 // Names beside the folders of boards and racks; file_name() makes none that begins with a point.
 constexpr const char* new_folder = ".new"; // being built; left over from a process that was killed meanwhile
@@ -151,6 +152,12 @@ void write_start_values(const fs::path& path, const std::vector<core_t>& cores)
     }
 }
 
+void write_start_values(const fs::path& path, const i2c_t& i2c)
+{
+    const std::vector<std::uint8_t> values = start_values(i2c);
+    mapped_file{create_file(path, values.size()), path, file_access::read_write}.write(0, values);
+}
+
 /// Builds a board's folder beside its place and moves it there in one step; the lock is held.
 void build(const rack_t& rack, const accelerator_t& accelerator)
 {
@@ -165,6 +172,7 @@ void build(const rack_t& rack, const accelerator_t& accelerator)
         create_file(fresh / flash_file, accelerator.flash.size);
         write_start_values(fresh / register_file_name, accelerator.cores);
         create_file(fresh / bmc_file_name, bmc_file::file_size);
+        write_start_values(fresh / i2c_file, accelerator.i2c);
         if (::rename(folder.c_str(), old.c_str()) < 0 && errno != ENOENT)
             fail(errno, "Cannot replace", folder);
         fs::rename(fresh, folder);
@@ -249,8 +257,8 @@ void create_private_folder(const fs::path& folder)
         fail(ENOTDIR, "Cannot create the folder", folder);
 }
 
-board_state::board_state(flash_memory flash, register_file registers, bmc_file bmc)
-    : flash_{std::move(flash)}, registers_{std::move(registers)}, bmc_{std::move(bmc)}
+board_state::board_state(flash_memory flash, register_file registers, bmc_file bmc, mapped_file i2c)
+    : flash_{std::move(flash)}, registers_{std::move(registers)}, bmc_{std::move(bmc)}, i2c_{std::move(i2c)}
 {
 }
 
@@ -277,10 +285,12 @@ std::optional<board_state> board_state::open_matching(const rack_t& rack, const 
         mapped_file flash = open_mapped(folder.get(), path, flash_file, access);
         mapped_file registers = open_mapped(folder.get(), path, register_file_name, access);
         mapped_file bmc = open_mapped(folder.get(), path, bmc_file_name, access);
+        mapped_file i2c = open_mapped(folder.get(), path, i2c_file, access);
         if (flash.size() == accelerator.flash.size && registers.size() == register_file::file_size(accelerator.cores) &&
-            bmc.size() == bmc_file::file_size)
+            bmc.size() == bmc_file::file_size && i2c.size() == places_of(accelerator.i2c).size)
             return board_state{flash_memory{std::move(flash), accelerator.flash.sector},
-                               register_file{std::move(registers), accelerator.cores}, bmc_file{std::move(bmc)}};
+                               register_file{std::move(registers), accelerator.cores}, bmc_file{std::move(bmc)},
+                               std::move(i2c)};
     } catch (const std::system_error& error) {
         if (error.code() != std::errc::no_such_file_or_directory)
             throw;

@@ -36,9 +36,9 @@ std::filesystem::path mutex_folder();
 /// Creates a folder and its parents for this user alone (mode 0700). Throws std::system_error.
 void create_private_folder(const std::filesystem::path& folder);
 
-/// What one board remembers: the contents of its flash, the registers of its cores and the memory of its BMC, in files
-/// that are mapped shared, so that every process that has the board open sees the same bytes. It is released when the
-/// object goes.
+/// What one board remembers: the contents of its flash, the registers of its cores, the memory of its BMC and what is
+/// on its I2C buses, in files that are mapped shared, so that every process that has the board open sees the same
+/// bytes. It is released when the object goes.
 class board_state
 {
 public:
@@ -65,8 +65,12 @@ public:
     bmc_file& bmc() { return bmc_; }
     const bmc_file& bmc() const { return bmc_; }
 
+    /// What is on the buses of its I2C controllers, as places_of() says; the lock of the registers is for it, too.
+    mapped_file& i2c() { return i2c_; }
+    const mapped_file& i2c() const { return i2c_; }
+
 private:
-    board_state(flash_memory flash, register_file registers, bmc_file bmc);
+    board_state(flash_memory flash, register_file registers, bmc_file bmc, mapped_file i2c);
     static std::optional<board_state> open_matching(const rack_t& rack, const accelerator_t& accelerator,
                                                     file_access access, std::string& mismatch);
 
@@ -74,6 +78,7 @@ private:
     flash_memory flash_;
     register_file registers_;
     bmc_file bmc_;
+    mapped_file i2c_;
 };
 
 /// Each forgets what is remembered, as a factory reset does, and tells whether there was anything. Processes that have

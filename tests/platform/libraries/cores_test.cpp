@@ -205,22 +205,6 @@ TEST_F(cores, a_design_without_any_has_no_top_flash_i2c_or_uart)
     });
 }
 
-TEST_F(cores, a_design_with_an_i2c_controller_has_one_with_no_pins_and_no_buses)
-{
-    run([] {
-        const opened board;
-        ivra_i2c* i2c = ivra_i2c_create(board.root);
-        ASSERT_NE(i2c, nullptr);
-        std::uint32_t pins = 99;
-        EXPECT_EQ(ivra_i2c_read_control_pins(i2c, &pins), 0);
-        EXPECT_EQ(pins, 99U) << "untouched when there are no pins";
-        EXPECT_EQ(ivra_i2c_write_control_pins(i2c, 1), 0);
-        for (unsigned index = 0; index < 256; ++index)
-            EXPECT_FAILS(nullptr, ENODEV, ivra_i2c_get_bus(i2c, static_cast<std::uint8_t>(index)));
-        ivra_i2c_destroy(i2c);
-    });
-}
-
 TEST_F(cores, a_design_with_a_uart_has_one_on_which_nothing_waits)
 {
     run([] {

@@ -35,6 +35,28 @@ std::string card_with(const std::string& members)
     return xmc_with(R"("card": {)" + members + "}");
 }
 
+const std::string eeprom_expected =
+    R"(a text of at most 256 bytes, { "hex": "ff41" } for any bytes, or null for an EEPROM that does not answer)";
+const std::string cage_expected =
+    R"(a cage: a module such as "qsfp28-sr4" or { "module": "qsfp28-sr4", "temperature": 33 }, "empty" for one that reads as all ones, or "silent" for one that does not acknowledge)";
+
+std::string i2c_with(const std::string& members)
+{
+    return rack_with(R"("i2c": {)" + members + "}");
+}
+
+/// A module in the first cage.
+std::string module_with(const std::string& members)
+{
+    return i2c_with(R"("cages": [{)" + members + "}]");
+}
+
+/// A device on bus 0 of a board with two cages.
+std::string device_with(const std::string& members)
+{
+    return i2c_with(R"("buses": [{"index": 0, "devices": [{)" + members + "}]}]");
+}
+
 /// Cores 475 of these sizes, one after the other.
 std::string xmc_cores(const std::vector<std::string>& sizes)
 {
@@ -177,8 +199,6 @@ const std::vector<bad_rack_t>& bad_racks()
         {"too many spaces", rack_with(R"("mmios": 17)"), "/accelerators/0/mmios: expected a number of MMIO spaces, 0 to 16", schema},
         {"less than no space", rack_with(R"("mmios": -1)"), "/accelerators/0/mmios: expected a number of MMIO spaces, 0 to 16", schema},
         {"half a space", rack_with(R"("mmios": 0.5)"), "/accelerators/0/mmios: expected a number of MMIO spaces, 0 to 16", schema},
-        {"an I2C controller that is a text", rack_with(R"("i2c": "yes")"), "/accelerators/0/i2c: expected {} for an I2C controller, or null for none", schema},
-        {"an I2C controller with something on it", rack_with(R"("i2c": {"pins": 8})"), "/accelerators/0/i2c/pins: unknown member, expected none here", schema},
         {"a management controller that is a number", rack_with(R"("bmc": 1)"),
          R"(/accelerators/0/bmc: expected { "boot_image": ..., "fru": ..., "sensors": ... } for a management controller behind a UART, or null for none)", schema},
 
@@ -310,6 +330,102 @@ const std::vector<bad_rack_t>& bad_racks()
          R"(/accelerators/0/i2c: expected {}, as "cores" has one with the hardware_id 32)", code},
         {"a BMC without its core", rack_with(R"("bmc": {}, "cores": [])"),
          R"(/accelerators/0/bmc: expected null, as "cores" has none with the hardware_id 48)", code},
+
+        // ---- I2C ----
+        {"an I2C controller that is a text", rack_with(R"("i2c": "yes")"),
+         R"(/accelerators/0/i2c: expected { "pins": ..., "cages": [ ... ] } for an I2C controller, or null for none)", schema},
+        {"an I2C controller with an unknown member", i2c_with(R"("cage": [])"),
+         "/accelerators/0/i2c/cage: unknown member, expected one of pins, mac_eeprom, cages, buses", schema},
+        {"33 pins", i2c_with(R"("pins": 33)"), "/accelerators/0/i2c/pins: expected a number of control pins, 0 to 32", schema},
+        {"less than no pin", i2c_with(R"("pins": -1)"), "/accelerators/0/i2c/pins: expected a number of control pins, 0 to 32", schema},
+        {"an EEPROM that is a number", i2c_with(R"("mac_eeprom": 1)"), "/accelerators/0/i2c/mac_eeprom: expected " + eeprom_expected, schema},
+        {"an EEPROM of 257 characters", i2c_with(R"("mac_eeprom": ")" + repeated("a", 257) + '"'),
+         "/accelerators/0/i2c/mac_eeprom: expected " + eeprom_expected, schema},
+        {"an EEPROM of 256 characters and 257 bytes", i2c_with(R"("mac_eeprom": ")" + repeated("a", 255) + "\xc3\xa4\""),
+         "/accelerators/0/i2c/mac_eeprom: expected at most 256 bytes", code},
+        {"an EEPROM of 257 bytes", i2c_with(R"("mac_eeprom": {"hex": ")" + repeated("00", 257) + "\"}"),
+         "/accelerators/0/i2c/mac_eeprom: expected at most 256 bytes", code},
+        {"cages that are a number", i2c_with(R"("cages": 2)"), "/accelerators/0/i2c/cages: expected a list of at most 64 cages, in the board's order", schema},
+        {"65 cages", i2c_with(R"("cages": [)" + repeated("\"empty\",", 64) + "\"empty\"]"),
+         "/accelerators/0/i2c/cages: expected a list of at most 64 cages, in the board's order", schema},
+        {"a cage that is null", i2c_with(R"("cages": ["empty", null])"), "/accelerators/0/i2c/cages/1: expected " + cage_expected, schema},
+        {"more cages than the model has", i2c_with(R"("cages": ["empty", "empty", "empty"])"),
+         R"(/accelerators/0/i2c/cages: expected at most 2 cages, as the model has, or a member "buses" that says where they are)", code},
+        {"buses that are none", i2c_with(R"("buses": {})"), "/accelerators/0/i2c/buses: expected a list of at most 256 buses, in index order", schema},
+        {"a bus without an index", i2c_with(R"("buses": [{"devices": []}])"), R"(/accelerators/0/i2c/buses/0: expected a member "index")", schema},
+        {"a bus without devices", i2c_with(R"("buses": [{"index": 0}])"), R"(/accelerators/0/i2c/buses/0: expected a member "devices")", schema},
+        {"bus 256", i2c_with(R"("buses": [{"index": 256, "devices": []}])"), "/accelerators/0/i2c/buses/0/index: expected a number from 0 to 255", schema},
+        {"a bus twice", i2c_with(R"("buses": [{"index": 3, "devices": []}, {"index": 3, "devices": []}])"),
+         "/accelerators/0/i2c/buses/1/index: expected more than 3, the index of the bus before it", code},
+        {"buses in another order", i2c_with(R"("buses": [{"index": 3, "devices": []}, {"index": 1, "devices": []}])"),
+         "/accelerators/0/i2c/buses/1/index: expected more than 3, the index of the bus before it", code},
+        {"an unknown device", device_with(R"("device": "fan")"), "/accelerators/0/i2c/buses/0/devices/0/device: expected cage, multiplexer, mac_eeprom or clock_generator", schema},
+        {"a device that is none", device_with(R"("address": "0x50")"), R"(/accelerators/0/i2c/buses/0/devices/0: expected a member "device")", schema},
+        {"a multiplexer without an address", device_with(R"("device": "multiplexer")"), R"(/accelerators/0/i2c/buses/0/devices/0: expected a member "address")", code},
+        {"an address of 8 bits", device_with(R"("device": "multiplexer", "address": "0x80")"),
+         R"(/accelerators/0/i2c/buses/0/devices/0/address: expected an address of 7 bits, such as 114 or "0x72")", schema},
+        {"an address of 8 bits as a number", device_with(R"("device": "multiplexer", "address": 128)"),
+         R"(/accelerators/0/i2c/buses/0/devices/0/address: expected an address of 7 bits, such as 114 or "0x72")", schema},
+        {"a multiplexer with a number", device_with(R"("device": "multiplexer", "address": 1, "number": 0)"),
+         "/accelerators/0/i2c/buses/0/devices/0/number: expected no number, which only a cage has", code},
+        {"a cage without a number", device_with(R"("device": "cage")"), R"(/accelerators/0/i2c/buses/0/devices/0: expected a member "number", from 0: which cage it is)", code},
+        {"a cage with an address", device_with(R"("device": "cage", "number": 0, "address": "0x50")"),
+         "/accelerators/0/i2c/buses/0/devices/0/address: expected no address, as a cage's module decides", code},
+        {"a cage that the board has not", device_with(R"("device": "cage", "number": 2)"),
+         "/accelerators/0/i2c/buses/0/devices/0/number: expected less than 2, the number of cages", code},
+        {"pin 32", device_with(R"("device": "cage", "number": 0, "pin": 32)"),
+         "/accelerators/0/i2c/buses/0/devices/0/pin: expected a control pin, 0 to 31, while which is off it does not answer, or null", schema},
+        {"behind an address alone", device_with(R"("device": "cage", "number": 0, "behind": ["0x72"])"),
+         R"(/accelerators/0/i2c/buses/0/devices/0/behind: expected a multiplexer's address and a mask of its channels, ["0x72", "0x10"], or null)", schema},
+        {"behind a mask of 9 bits", device_with(R"("device": "cage", "number": 0, "behind": ["0x72", 256])"),
+         R"(/accelerators/0/i2c/buses/0/devices/0/behind/1: expected a number from 0 to 255, such as 33 or "0x21")", schema},
+        {"behind itself", device_with(R"("device": "multiplexer", "address": "0x72", "behind": ["0x72", 1])"),
+         "/accelerators/0/i2c/buses/0/devices/0/behind/0: expected the address of a multiplexer that comes before it on this bus", code},
+        {"behind an EEPROM", device_with(R"("device": "mac_eeprom", "address": "0x50"}, {"device": "cage", "number": 0, "behind": ["0x50", 1])"),
+         "/accelerators/0/i2c/buses/0/devices/1/behind/0: expected the address of a multiplexer that comes before it on this bus", code},
+
+        // ---- modules ----
+        {"a module that there is not", i2c_with(R"("cages": ["empty", "no-such-module"])"),
+         "/accelerators/0/i2c/cages/1: expected a module: there is no modules/no-such-module.json beside the rack, nor among the racks that come with the platform", code},
+        {"a module with the name of a path", i2c_with(R"("cages": ["../showcase"])"), "/accelerators/0/i2c/cages/0: expected " + cage_expected, schema},
+        {"a module with a NUL in its name", i2c_with(R"("cages": ["prototype\u0000"])"), "/accelerators/0/i2c/cages/0: expected a text without NUL", schema},
+        {"a module with an unknown member", module_with(R"("speed": 1)"),
+         "/accelerators/0/i2c/cages/0/speed: unknown member, expected one of module, dump, map, memory, identifier, vendor_name, vendor_pn, vendor_rev, vendor_sn, "
+         "date_code, calibration, flat, low_power_pin, advertises, bias_multiplier, temperature, vcc, rx_power, tx_power, tx_bias, bytes", schema},
+        {"a module of nothing", module_with(""), R"(/accelerators/0/i2c/cages/0: expected a member "map": "sfp", "qsfp" or "cmis")", code},
+        {"a module of an unknown map", module_with(R"("map": "xfp")"), "/accelerators/0/i2c/cages/0/map: expected sfp, qsfp or cmis", schema},
+        {"a dump beside a module", module_with(R"("module": "prototype", "dump": "x")"), "/accelerators/0/i2c/cages/0/dump: expected no dump beside a module", code},
+        {"a map beside a module", module_with(R"("module": "prototype", "map": "sfp")"), "/accelerators/0/i2c/cages/0/map: expected no map beside a module, which has one", code},
+        {"memory beside a module", module_with(R"("module": "prototype", "memory": {})"), "/accelerators/0/i2c/cages/0/memory: expected no memory beside a module or a dump", code},
+        {"a dump that there is not", module_with(R"("dump": "no/such.hex")"), "/accelerators/0/i2c/cages/0/dump: no/such.hex: cannot be read: No such file or directory", code},
+        {"a dump without a name", module_with(R"("dump": "")"), "/accelerators/0/i2c/cages/0/dump: expected the path of a file", code},
+        {"a vendor name of 17 characters", module_with(R"("map": "qsfp", "vendor_name": "12345678901234567")"),
+         R"(/accelerators/0/i2c/cages/0/vendor_name: expected a text, or { "hex": "ff41" } for any bytes, of at most as many as the module has room for, 16 or fewer)", schema},
+        {"a vendor name of 17 bytes", module_with(R"("map": "qsfp", "vendor_name": "123456789012345\u00e4")"), "/accelerators/0/i2c/cages/0/vendor_name: expected at most 16 bytes", code},
+        {"a revision of 3 bytes", module_with(R"("map": "qsfp", "vendor_rev": "A10")"), "/accelerators/0/i2c/cages/0/vendor_rev: expected at most 2 bytes", code},
+        {"a temperature that is too high", module_with(R"("map": "qsfp", "temperature": 128)"), "/accelerators/0/i2c/cages/0/temperature: expected a number from -128 to 127.996", code},
+        {"a temperature that is too low", module_with(R"("map": "sfp", "temperature": -128.01)"), "/accelerators/0/i2c/cages/0/temperature: expected a number from -128 to 127.996", code},
+        {"a negative power", module_with(R"("map": "sfp", "rx_power": -0.1)"), "/accelerators/0/i2c/cages/0/rx_power: expected a number from 0 to 6.5535", code},
+        {"a bias that is too high", module_with(R"("map": "sfp", "tx_bias": 132)"), "/accelerators/0/i2c/cages/0/tx_bias: expected a number from 0 to 131.07", code},
+        {"a bias that is too high for its multiplier", module_with(R"("map": "cmis", "bias_multiplier": 2, "tx_bias": 263)"), "/accelerators/0/i2c/cages/0/tx_bias: expected a number from 0 to 262.14", code},
+        {"a power of dBm", module_with(R"("map": "sfp", "rx_power": "-3 dBm")"), "/accelerators/0/i2c/cages/0/rx_power: expected a number of milliwatts or milliamperes, or a list with one for each lane", schema},
+        {"three lanes of four", module_with(R"("map": "qsfp", "rx_power": [1, 2, 3])"), "/accelerators/0/i2c/cages/0/rx_power: expected a number, or a list of 4, one for each lane", code},
+        {"two lanes of one", module_with(R"("map": "sfp", "rx_power": [1, 2])"), "/accelerators/0/i2c/cages/0/rx_power: expected one number", code},
+        {"a bias multiplier of 3", module_with(R"("map": "cmis", "bias_multiplier": 3)"), "/accelerators/0/i2c/cages/0/bias_multiplier: expected 1, 2 or 4", schema},
+        {"a bias multiplier of a QSFP", module_with(R"("map": "qsfp", "bias_multiplier": 2)"), "/accelerators/0/i2c/cages/0/bias_multiplier: expected no such member for a module of the map qsfp", code},
+        {"an SFP of flat memory", module_with(R"("map": "sfp", "flat": true)"), "/accelerators/0/i2c/cages/0/flat: expected no such member for a module of the map sfp", code},
+        {"a calibrated QSFP", module_with(R"("map": "qsfp", "calibration": "none")"), "/accelerators/0/i2c/cages/0/calibration: expected no such member for a module of the map qsfp", code},
+        {"a byte of the upper page without its page", module_with(R"("map": "qsfp", "bytes": {"128": "00"})"),
+         "/accelerators/0/i2c/cages/0/bytes/128: expected a byte such as 26 of the lower page (0 to 127), or 01:160 of page 01 (128 to 255)", code},
+        {"a byte of the lower page with a page", module_with(R"("map": "qsfp", "bytes": {"00:127": "00"})"),
+         "/accelerators/0/i2c/cages/0/bytes/00:127: expected a byte such as 26 of the lower page (0 to 127), or 01:160 of page 01 (128 to 255)", code},
+        {"byte 256", module_with(R"("map": "sfp", "bytes": {"A0:256": "00"})"), "/accelerators/0/i2c/cages/0/bytes/A0:256: expected a byte of an SFP such as A0:92 or A2:110", code},
+        {"a byte of an SFP's page", module_with(R"("map": "sfp", "bytes": {"00:128": "00"})"), "/accelerators/0/i2c/cages/0/bytes/00:128: expected a byte of an SFP such as A0:92 or A2:110", code},
+        {"bytes past the end of a page", module_with(R"("map": "qsfp", "bytes": {"126": "000000"})"), "/accelerators/0/i2c/cages/0/bytes/126: expected at most 2 bytes, as the page ends there", code},
+        {"memory of an unknown page", module_with(R"("map": "qsfp", "memory": {"upper": ""})"),
+         "/accelerators/0/i2c/cages/0/memory/upper: expected a member of memory to be called lower, or 00 to ff, as a page", code},
+        {"memory of a page of an SFP", module_with(R"("map": "sfp", "memory": {"00": ""})"), "/accelerators/0/i2c/cages/0/memory/00: expected a member of memory to be called A0 or A2, as of an SFP", code},
+        {"too much memory", module_with(R"("map": "qsfp", "memory": {"lower": ")" + repeated("00", 129) + "\"}"), "/accelerators/0/i2c/cages/0/memory/lower: expected at most 128 bytes", code},
 
         // ---- XMC ----
         {"an XMC that is a number", rack_with(R"("xmc": 1)"),

@@ -82,6 +82,19 @@ TEST(expand, a_rack_with_everything_unusual_expands_to_itself)
         R"("xmc": {"card": {"raw": "00FF"}})",
         R"("xmc": {"sensors": {"12V_PEX": [0, 0, 0], "HBM_1V2_I": [1, 2, 3], "PEX_3V_POWER": [4, 5, 6]}})",
         R"("i2c": null)",
+        R"("i2c": {"pins": 0, "mac_eeprom": null, "cages": [], "buses": []})",
+        R"("i2c": {"pins": 32, "mac_eeprom": {"hex": "ff"}, "cages": ["silent", "empty"]})",
+        R"("i2c": {"mac_eeprom": ""}, "model": "bittware_xupp3r")",
+        R"("i2c": {"cages": ["empty", "empty", "empty", "silent", "empty"]}, "model": "bittware_xupp3r")",
+        R"("i2c": {}, "model": "bittware_xupvv8")",
+        R"("i2c": {"cages": ["empty"], "buses": [{"index": 255, "devices": [
+            {"device": "multiplexer", "address": 0, "pin": 31}, {"device": "clock_generator", "address": 127},
+            {"device": "multiplexer", "address": 1, "behind": [0, 255], "pin": null},
+            {"device": "cage", "number": 0, "behind": [1, 1]}, {"device": "cage", "number": 0, "behind": null}]}]})",
+        R"("i2c": {"cages": ["sfp-10g-sr", "qsfpdd-flat"]})",
+        R"("i2c": {"cages": ["sfp-no-diagnostics", {"module": "qsfp-lr4", "low_power_pin": true}]})",
+        R"("i2c": {"cages": [{"map": "cmis", "memory": {}}, {"map": "sfp", "memory": {"A2": "00"}}]})",
+        R"("i2c": {"cages": [{"map": "qsfp", "memory": {"lower": "ff00", "ff": "0001"}}, "silent"]})",
         R"("bmc": {})",
         R"("bmc": {"latency": "never", "silent": true, "boot_image": "backup", "configured_from": "none", "depth": 1, "pieces": [1, 1]})",
         R"("bmc": {"boot_image": 9, "configured_from": "0xFF", "depth": 64, "pieces": null})",
@@ -98,7 +111,9 @@ TEST(expand, a_rack_with_everything_unusual_expands_to_itself)
     };
     for (const std::string& row : rows) {
         SCOPED_TRACE(row);
-        expect_to_expand_to_itself(parse_rack(rack_with(row), "my.json"));
+        expect_to_expand_to_itself(parse_rack(
+            row.find("\"model\"") == std::string::npos ? rack_with(row) : R"({"accelerators": [{)" + row + "}]}",
+            "my.json"));
     }
 }
 

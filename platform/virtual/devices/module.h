@@ -1,0 +1,31 @@
+#ifndef IVRA_VIRTUAL_DEVICES_MODULE_H
+#define IVRA_VIRTUAL_DEVICES_MODULE_H
+
+#include "rack/i2c.h"
+#include "state/mapped_file.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+namespace ivra::virtual_platform {
+
+/// The module in a cage, with the memory that the board remembers. Throws std::system_error.
+module_t remembered(const i2c_t& i2c, std::size_t cage, const mapped_file& file);
+
+/// Whether a module saves power: because its host says so, or because the host leaves it to the pin of its cage. An SFP
+/// and a module of flat memory know no such thing.
+bool saves_power(const module_t& module);
+
+/// The place that a host reaches at a byte of device 0x50, or of 0x51, which is the other half of an SFP.
+std::size_t place_of(const module_t& module, bool is_second_device, std::uint8_t at);
+
+/// A byte as its host reads it.
+std::uint8_t visible_byte(const module_t& module, std::size_t place);
+
+/// What becomes of a byte that its host writes; nothing: it stays as it is.
+std::optional<std::uint8_t> written_byte(const module_t& module, std::size_t place, std::uint8_t value);
+
+} // namespace ivra::virtual_platform
+
+#endif

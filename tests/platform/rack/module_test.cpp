@@ -1,0 +1,298 @@
+#include "bad_racks.h"
+
+#include "rack/dump.h"
+#include "rack/rack.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <numeric>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace ivra::tests {
+
+namespace {
+
+using namespace ivra::virtual_platform;
+using namespace std::string_literals;
+using ::testing::ElementsAre;
+namespace fs = std::filesystem;
+
+/// The module in the first cage, given as JSON.
+module_t module_from(const std::string& json)
+{
+    return parse_rack(rack_with(R"("i2c": {"cages": [)" + json + "]}"), "my.json")
+        .accelerators.at(0)
+        .i2c.cages.at(0)
+        .module.value();
+}
+
+module_t named(const std::string& name)
+{
+    return module_from('"' + name + '"');
+}
+
+/// Bytes of the half, or page, that a block is.
+std::vector<unsigned> bytes_of(const module_t& module, unsigned block, std::size_t first, std::size_t last)
+{
+    std::vector<unsigned> bytes;
+    for (std::size_t at = first; at <= last; ++at)
+        bytes.push_back(module.blocks.at(block).at(at % 128));
+    return bytes;
+}
+
+unsigned sum(const module_t& module, unsigned block, std::size_t first, std::size_t last)
+{
+    const std::vector<unsigned> bytes = bytes_of(module, block, first, last);
+    return std::accumulate(bytes.begin(), bytes.end(), 0U) % 256;
+}
+
+unsigned byte(const module_t& module, unsigned block, std::size_t at)
+{
+    return module.blocks.at(block).at(at % 128);
+}
+
+std::string text(const module_t& module, unsigned block, std::size_t first, std::size_t size)
+{
+    std::string result;
+    for (std::size_t at = first; at < first + size; ++at)
+        result += static_cast<char>(module.blocks.at(block).at(at % 128));
+    return result;
+}
+
+std::set<std::string> module_names()
+{
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator{IVRA_RACKS "/modules"})
+        names.insert(entry.path().stem());
+    return names;
+}
+
+void expect_right_checksums(const module_t& module)
+{
+    switch (module.map) {
+    case memory_map_t::sfp: // SFF-8472: CC_BASE, CC_EXT, and CC_DMI of A2h
+        EXPECT_EQ(byte(module, 0, 63), sum(module, 0, 0, 62));
+        EXPECT_EQ(byte(module, 0, 95), sum(module, 0, 64, 94));
+        if (module.blocks.contains(2)) {
+            EXPECT_EQ(byte(module, 2, 95), sum(module, 2, 0, 94));
+        }
+        break;
+    case memory_map_t::qsfp: // SFF-8636: CC_BASE and CC_EXT
+        EXPECT_EQ(byte(module, 1, 191), sum(module, 1, 128, 190));
+        EXPECT_EQ(byte(module, 1, 223), sum(module, 1, 192, 222));
+        break;
+    case memory_map_t::cmis: // pages 00h, 01h and 02h
+        EXPECT_EQ(byte(module, 1, 222), sum(module, 1, 128, 221));
+        if (module.blocks.contains(2)) {
+            EXPECT_EQ(byte(module, 2, 255), sum(module, 2, 130, 254));
+        }
+        if (module.blocks.contains(3)) {
+            EXPECT_EQ(byte(module, 3, 255), sum(module, 3, 128, 254));
+        }
+        break;
+    }
+}
+
+} // namespace
+
+TEST(modules, that_come_with_the_platform_have_right_checksums_and_a_vendor)
+{
+    const std::set<std::string> names = module_names();
+    EXPECT_GE(names.size(), 12U);
+    for (const std::string& name : names) {
+        SCOPED_TRACE(name);
+        const module_t module = named(name);
+        expect_right_checksums(module);
+        const auto [block, at] = module.map == memory_map_t::sfp    ? std::pair{0U, 20U}
+                                 : module.map == memory_map_t::qsfp ? std::pair{1U, 148U}
+                                                                    : std::pair{1U, 129U};
+        EXPECT_THAT(text(module, block, at, 16), ::testing::MatchesRegex("[A-Z][A-Z0-9 -]{15}"));
+        if (module.map != memory_map_t::sfp) {
+            EXPECT_EQ(byte(module, 1, 128), byte(module, 0, 0)) << "the identifier comes twice";
+        }
+    }
+}
+
+TEST(modules, of_the_platform_are_what_they_are_called)
+{
+    struct row_t
+    {
+        const char* name;
+        memory_map_t map;
+        unsigned identifier;
+    };
+    using enum memory_map_t;
+    const row_t rows[] = {
+        {"sfp-10g-sr", sfp, 0x03},         {"sfp-10g-lr", sfp, 0x03},
+        {"sfp-no-diagnostics", sfp, 0x03}, {"sfp-external-calibration", sfp, 0x03},
+        {"sfp-dark-receiver", sfp, 0x03},  {"qsfp-lr4", qsfp, 0x0d},
+        {"qsfp28-sr4", qsfp, 0x11},        {"qsfp28-copper", qsfp, 0x11},
+        {"qsfpdd-dr4", cmis, 0x18},        {"qsfpdd-zr", cmis, 0x18},
+        {"qsfpdd-copper", cmis, 0x18},     {"qsfpdd-flat", cmis, 0x18},
+        {"qsfp-plus-cmis", cmis, 0x1e},    {"prototype", qsfp, 0x7a},
+    };
+    for (const row_t& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(named(row.name).map, row.map);
+        EXPECT_EQ(byte(named(row.name), 0, 0), row.identifier);
+    }
+    EXPECT_EQ(module_names().size(), std::size(rows));
+    EXPECT_EQ(byte(named("sfp-10g-sr"), 0, 92) & 0x70U, 0x60U) << "digital diagnostics, internally calibrated";
+    EXPECT_EQ(byte(named("sfp-external-calibration"), 0, 92) & 0x70U, 0x50U);
+    EXPECT_EQ(byte(named("sfp-no-diagnostics"), 0, 92) & 0x70U, 0x00U);
+    EXPECT_THAT(bytes_of(named("sfp-dark-receiver"), 2, 104, 105), ElementsAre(0, 0));
+    EXPECT_EQ(byte(named("qsfpdd-zr"), 2, 160) >> 3U & 3U, 2U) << "bias times 4";
+    EXPECT_THAT(bytes_of(named("qsfpdd-copper"), 2, 159, 160), ElementsAre(0, 0));
+    EXPECT_EQ(byte(named("qsfpdd-flat"), 0, 2) & 0x80U, 0x80U);
+    EXPECT_EQ(named("qsfpdd-flat").blocks.size(), 2U);
+}
+
+TEST(modules, made_from_nothing_have_an_identity_checksums_and_monitors)
+{
+    for (const char* map : {"sfp", "qsfp", "cmis"}) {
+        SCOPED_TRACE(map);
+        const module_t module = module_from(R"({"map": ")"s + map + "\"}");
+        expect_right_checksums(module);
+    }
+    EXPECT_EQ(text(module_from(R"({"map": "cmis"})"), 1, 129, 16), "VIRTUAL         ");
+    EXPECT_EQ(byte(module_from(R"({"map": "cmis"})"), 2, 160), 0x07U);
+    EXPECT_EQ(module_from(R"({"map": "sfp", "calibration": "none"})").blocks.size(), 2U) << "A2h is not there";
+}
+
+TEST(modules, each_text_has_its_place_and_is_filled_with_spaces)
+{
+    const std::string members =
+        R"("vendor_name": "NAME", "vendor_pn": "PN", "vendor_rev": "R", "vendor_sn": "SN", "date_code": "260131"})";
+    const auto texts = [&](const std::string& map, unsigned block,
+                           std::vector<std::pair<std::size_t, std::size_t>> at) {
+        const module_t module = module_from(R"({"map": ")" + map + "\", " + members);
+        expect_right_checksums(module);
+        std::string result;
+        for (const auto& [first, size] : at)
+            result += text(module, block, first, size) + '|';
+        return result;
+    };
+    const std::string tail = "SN              |260131  |";
+    const std::string head = "NAME            |PN              |";
+    EXPECT_EQ(texts("sfp", 0, {{20, 16}, {40, 16}, {56, 4}, {68, 16}, {84, 8}}), head + "R   |" + tail);
+    EXPECT_EQ(texts("qsfp", 1, {{148, 16}, {168, 16}, {184, 2}, {196, 16}, {212, 8}}), head + "R |" + tail);
+    EXPECT_EQ(texts("cmis", 1, {{129, 16}, {148, 16}, {164, 2}, {166, 16}, {182, 8}}), head + "R |" + tail);
+}
+
+TEST(modules, a_checksum_follows_unless_it_was_wrong_or_is_spelt_out)
+{
+    expect_right_checksums(
+        module_from(R"({"module": "qsfp28-sr4", "vendor_name": "OTHER", "bytes": {"00:200": "ff"}})"));
+    const module_t spelt =
+        module_from(R"({"module": "qsfp28-sr4", "vendor_name": "OTHER", "bytes": {"00:191": "00"}})");
+    EXPECT_EQ(byte(spelt, 1, 191), 0U);
+    EXPECT_EQ(byte(spelt, 1, 223), sum(spelt, 1, 192, 222));
+    const module_t wrong = module_from(R"({"map": "qsfp", "memory": {"00": "11"}, "vendor_sn": "X"})");
+    EXPECT_EQ(byte(wrong, 1, 191), 0U) << "was 0 where 0x11 is right";
+    EXPECT_EQ(byte(wrong, 1, 223), sum(wrong, 1, 192, 222)) << "was right";
+}
+
+TEST(modules, a_value_becomes_the_nearest_raw_one)
+{
+    const auto vcc = [](const std::string& value) {
+        return bytes_of(module_from(R"({"map": "qsfp", "vcc": )" + value + "}"), 0, 26, 27);
+    };
+    EXPECT_THAT(vcc("3.3055"), ElementsAre(0x81, 0x1f)); // 33055
+    EXPECT_THAT(vcc("3.30554"), ElementsAre(0x81, 0x1f));
+    EXPECT_THAT(vcc("3.30556"), ElementsAre(0x81, 0x20));
+    EXPECT_THAT(vcc("0"), ElementsAre(0, 0));
+    EXPECT_THAT(vcc("6.5535"), ElementsAre(0xff, 0xff));
+    const auto temperature = [](const std::string& value) {
+        return bytes_of(module_from(R"({"map": "sfp", "temperature": )" + value + "}"), 2, 96, 97);
+    };
+    EXPECT_THAT(temperature("-0.5"), ElementsAre(0xff, 0x80));
+    EXPECT_THAT(temperature("-128"), ElementsAre(0x80, 0x00));
+    EXPECT_THAT(temperature("127.99609375"), ElementsAre(0x7f, 0xff));
+    for (const auto& [multiplier, raw] : {std::pair{"1", 4000U}, {"2", 2000U}, {"4", 1000U}}) {
+        const module_t module = module_from(R"({"map": "cmis", "tx_bias": 8, "bias_multiplier": )"s + multiplier + "}");
+        EXPECT_THAT(bytes_of(module, 0x12, 170, 171), ElementsAre(raw / 256, raw % 256)) << multiplier;
+    }
+}
+
+// ---- dumps ----
+
+namespace {
+
+std::string dump_error(const std::string& dump)
+{
+    try {
+        parse_dump(dump, "my.hex");
+    } catch (const rack_error& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+std::vector<unsigned> dumped(const std::string& dump, unsigned block, std::size_t count)
+{
+    const auto blocks = parse_dump(dump, "my.hex");
+    return {blocks.at(block).begin(), blocks.at(block).begin() + static_cast<std::ptrdiff_t>(count)};
+}
+
+} // namespace
+
+TEST(dump, is_read_as_several_programs_write_it)
+{
+    const char* const same[] = {
+        "00000000  03 04 07 10 00 00 00 00  00 00 00 06 67 00 00 00  |............g...|\n00000010  de ad\n", // hexdump
+                                                                                                             // -C
+        "Offset\t\tValues\n------\t\t------\n0x0000:\t\t03 04 07 10 00 00 00 00 00 00 00 06 67 00 00 00\n"
+        "0x0010:\t\tde ad\n",                                                                        // ethtool -m
+        "00000000: 0304 0710 0000 0000 0000 0006 6700 0000  ............g...\n00000010: dead  ..\n", // xxd, but for
+                                                                                                     // ".."
+        "03 04 07 10 00 00 00 00 00 00 00 06 67 00 00 00 de ad",
+        "# a comment\r\n030407100000000000000006 67000000 # the first bytes\r\ndead\r\n",
+        "10: DE AD\n00: 03 04 07 10 00 00 00 00 00 00 00 06 67 00 00 00 is text\n",
+    };
+    for (std::string text : same) {
+        if (const std::size_t at = text.find("  ..\n"); at != std::string::npos)
+            text.replace(at, 4, " |..");
+        SCOPED_TRACE(text);
+        EXPECT_THAT(dumped(text, 0, 18), ElementsAre(3, 4, 7, 0x10, 0, 0, 0, 0, 0, 0, 0, 6, 0x67, 0, 0, 0, 0xde, 0xad));
+    }
+}
+
+TEST(dump, an_address_leads_to_a_page_and_a_star_repeats_the_line_before_it)
+{
+    const auto blocks = parse_dump("0x0900: aa bb\n0x8070: 01 02\n*\n0x8080:\n", "my.hex");
+    EXPECT_EQ(blocks.size(), 2U);
+    EXPECT_EQ(blocks.at(0x12).at(1), 0xbb) << "page 11h";
+    EXPECT_EQ(blocks.at(256).at(112), 0x01) << "page ffh";
+    EXPECT_EQ(blocks.at(256).at(126), 0x01);
+    EXPECT_EQ(blocks.at(256).at(127), 0x02);
+}
+
+TEST(dump, a_mistake_is_said_with_its_line)
+{
+    const std::pair<const char*, const char*> rows[] = {
+        {"", "my.hex: expected a hexadecimal dump, but there is no byte in it"},
+        {"# nothing\n", "my.hex: expected a hexadecimal dump, but there is no byte in it"},
+        {"00 01\n02 3\n", "my.hex: line 2: expected an address and pairs of hexadecimal digits"},
+        {"{\"map\": 1}", "my.hex: line 1: expected an address and pairs of hexadecimal digits"},
+        {"00: 01 xy", "my.hex: line 1: expected an address and pairs of hexadecimal digits"},
+        {"\n0x8081: 00", "my.hex: line 2: expected an address of at most 0x8080"},
+        {"0xffffffffffffffffff: 00", "my.hex: line 1: expected an address of at most 0x8080"},
+        {"0x807f: 00 01", "my.hex: line 1: expected no more than 257 blocks of 128 bytes"},
+    };
+    for (const auto& [dump, error] : rows)
+        EXPECT_EQ(dump_error(dump), error) << dump;
+}
+
+TEST(dump, every_truncation_is_a_module_or_a_mistake_and_nothing_worse)
+{
+    const std::string dump = "Offset\t\tValues\n0x0000:\t\t03 04 | x\n*\n00000080  ff # y\n0x8070: 1122\r\n";
+    for (std::size_t length = 0; length <= dump.size(); ++length)
+        EXPECT_THAT(dump_error(dump.substr(0, length)), ::testing::AnyOf("no error", ::testing::StartsWith("my.hex: ")))
+            << length;
+}
+
+} // namespace ivra::tests
