@@ -1,5 +1,6 @@
 #include "state/bmc_memory.h"
 
+#include <algorithm>
 #include <bit>
 #include <type_traits>
 
@@ -36,26 +37,22 @@ bool makes_sense(const bmc_memory_t& memory)
 
 } // namespace
 
-std::uint8_t bmc_file::current() const
+bmc_memory_t bmc_file::read()
 {
-    std::array<std::uint8_t, 1> number{};
-    file_.read(0, number);
-    return number[0] & 1U;
-}
-
-bmc_memory_t bmc_file::read() const
-{
-    bytes_t bytes{};
-    file_.read(copy_at(current()), bytes);
-    const auto memory = std::bit_cast<bmc_memory_t>(bytes);
+    std::array<std::uint8_t, file_size> bytes{}; // all in one go: looking for what a file holds is what takes time
+    file_.read(0, bytes);
+    current_ = bytes[0] & 1U;
+    bytes_t copy{};
+    std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(copy_at(current_)), copy.size(), copy.begin());
+    const auto memory = std::bit_cast<bmc_memory_t>(copy);
     return makes_sense(memory) ? memory : bmc_memory_t{};
 }
 
 void bmc_file::write(const bmc_memory_t& memory)
 {
-    const auto next = static_cast<std::uint8_t>(current() ^ 1U);
-    file_.write(copy_at(next), std::bit_cast<bytes_t>(memory));
-    file_.write(0, std::array{next});
+    current_ ^= 1U;
+    file_.write(copy_at(current_), std::bit_cast<bytes_t>(memory));
+    file_.write(0, std::array{current_});
 }
 
 } // namespace ivra::virtual_platform

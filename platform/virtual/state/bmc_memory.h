@@ -61,17 +61,17 @@ public:
 
     explicit bmc_file(mapped_file file) : file_{std::move(file)} {}
 
-    /// Nonsense reads as the state at the start. Each throws std::system_error.
-    bmc_memory_t read() const;
+    /// Nonsense reads as the state at the start. What is written was read under the same lock. Each throws
+    /// std::system_error.
+    bmc_memory_t read();
     void write(const bmc_memory_t& memory);
 
     /// Keeps other processes from taking it, for what has to be read and changed in one go.
     file_lock lock() { return file_lock{file_}; }
 
 private:
-    std::uint8_t current() const;
-
     mapped_file file_;
+    std::uint8_t current_ = 0; // which of the two copies counts
 };
 
 } // namespace ivra::virtual_platform

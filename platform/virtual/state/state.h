@@ -63,7 +63,6 @@ public:
 
     /// What its BMC remembers.
     bmc_file& bmc() { return bmc_; }
-    const bmc_file& bmc() const { return bmc_; }
 
     /// What is on the buses of its I2C controllers, as places_of() says; the lock of the registers is for it, too.
     mapped_file& i2c() { return i2c_; }

@@ -159,7 +159,7 @@ std::string code_text(std::span<const code_name_t> names, std::uint8_t code)
     return "0x" + hex_pair(code);
 }
 
-std::vector<std::string> bmc_lines(const std::optional<bmc_t>& config, const std::optional<board_state>& state)
+std::vector<std::string> bmc_lines(const std::optional<bmc_t>& config, std::optional<board_state>& state)
 {
     if (!config)
         return {};
@@ -196,7 +196,7 @@ std::string state_text(const rack_t& rack, const accelerator_t& accelerator, con
 void show_accelerator(const rack_t& rack, std::size_t index)
 {
     const accelerator_t& accelerator = rack.accelerators.at(index);
-    const auto state = board_state::open_existing(rack, accelerator);
+    auto state = board_state::open_existing(rack, accelerator);
 
     std::string text = std::to_string(index) + "  " + printable(accelerator.name.value_or("(no name)")) + '\n';
     text += field("Model", {printable(accelerator.model)});

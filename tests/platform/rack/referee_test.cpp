@@ -155,8 +155,10 @@ TEST_F(bmc_referee, a_server_that_waits_for_a_slow_bmc_ends_at_once)
     const fs::path rack =
         file("slow.json", R"({"accelerators": [{"model": "ivra_fpb2", "bmc": {"latency": "999 s"}}]})");
     server bmc{rack, "0", state};
-    std::ofstream{bmc.device} << "[180001]\r\n" << std::flush;
+    const int line = ::open(bmc.device.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_EQ(::write(line, "[180001]\r\n", 10), 10);
     ::usleep(100'000);
+    ::close(line);
     EXPECT_EQ(bmc.end(SIGTERM), 0);
 }
 

@@ -249,7 +249,7 @@ TEST_F(tool, show_tells_which_boot_image_a_bmc_has_now)
     EXPECT_THAT(before, HasSubstr("   BMC            silent, boot image 0x09, configured from backup\n"
                                   "                  FRU of 1 raw byte\n                  0 sensors\n"));
     use_board(rack, 0, [](vp::board_state& board) {
-        vp::bmc_memory_t memory;
+        vp::bmc_memory_t memory = board.bmc().read();
         memory.boot_image_chosen = 1;
         memory.boot_image = 1;
         board.bmc().write(memory);
