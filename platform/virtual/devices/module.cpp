@@ -72,6 +72,11 @@ bool is_of_transmitter(const module_t& module, std::size_t place)
     return is_within(place, upper(lane_page, 154), upper(lane_page, 185)); // power and bias
 }
 
+bool saves_power(const module_t& module)
+{
+    return power_mode_of(module) == power_mode_t::low;
+}
+
 /// A module of power class 1 need not switch anything off.
 bool transmitters_are_off(const module_t& module)
 {
@@ -94,18 +99,20 @@ module_t remembered(const i2c_t& i2c, std::size_t cage, const mapped_file& file)
     return module;
 }
 
-bool saves_power(const module_t& module)
+power_mode_t power_mode_of(const module_t& module)
 {
+    if (module.map == memory_map_t::sfp || (module.map == memory_map_t::cmis && is_flat(module)))
+        return power_mode_t::none;
+    bool is_low = false;
     if (module.map == memory_map_t::qsfp) {
         const std::uint8_t control = module.byte(qsfp_power_control);
-        return (control & qsfp_override) != 0 ? (control & qsfp_low_power) != 0 : module.low_power_pin;
-    }
-    if (module.map == memory_map_t::cmis && !is_flat(module)) {
+        is_low = (control & qsfp_override) != 0 ? (control & qsfp_low_power) != 0 : module.low_power_pin;
+    } else {
         const std::uint8_t control = module.byte(cmis_control);
-        return (control & cmis_low_power_by_software) != 0 ||
-               ((control & cmis_low_power_by_pin) != 0 && module.low_power_pin);
+        is_low = (control & cmis_low_power_by_software) != 0 ||
+                 ((control & cmis_low_power_by_pin) != 0 && module.low_power_pin);
     }
-    return false;
+    return is_low ? power_mode_t::low : power_mode_t::high;
 }
 
 std::size_t place_of(const module_t& module, bool is_second_device, std::uint8_t at)

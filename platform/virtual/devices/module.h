@@ -13,9 +13,15 @@ namespace ivra::virtual_platform {
 /// The module in a cage, with the memory that the board remembers. Throws std::system_error.
 module_t remembered(const i2c_t& i2c, std::size_t cage, const mapped_file& file);
 
-/// Whether a module saves power: because its host says so, or because the host leaves it to the pin of its cage. An SFP
-/// and a module of flat memory know no such thing.
-bool saves_power(const module_t& module);
+enum class power_mode_t
+{
+    none, ///< an SFP, or a module of flat memory: it knows no such thing
+    high,
+    low
+};
+
+/// The host decides whether a module saves power, or leaves it to the pin of its cage.
+power_mode_t power_mode_of(const module_t& module);
 
 /// The place that a host reaches at a byte of device 0x50, or of 0x51, which is the other half of an SFP.
 std::size_t place_of(const module_t& module, bool is_second_device, std::uint8_t at);

@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <optional>
-#include <string_view>
+#include <span>
+#include <string>
 
 namespace ivra::virtual_platform {
 
@@ -38,6 +38,19 @@ struct module_t
 };
 
 inline constexpr std::size_t last_block = 256; ///< page FFh
+
+/// Where a text lies in a module, and what a rack calls it. It is filled with spaces.
+struct text_field_t
+{
+    const char* member;
+    std::size_t place, size;
+};
+
+/// The texts of a module: first the vendor's name, then its part number.
+std::span<const text_field_t> text_fields(memory_map_t map);
+
+/// A text without what fills it at its end.
+std::string text_of(const module_t& module, const text_field_t& field);
 
 /// The place of byte `offset`, 128 to 255, of an upper page.
 constexpr std::size_t upper(std::size_t page, std::size_t offset)

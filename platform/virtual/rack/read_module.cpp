@@ -19,12 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct text_field_t
-{
-    const char* member;
-    std::size_t place, size;
-};
-
 /// Where a 16-bit monitor of every lane lies.
 struct monitor_t
 {
@@ -52,16 +46,6 @@ constexpr double milliwatts = 0.0001;  // 0.1 uW
 constexpr double milliamperes = 0.002; // 2 uA
 
 // clang-format off
-constexpr text_field_t sfp_texts[] = { // SFF-8472, table 4-1
-    {"vendor_name", 20, 16}, {"vendor_pn", 40, 16}, {"vendor_rev", 56, 4}, {"vendor_sn", 68, 16}, {"date_code", 84, 8},
-};
-constexpr text_field_t qsfp_texts[] = { // SFF-8636, table 6-14
-    {"vendor_name", 148, 16}, {"vendor_pn", 168, 16}, {"vendor_rev", 184, 2}, {"vendor_sn", 196, 16}, {"date_code", 212, 8},
-};
-constexpr text_field_t cmis_texts[] = { // CMIS, page 00h
-    {"vendor_name", 129, 16}, {"vendor_pn", 148, 16}, {"vendor_rev", 164, 2}, {"vendor_sn", 166, 16}, {"date_code", 182, 8},
-};
-
 constexpr monitor_t sfp_monitors[] = { // SFF-8472, table 9-11
     {"temperature", a2(96),  celsius,      1, true,  false, 32.5},
     {"vcc",         a2(98),  volts,        1, false, false, 3.3},
@@ -99,15 +83,14 @@ struct map_row_t
     std::uint8_t identifier;
     std::size_t flat_byte;
     std::uint8_t flat_bit; ///< 0: there is no such thing
-    std::span<const text_field_t> texts;
     std::span<const monitor_t> monitors;
     std::span<const checksum_t> checksums;
 };
 
 constexpr map_row_t maps[] = {
-    {"sfp",  memory_map_t::sfp,  0x03, 0, 0x00, sfp_texts,  sfp_monitors,  sfp_checksums},
-    {"qsfp", memory_map_t::qsfp, 0x11, 2, 0x04, qsfp_texts, qsfp_monitors, qsfp_checksums},
-    {"cmis", memory_map_t::cmis, 0x18, 2, 0x80, cmis_texts, cmis_monitors, cmis_checksums},
+    {"sfp",  memory_map_t::sfp,  0x03, 0, 0x00, sfp_monitors,  sfp_checksums},
+    {"qsfp", memory_map_t::qsfp, 0x11, 2, 0x04, qsfp_monitors, qsfp_checksums},
+    {"cmis", memory_map_t::cmis, 0x18, 2, 0x80, cmis_monitors, cmis_checksums},
 };
 
 /// What a CMIS module says that it measures: page 01h, bytes 159 and 160.
@@ -240,13 +223,18 @@ std::set<std::size_t> read_bytes(const node_t& node, module_t& module)
 
 // ---- named fields ----
 
+void set_text(module_t& module, const text_field_t& field, std::string_view text)
+{
+    for (std::size_t at = 0; at < field.size; ++at)
+        module.set_byte(field.place + at, at < text.size() ? static_cast<std::uint8_t>(text[at]) : std::uint8_t{' '});
+}
+
 void read_text_field(const node_t& node, const text_field_t& field, module_t& module)
 {
     const std::string text = read_text(node);
     if (text.size() > field.size)
         node.expected("at most " + std::to_string(field.size) + " bytes");
-    for (std::size_t at = 0; at < field.size; ++at)
-        module.set_byte(field.place + at, at < text.size() ? static_cast<std::uint8_t>(text[at]) : std::uint8_t{' '});
+    set_text(module, field, text);
 }
 
 void set_bits(module_t& module, std::size_t place, std::uint8_t mask, std::uint8_t value)
@@ -334,10 +322,9 @@ void set_defaults(const node_t& node, module_t& module)
     const map_row_t& row = row_of(module.map);
     module.set_byte(identifier_place, row.identifier);
     constexpr std::string_view defaults[] = {"VIRTUAL", "VT-0000", "A", "VRT000000001", "260101"};
-    for (std::size_t field = 0; field < row.texts.size(); ++field)
-        for (std::size_t at = 0; at < row.texts[field].size; ++at)
-            module.set_byte(row.texts[field].place + at,
-                            static_cast<std::uint8_t>(at < defaults[field].size() ? defaults[field][at] : ' '));
+    const std::span<const text_field_t> texts = text_fields(module.map);
+    for (std::size_t field = 0; field < texts.size(); ++field)
+        set_text(module, texts[field], defaults[field]);
     constexpr std::uint8_t paged_identifier = 128; // repeats byte 0
     constexpr std::uint8_t sfp_by_two_wire = 0x04;
     constexpr std::uint8_t interrupt_not_asserted = 0x02;
@@ -394,7 +381,7 @@ void read_fields(const node_t& node, module_t& module, bool is_new)
         if (module.map != memory_map_t::sfp)
             module.set_byte(block_size, module.byte(identifier_place));
     }
-    for (const text_field_t& field : row.texts)
+    for (const text_field_t& field : text_fields(module.map))
         if (const auto text = node.member(field.member))
             read_text_field(*text, field, module);
     read_map_fields(node, module);

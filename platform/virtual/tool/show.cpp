@@ -2,6 +2,8 @@
 #include "output.h"
 
 #include "devices/bmc.h"
+#include "devices/i2c.h"
+#include "devices/module.h"
 #include "devices/xmc.h"
 #include "rack/defaults.h"
 #include "rack/open_errors.h"
@@ -65,9 +67,9 @@ std::size_t digits_of(std::uint64_t value)
     return hex_text(value).size() - 2;
 }
 
-std::string count_text(std::size_t count, const std::string& thing)
+std::string count_text(std::size_t count, const std::string& thing, const std::string& plural = "s")
 {
-    return std::to_string(count) + ' ' + thing + (count == 1 ? "" : "s");
+    return std::to_string(count) + ' ' + thing + (count == 1 ? "" : plural);
 }
 
 std::vector<std::string> mac_address_lines(const std::vector<std::array<std::uint8_t, 6>>& addresses)
@@ -175,6 +177,43 @@ std::vector<std::string> bmc_lines(const std::optional<bmc_t>& config, std::opti
             count_text(config->sensors.size(), "sensor")};
 }
 
+std::vector<std::string> i2c_lines(const accelerator_t& accelerator, const std::optional<board_state>& state)
+{
+    if (std::ranges::find(accelerator.cores, hardware_ids::i2c, &core_t::hardware_id) == accelerator.cores.end())
+        return {};
+    const i2c_t& i2c = accelerator.i2c;
+    std::vector<std::string> lines{count_text(i2c.buses.size(), "bus", "es") + ", " + count_text(i2c.pins, "pin")};
+    if (i2c.pins != 0)
+        lines.back() += ": " + hex_text(state ? control_pins(i2c, *state) : 0);
+    if (i2c.mac_eeprom)
+        lines.push_back("EEPROM with " + printable(*i2c.mac_eeprom));
+    return lines;
+}
+
+/// "NORTHLIGHT NL-Q28-SR4, high power"
+std::string module_text(const module_t& module)
+{
+    constexpr const char* powers[] = {"", ", high power", ", low power"};
+    const std::span<const text_field_t> texts = text_fields(module.map);
+    const std::string name = text_of(module, texts[0]) + ' ' + text_of(module, texts[1]);
+    return (name == " " ? "(unnamed)" : printable(name)) + powers[static_cast<std::size_t>(power_mode_of(module))];
+}
+
+std::vector<std::string> cage_lines(const i2c_t& i2c, const std::optional<board_state>& state)
+{
+    std::vector<std::string> lines;
+    for (std::size_t number = 0; number < i2c.cages.size(); ++number) {
+        const cage_t& cage = i2c.cages[number];
+        std::string line = padded(std::to_string(number), 2) + ' ';
+        if (cage.module)
+            line += module_text(state ? remembered(i2c, number, state->i2c()) : *cage.module);
+        else
+            line += cage.acknowledges ? "empty" : "empty, does not acknowledge";
+        lines.push_back(line);
+    }
+    return lines;
+}
+
 std::string temperature_text(double celsius)
 {
     char text[32];
@@ -211,6 +250,8 @@ void show_accelerator(const rack_t& rack, std::size_t index)
     if (accelerator.mmios != 1)
         text += field("MMIO spaces", {std::to_string(accelerator.mmios)});
     text += field("Cores", core_lines(accelerator.cores));
+    text += field("I2C", i2c_lines(accelerator, state));
+    text += field("Cages", cage_lines(accelerator.i2c, state));
     text += field("BMC", bmc_lines(accelerator.bmc, state));
     text += field("XMC", xmc_lines(accelerator, state));
     text += field("State", {state_text(rack, accelerator, state)});

@@ -104,6 +104,23 @@ TEST(schema, an_independent_validator_refuses_what_we_refuse_by_the_schema_and_n
     fs::remove_all(folder);
 }
 
+TEST(schema, an_independent_validator_takes_every_module_that_comes_with_it)
+{
+    std::string name = fs::temp_directory_path() / "rack-tests-XXXXXX";
+    const fs::path folder = ::mkdtemp(name.data());
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::directory_iterator{IVRA_RACKS "/modules"}) {
+        files.push_back(folder / entry.path().filename());
+        std::ofstream{files.back()} << R"({"accelerators": [{"model": "a", "i2c": {"cages": [)"
+                                    << std::ifstream{entry.path()}.rdbuf() << "]}}]}";
+    }
+    ASSERT_GE(files.size(), 12U);
+    const std::vector<std::string> results = verdicts(files);
+    for (std::size_t at = 0; at < files.size(); ++at)
+        EXPECT_EQ(results[at], "good") << files[at];
+    fs::remove_all(folder);
+}
+
 TEST(schema, every_part_of_it_says_what_is_expected_there)
 {
     const run_t run = run_program("/usr/bin/python3", {"-c", wording, schema_file});

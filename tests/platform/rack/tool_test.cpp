@@ -1,6 +1,7 @@
 #include "bad_racks.h"
 
 #include "devices/device.h"
+#include "devices/i2c.h"
 #include "rack/rack.h"
 #include "state/state.h"
 #include "support/process.h"
@@ -104,6 +105,9 @@ std::string shown_boards(const std::string& first_flash_line_end, const std::str
                   0x010000 - 0x010fff  16   flash controller
                   0x020000 - 0x020fff  32   I2C controller
                   0x100000 - 0x12ffff  475  card management controller
+   I2C            1 bus, 8 pins: 0x0
+   Cages          0  empty
+                  1  empty
    XMC            in reset
                   VIRTUAL U200, serial VRT0200A0001
    State          )" +
@@ -255,6 +259,41 @@ TEST_F(tool, show_tells_which_boot_image_a_bmc_has_now)
         board.bmc().write(memory);
     });
     EXPECT_THAT(run({"show", rack}).out, HasSubstr(shown("backup")));
+}
+
+TEST_F(tool, show_tells_what_is_in_the_cages_and_how_much_power_it_takes)
+{
+    const fs::path rack = file("rack.json", R"({"accelerators": [{"model": "bittware_xupp3r", "i2c": {
+        "pins": 3, "mac_eeprom": "MAC=02:00:00:00:30:00",
+        "cages": ["qsfp28-sr4", "silent", {"module": "qsfpdd-dr4", "vendor_name": "A\u001b[2J", "low_power_pin": true},
+                  "empty", "sfp-10g-sr", {"map": "sfp", "memory": {}}, "qsfpdd-flat"]}}]})");
+    const auto shown = [](const std::string& pins, const std::string& first, const std::string& third) {
+        return "   I2C            6 buses, 3 pins: " + pins +
+               "\n                  EEPROM with MAC=02:00:00:00:30:00\n"
+               "   Cages          0  NORTHLIGHT NL-Q28-SR4, " +
+               first +
+               " power\n                  1  empty, does not acknowledge\n"
+               "                  2  A\\x1b[2J AP-QDD-DR4, " +
+               third +
+               " power\n                  3  empty\n                  4  NORTHLIGHT NL-S10-SR85\n"
+               "                  5  (unnamed)\n                  6  COPPERMOOR CM-QDD-PC05\n"
+               "                  7  empty\n";
+    };
+    EXPECT_THAT(run({"show", rack}).out, HasSubstr(shown("0x0", "high", "low")));
+    const run_t host = run_in_child([&] {
+        ::setenv("IVRA_VIRTUAL_STATE", state.c_str(), 1);
+        const vp::rack_t loaded = vp::load_rack(rack);
+        const vp::i2c_t& i2c = loaded.accelerators.at(0).i2c;
+        vp::board_state board = vp::board_state::open(loaded, loaded.accelerators.at(0));
+        vp::set_control_pins(i2c, board, 5);
+        const auto write = [&](std::size_t bus, std::vector<std::uint8_t> bytes) {
+            vp::i2c_bus{i2c, i2c.buses.at(bus), board}.transfer(0x50, bytes, {}, vp::device_now());
+        };
+        write(1, {93, 0x03});
+        write(3, {26, 0x00});
+    });
+    ASSERT_EQ(host.status, 0) << host.err;
+    EXPECT_THAT(run({"show", rack}).out, HasSubstr(shown("0x5", "low", "high")));
 }
 
 TEST_F(tool, show_tells_that_a_changed_board_starts_anew)
