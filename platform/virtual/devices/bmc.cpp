@@ -271,7 +271,7 @@ void bmc::take_byte(std::uint8_t byte, device_time at)
         memory_.message.at(memory_.message_size++) = byte;
 }
 
-/// The frame of a request is complete; the line it takes answers from was dropped by nobody.
+/// The frame of a request is complete: queues what the line will bring.
 void bmc::answer_frame(device_time at)
 {
     const auto answer = take(text_of(bytes_t{memory_.message}.first(memory_.message_size)));

@@ -10,6 +10,9 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace ivra::virtual_platform {
 

@@ -166,7 +166,7 @@ Value fru_value(const bmc_fru_t& fru, allocator_t& allocator)
 Value bmc_sensor_value(const bmc_sensor_t& sensor, allocator_t& allocator)
 {
     Value object{rapidjson::kObjectType};
-    const auto code = [&](rapidjson::Value::StringRefType name, std::span<const code_name_t> names,
+    const auto code = [&](const rapidjson::Value::StringRefType& name, std::span<const code_name_t> names,
                           std::uint8_t value) {
         object.AddMember(name, code_value(names, value, false, allocator), allocator);
     };

@@ -158,11 +158,11 @@ void serve_bmc(const rack_t& rack, const std::string& name)
     if (!print(terminal.name + '\n'))
         return; // nobody would know where to look for it
 
-    /// What it says to a request, in the same form, after its time; nothing when it says nothing.
+    // What it says to a request, and when; nothing when it says nothing.
     const auto ask = [&](const std::string& request) {
         const file_lock lock = state.bmc().lock();
         bmc_memory_t memory = state.bmc().read();
-        const auto answer = bmc{*accelerator.bmc, memory}.take(request);
+        auto answer = bmc{*accelerator.bmc, memory}.take(request);
         state.bmc().write(memory);
         return answer;
     };
