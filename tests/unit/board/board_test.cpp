@@ -288,5 +288,99 @@ TEST(card_addresses, of_the_legacy_scheme_are_counted_from_the_first_slot_that_i
               "system error: mac_address::mac_address(): Invalid argument");
 }
 
+/// What an action on the I2C controller of an XUPP3R says; `i2c` is what the rack says of it.
+std::string on_i2c(const std::string& i2c, const std::string& faults,
+                   const std::function<std::string(v6::i2c::i2c&)>& action)
+{
+    tests::rack_t rack;
+    rack.plug("bittware_xupp3r", {{"i2c", i2c}});
+    if (!faults.empty())
+        rack.faults(faults);
+    return rack
+        .in_child([&] {
+            board b{hw::enumerate_accelerators().at(0)};
+            v6::i2c::i2c controller{b.get_root()};
+            std::cout << outcome([&] { return action(controller); });
+        })
+        .out;
+}
+
+std::string enabled(v6::i2c::i2c& controller)
+{
+    enable_i2c(controller);
+    std::ostringstream text;
+    text << std::hex << controller.read_control_pins().value().value();
+    return text.str();
+}
+
+TEST(enable_i2c, sets_pin_0_and_keeps_every_other_one)
+{
+    EXPECT_EQ(on_i2c(R"({"pins": 8})", "", &enabled), "1");
+    EXPECT_EQ(on_i2c(R"({"pins": 8})", "",
+                     [](v6::i2c::i2c& controller) {
+                         controller.write_control_pins(0xA4);
+                         return enabled(controller);
+                     }),
+              "a5");
+}
+
+TEST(enable_i2c, of_a_controller_without_pins_is_out_of_range)
+{
+    EXPECT_EQ(on_i2c(R"({"pins": 0})", "", &enabled),
+              "system error: Could not not set enable I2C pin: Numerical result out of range");
+}
+
+TEST(enable_i2c, that_fails_says_so)
+{
+    for (const std::string call : {"ivra_i2c_read_control_pins", "ivra_i2c_write_control_pins"})
+        EXPECT_EQ(on_i2c(R"({"pins": 8})", R"({"call": ")" + call + R"(", "errno": "EIO"})", &enabled),
+                  "system error: Could not not set enable I2C pin: Input/output error");
+}
+
+/// The address in the EEPROM of an XUPP3R with this text in it.
+std::string eeprom_address(const std::string& text, const std::string& faults = "")
+{
+    return on_i2c(R"({"mac_eeprom": )" + text + "}", faults, [](v6::i2c::i2c& controller) {
+        enable_i2c(controller);
+        v6::i2c::bus bus = controller.get_bus(0).value();
+        std::ostringstream address;
+        address << bittware::read_eeprom_mac(bus);
+        return address.str();
+    });
+}
+
+TEST(mac_eeprom, holds_the_address_as_text)
+{
+    EXPECT_EQ(eeprom_address(R"("MAC=00:11:22:33:44:55")"), "00:11:22:33:44:55");
+    EXPECT_EQ(eeprom_address(R"("MAC=00:11:22:AA:BB:CC and more")"), "00:11:22:aa:bb:cc");
+}
+
+TEST(mac_eeprom, with_another_field_shows_what_it_holds)
+{
+    EXPECT_EQ(eeprom_address(R"("mac=00:11:22:33:44:55")"),
+              "error: Unexpected field read from MAC EEPROM: mac=00:11:22:33:44:55")
+        << "the comparison is exact";
+    EXPECT_EQ(eeprom_address(R"("")"),
+              "error: Unexpected field read from MAC EEPROM: " + std::string(21, static_cast<char>(0xFF)));
+}
+
+TEST(mac_eeprom, with_a_text_that_is_no_address_is_a_system_error)
+{
+    EXPECT_EQ(eeprom_address(R"("MAC=00:11:22:33:44:5")"),
+              "system error: mac_address::mac_address(): Invalid argument");
+    EXPECT_EQ(eeprom_address(R"("MAC=00-11-22-33-44-55")"),
+              "system error: mac_address::mac_address(): Invalid argument");
+}
+
+TEST(mac_eeprom, that_cannot_be_read_whole_is_an_error)
+{
+    const std::string good = R"("MAC=00:11:22:33:44:55")";
+    EXPECT_EQ(eeprom_address(good, R"({"call": "ivra_i2c_bus_read_register", "short": 20})"),
+              "error: Not enough byte read from MAC EEPROM");
+    EXPECT_EQ(eeprom_address(good, R"({"call": "ivra_i2c_bus_read_register", "errno": "EIO"})"),
+              "system error: Cannot read MAC EEPROM: Input/output error");
+    EXPECT_EQ(eeprom_address("null"), "system error: Cannot read MAC EEPROM: No such device or address");
+}
+
 } // namespace
 } // namespace ivra::bsp::board
