@@ -1,11 +1,11 @@
 #include "rack/rack.h"
+#include "support/bmc_server.h"
 #include "support/process.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -13,12 +13,10 @@
 #include <map>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 // Programs that know IPMI and not us judge what the BMC of a rack says.
@@ -58,80 +56,11 @@ protected:
     fs::path state;
 };
 
-/// "ivra-virtual bmc" while it runs.
-class server
-{
-public:
-    server(const fs::path& rack, const std::string& accelerator, const fs::path& state)
-    {
-        std::array<int, 2> ends{};
-        EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
-        process_ = ::fork();
-        if (process_ == 0) {
-            ::dup2(ends[1], STDOUT_FILENO);
-            exec_program(IVRA_VIRTUAL_COMMAND, {"bmc", rack.string(), accelerator},
-                         {"IVRA_VIRTUAL_STATE=" + state.string()});
-        }
-        ::close(ends[1]);
-        for (char c = 0; ::read(ends[0], &c, 1) == 1 && c != '\n';)
-            device += c;
-        ::close(ends[0]);
-    }
-    ~server() { end(SIGTERM); }
-    server(const server&) = delete;
-    server& operator=(const server&) = delete;
-
-    /// Exit status after a signal; -1 when it was killed or has ended before.
-    int end(int signal)
-    {
-        if (process_ <= 0)
-            return -1;
-        ::kill(process_, signal);
-        int status = 0;
-        const ::pid_t ended = ::waitpid(std::exchange(process_, -1), &status, 0);
-        return ended > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-    /// What ipmitool says; EXPECTs that it is content. A program that is missing ends with 127.
-    std::string ipmitool(std::vector<std::string> words) const
-    {
-        words.insert(words.begin(), {"60", "ipmitool", "-I", "serial-terminal", "-D", device + ":115200"});
-        const run_t result = run_program("/usr/bin/timeout", words);
-        EXPECT_EQ(result.status, 0) << "ipmitool (package ipmitool): " << result.err;
-        return result.out;
-    }
-
-    std::string device;
-
-private:
-    ::pid_t process_ = -1;
-};
-
-std::string trimmed(const std::string& text)
-{
-    const std::size_t begin = text.find_first_not_of(' ');
-    return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(' ') + 1 - begin);
-}
-
-/// Lines of columns that `separator` divides, without the blanks around them.
-std::vector<std::vector<std::string>> table(const std::string& text, char separator)
-{
-    std::vector<std::vector<std::string>> rows;
-    std::istringstream lines{text};
-    for (std::string line; std::getline(lines, line);) {
-        std::istringstream columns{line};
-        rows.emplace_back();
-        for (std::string column; std::getline(columns, column, separator);)
-            rows.back().push_back(trimmed(column));
-    }
-    return rows;
-}
-
 /// "Board Serial : X" and the like.
 std::map<std::string, std::string> fields(const std::string& text)
 {
     std::map<std::string, std::string> result;
-    for (const auto& row : table(text, ':'))
+    for (const auto& row : table(text, ":"))
         if (row.size() == 2)
             result[row[0]] = row[1];
     return result;
@@ -144,7 +73,7 @@ const fs::path showcase = IVRA_RACKS "/showcase.json";
 TEST_F(bmc_referee, the_server_says_where_it_is_and_ends_well_on_a_signal)
 {
     for (const int signal : {SIGINT, SIGTERM}) {
-        server bmc{showcase, "virtual-xupp3r", state};
+        bmc_server bmc{showcase, "virtual-xupp3r", state};
         EXPECT_THAT(bmc.device, MatchesRegex("/dev/pts/[0-9]+"));
         EXPECT_EQ(bmc.end(signal), 0);
     }
@@ -154,7 +83,7 @@ TEST_F(bmc_referee, a_server_that_waits_for_a_slow_bmc_ends_at_once)
 {
     const fs::path rack =
         file("slow.json", R"({"accelerators": [{"model": "ivra_fpb2", "bmc": {"latency": "999 s"}}]})");
-    server bmc{rack, "0", state};
+    bmc_server bmc{rack, "0", state};
     const int line = ::open(bmc.device.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     ASSERT_EQ(::write(line, "[180001]\r\n", 10), 10);
     ::usleep(100'000);
@@ -177,7 +106,7 @@ TEST_F(bmc_referee, what_cannot_be_served_is_said)
 
 TEST_F(bmc_referee, the_device_speaks_terminal_mode_and_ignores_nonsense)
 {
-    const server bmc{showcase, "0000:65:00.0", state};
+    const bmc_server bmc{showcase, "0000:65:00.0", state};
     const int line = ::open(bmc.device.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     ASSERT_GE(line, 0);
     const std::string text =
@@ -196,7 +125,7 @@ TEST_F(bmc_referee, ipmitool_reads_the_FRU_of_every_board)
     for (const vp::accelerator_t& accelerator : vp::load_rack(showcase).accelerators) {
         if (!accelerator.bmc)
             continue;
-        const server bmc{showcase, accelerator.uid, state};
+        const bmc_server bmc{showcase, accelerator.uid, state};
         const auto seen = fields(bmc.ipmitool({"fru", "print", "0"}));
         const std::map<std::string, std::string> expected{{"Board Mfg Date", "Unspecified"},
                                                           {"Board Mfg", *accelerator.bmc->fru.manufacturer},
@@ -216,8 +145,8 @@ TEST_F(bmc_referee, ipmitool_reads_the_sensors_of_every_board)
     for (const vp::accelerator_t& accelerator : vp::load_rack(showcase).accelerators) {
         if (!accelerator.bmc)
             continue;
-        const server bmc{showcase, accelerator.uid, state};
-        const auto rows = table(bmc.ipmitool({"sensor"}), '|');
+        const bmc_server bmc{showcase, accelerator.uid, state};
+        const auto rows = table(bmc.ipmitool({"sensor"}), "|");
         ASSERT_EQ(rows.size(), accelerator.bmc->sensors.size());
         for (std::size_t at = 0; at < rows.size(); ++at) {
             const vp::bmc_sensor_t& sensor = accelerator.bmc->sensors[at];
@@ -234,7 +163,7 @@ TEST_F(bmc_referee, ipmitool_reads_the_sensors_of_every_board)
             }
             ++compared;
         }
-        EXPECT_EQ(table(bmc.ipmitool({"sdr", "list"}), '|').size(), rows.size());
+        EXPECT_EQ(table(bmc.ipmitool({"sdr", "list"}), "|").size(), rows.size());
     }
     EXPECT_GE(compared, 30U);
 }
@@ -265,8 +194,8 @@ TEST_F(bmc_referee, ipmitool_reads_sensors_of_every_format_and_function)
         sensors += (sensors.empty() ? "" : ", ") + std::string{R"({"name": "x", )"} + members + "}";
     const fs::path rack =
         file("r.json", R"({"accelerators": [{"model": "x", "bmc": {"sensors": [)" + sensors + "]}}]}");
-    const server bmc{rack, "0", state};
-    const auto seen = table(bmc.ipmitool({"sensor"}), '|');
+    const bmc_server bmc{rack, "0", state};
+    const auto seen = table(bmc.ipmitool({"sensor"}), "|");
     ASSERT_EQ(seen.size(), rows.size());
     for (std::size_t at = 0; at < rows.size(); ++at)
         EXPECT_EQ(vp::two_decimals(std::strtod(seen[at].at(1).c_str(), nullptr)), rows[at].second) << rows[at].first;
@@ -276,13 +205,13 @@ TEST_F(bmc_referee, ipmitool_reads_and_sets_the_boot_image_that_the_board_rememb
 {
     const std::vector<std::string> get{"raw", "0x2e", "0x08", "0x18", "0x7b", "0x00", "0x07"};
     {
-        const server bmc{showcase, "virtual-fpb2", state};
+        const bmc_server bmc{showcase, "virtual-fpb2", state};
         EXPECT_EQ(bmc.ipmitool(get), " 18 7b 00 00\n");
         EXPECT_EQ(bmc.ipmitool({"raw", "0x2e", "0x09", "0x18", "0x7b", "0x00", "0x07", "0x01"}), " 18 7b 00\n");
         EXPECT_EQ(bmc.ipmitool({"raw", "0x04", "0x21", "0", "0", "1", "0", "0", "64"}).find(" 02 00 01 00 51 01 3b"),
                   0U);
     }
-    const server bmc{showcase, "virtual-fpb2", state};
+    const bmc_server bmc{showcase, "virtual-fpb2", state};
     EXPECT_EQ(bmc.ipmitool(get), " 18 7b 00 01\n");
     EXPECT_EQ(bmc.ipmitool({"raw", "0x2e", "0x08", "0x18", "0x7b", "0x00", "0x01"}), " 18 7b 00 01\n");
     EXPECT_THAT(
