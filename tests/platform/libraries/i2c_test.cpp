@@ -459,10 +459,10 @@ TEST_F(module_in_a_cage, an_sfp_answers_at_two_addresses_and_others_at_one)
         {"\"qsfp28-sr4\"", {0x50}},
         {"\"qsfpdd-dr4\"", {0x50}},
     };
-    for (const auto& [module, addresses] : rows) {
-        SCOPED_TRACE(module);
-        plug_module(module);
-        use([&](const bus& b) { EXPECT_EQ(answering(b), addresses); });
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.first);
+        plug_module(row.first);
+        use([&](const bus& b) { EXPECT_EQ(answering(b), row.second); });
     }
 }
 
