@@ -1,5 +1,6 @@
 #include "devices/i2c.h"
 
+#include "devices/clock_generator.h"
 #include "devices/module.h"
 
 #include <algorithm>
@@ -70,7 +71,7 @@ public:
         std::uint8_t at = bytes.front();
         begin_write(bytes.size() - 1, now);
         for (const std::uint8_t byte : bytes.subspan(1))
-            write_byte(at++, byte, now);
+            write_byte(at++, byte);
         store_byte(file_, counter_, at);
     }
 
@@ -84,7 +85,7 @@ public:
 
 protected:
     virtual void begin_write(std::size_t, device_time) {}
-    virtual void write_byte(std::uint8_t at, std::uint8_t value, device_time now) = 0;
+    virtual void write_byte(std::uint8_t at, std::uint8_t value) = 0;
     virtual std::uint8_t read_byte(std::uint8_t at) = 0;
 
 private:
@@ -102,7 +103,7 @@ public:
     }
 
 private:
-    void write_byte(std::uint8_t, std::uint8_t, device_time) override {}
+    void write_byte(std::uint8_t, std::uint8_t) override {}
     std::uint8_t read_byte(std::uint8_t at) override
     {
         return at < contents_.size() ? static_cast<std::uint8_t>(contents_[at]) : 0xff;
@@ -123,7 +124,7 @@ public:
     }
 
 private:
-    void write_byte(std::uint8_t at, std::uint8_t value, device_time) override
+    void write_byte(std::uint8_t at, std::uint8_t value) override
     {
         const std::size_t place = place_of(module_, is_second_device_, at);
         const std::optional<std::uint8_t> written = written_byte(module_, place, value);
@@ -144,6 +145,28 @@ private:
     std::uint64_t start_;
     module_t module_;
     bool is_second_device_;
+};
+
+class clock_target final : public memory_target
+{
+public:
+    clock_target(mapped_file& file, std::uint64_t place)
+        : memory_target{file, place}, file_{file}, place_{place}, clock_{file, place}
+    {
+    }
+
+private:
+    void begin_write(std::size_t count, device_time now) override { clock_.begin_write(count, now); }
+    void write_byte(std::uint8_t at, std::uint8_t value) override
+    {
+        clock_.write(at, value);
+        clock_.store(file_, place_);
+    }
+    std::uint8_t read_byte(std::uint8_t at) override { return clock_.read(at); }
+
+    mapped_file& file_;
+    std::uint64_t place_;
+    clock_generator clock_;
 };
 
 /// The module in a cage, when it has something at an address.
@@ -175,7 +198,7 @@ std::unique_ptr<i2c_target> target_of(const i2c_t& i2c, const i2c_device_t& devi
     case i2c_kind_t::cage:
         return module_at(i2c, device.number, address, state.i2c());
     case i2c_kind_t::clock_generator:
-        break;
+        return std::make_unique<clock_target>(state.i2c(), places.clock);
     }
     return nullptr;
 }

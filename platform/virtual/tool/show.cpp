@@ -2,6 +2,7 @@
 #include "output.h"
 
 #include "devices/bmc.h"
+#include "devices/clock_generator.h"
 #include "devices/i2c.h"
 #include "devices/module.h"
 #include "devices/xmc.h"
@@ -214,6 +215,25 @@ std::vector<std::string> cage_lines(const i2c_t& i2c, const std::optional<board_
     return lines;
 }
 
+/// How it is, and then each of its outputs.
+std::vector<std::string> clock_lines(const i2c_t& i2c, const std::optional<board_state>& state)
+{
+    const bool has_clock = std::ranges::any_of(i2c.buses, [](const i2c_bus_t& bus) {
+        return std::ranges::find(bus.devices, i2c_kind_t::clock_generator, &i2c_device_t::kind) != bus.devices.end();
+    });
+    if (!has_clock)
+        return {};
+    if (!state)
+        return {"not loaded, its outputs are off"};
+    const clock_status_t status = clock_generator{state->i2c(), places_of(i2c).clock}.status();
+    if (!status.is_running)
+        return {status.text + ", its outputs are off"};
+    std::vector<std::string> lines{status.text};
+    for (std::size_t output = 0; output < clock_outputs; ++output)
+        lines.push_back("OUT" + std::to_string(output) + "  " + status.outputs.at(output));
+    return lines;
+}
+
 std::string temperature_text(double celsius)
 {
     char text[32];
@@ -252,6 +272,7 @@ void show_accelerator(const rack_t& rack, std::size_t index)
     text += field("Cores", core_lines(accelerator.cores));
     text += field("I2C", i2c_lines(accelerator, state));
     text += field("Cages", cage_lines(accelerator.i2c, state));
+    text += field("Clock", clock_lines(accelerator.i2c, state));
     text += field("BMC", bmc_lines(accelerator.bmc, state));
     text += field("XMC", xmc_lines(accelerator, state));
     text += field("State", {state_text(rack, accelerator, state)});

@@ -20,6 +20,15 @@ using bytes_t = std::vector<std::uint8_t>;
 class i2c : public host
 {
 protected:
+    /// What ivra-virtual shows of the rack.
+    std::string shown() const
+    {
+        const std::string command =
+            std::string{IVRA_VIRTUAL_COMMAND} + " show " + rack.string() + " > " + (folder / "shown").string();
+        EXPECT_EQ(std::system(command.c_str()), 0);
+        return read(folder / "shown");
+    }
+
     void plug_board(const std::string& model, const std::string& json)
     {
         plug({R"({"model": ")" + model + R"(", "uid": "0000:01:00.0", "i2c": )" + json + "}"});
@@ -264,6 +273,35 @@ TEST_F(i2c, an_xupvv8_has_everything_behind_one_multiplexer_and_pin_0_is_the_eep
     });
 }
 
+TEST_F(i2c, a_u50_and_a_u55c_have_a_clock_generator_that_wants_pauses)
+{
+    ::setenv("IVRA_VIRTUAL_CLOCK", (folder / "clock").c_str(), 1);
+    for (const char* model : {"xilinx_u50", "xilinx_u55c"}) {
+        plug_board(model, "{}");
+        run([] {
+            using namespace std::chrono_literals;
+            const opened board;
+            const controller c{board};
+            EXPECT_THAT(buses_of(c), ElementsAre(0));
+            const bus b{c, 0};
+            EXPECT_THAT(answering(b), ElementsAre(0x68)) << "without the pin";
+            b.write(0x68, 0x01, {0x0b});
+            std::this_thread::sleep_for(1ms);
+            b.write(0x68, 0x24, {0xc0});
+            std::this_thread::sleep_for(1ms);
+            b.write(0x68, 0x25, {0x00});
+            b.write(0x68, 0x01, {0x0a}); // at once
+        });
+        run([] {
+            const opened board;
+            const controller c{board};
+            const bus b{c, 0};
+            EXPECT_THAT(b.read(0x68, 0x01, 1), ElementsAre(0x0a)) << "the page stays for every process";
+        });
+        EXPECT_THAT(shown(), HasSubstr("   Clock          written too fast, its outputs are off\n"));
+    }
+}
+
 TEST_F(i2c, a_board_that_nobody_knows_has_neither_pins_nor_buses)
 {
     plug_board("unknown_model", "{}");
@@ -421,10 +459,10 @@ TEST_F(module_in_a_cage, an_sfp_answers_at_two_addresses_and_others_at_one)
         {"\"qsfp28-sr4\"", {0x50}},
         {"\"qsfpdd-dr4\"", {0x50}},
     };
-    for (const auto& [module, addresses] : rows) {
-        SCOPED_TRACE(module);
-        plug_module(module);
-        use([&](const bus& b) { EXPECT_EQ(answering(b), addresses); });
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.first);
+        plug_module(row.first);
+        use([&](const bus& b) { EXPECT_EQ(answering(b), row.second); });
     }
 }
 

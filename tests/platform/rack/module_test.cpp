@@ -242,20 +242,17 @@ std::vector<unsigned> dumped(const std::string& dump, unsigned block, std::size_
 
 TEST(dump, is_read_as_several_programs_write_it)
 {
-    const char* const same[] = {
-        "00000000  03 04 07 10 00 00 00 00  00 00 00 06 67 00 00 00  |............g...|\n00000010  de ad\n", // hexdump
-                                                                                                             // -C
-        "Offset\t\tValues\n------\t\t------\n0x0000:\t\t03 04 07 10 00 00 00 00 00 00 00 06 67 00 00 00\n"
-        "0x0010:\t\tde ad\n",                                                                        // ethtool -m
-        "00000000: 0304 0710 0000 0000 0000 0006 6700 0000  ............g...\n00000010: dead  ..\n", // xxd, but for
-                                                                                                     // ".."
-        "03 04 07 10 00 00 00 00 00 00 00 06 67 00 00 00 de ad",
+    const std::string first = "03 04 07 10 00 00 00 00 00 00 00 06 67 00 00 00";
+    const std::string same[] = {
+        // hexdump -C, ethtool -m, xxd, and by hand
+        "00000000  03 04 07 10 00 00 00 00  00 00 00 06 67 00 00 00  |............g...|\n00000010  de ad\n",
+        "Offset\t\tValues\n------\t\t------\n0x0000:\t\t" + first + "\n0x0010:\t\tde ad\n",
+        "00000000: 0304 0710 0000 0000 0000 0006 6700 0000  ............g...\n00000010: dead\n",
+        first + " de ad",
         "# a comment\r\n030407100000000000000006 67000000 # the first bytes\r\ndead\r\n",
-        "10: DE AD\n00: 03 04 07 10 00 00 00 00 00 00 00 06 67 00 00 00 is text\n",
+        "10: DE AD\n00: " + first + " is text\n",
     };
-    for (std::string text : same) {
-        if (const std::size_t at = text.find("  ..\n"); at != std::string::npos)
-            text.replace(at, 4, " |..");
+    for (const std::string& text : same) {
         SCOPED_TRACE(text);
         EXPECT_THAT(dumped(text, 0, 18), ElementsAre(3, 4, 7, 0x10, 0, 0, 0, 0, 0, 0, 0, 6, 0x67, 0, 0, 0, 0xde, 0xad));
     }

@@ -296,6 +296,15 @@ TEST_F(tool, show_tells_what_is_in_the_cages_and_how_much_power_it_takes)
     EXPECT_THAT(run({"show", rack}).out, HasSubstr(shown("0x5", "low", "high")));
 }
 
+TEST_F(tool, show_tells_that_a_clock_generator_is_not_loaded)
+{
+    const fs::path rack = file("rack.json", R"({"accelerators": [{"model": "xilinx_u55c"}]})");
+    const std::string shown = "   Clock          not loaded, its outputs are off\n";
+    EXPECT_THAT(run({"show", rack}).out, HasSubstr(shown));
+    use_board(rack, 0);
+    EXPECT_THAT(run({"show", rack}).out, HasSubstr(shown));
+}
+
 TEST_F(tool, show_tells_that_a_changed_board_starts_anew)
 {
     const fs::path rack = file("rack.json", two_boards);
