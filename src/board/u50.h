@@ -3,10 +3,12 @@
 
 #include "bmc/alveo/registers.h"
 #include "board/alveo.h"
+#include "board/clocks/load.h"
 #include "board/helpers.h"
 #include "board/transceiver_speed.h"
 
 #include <optional>
+#include <stdexcept>
 #include <vector>
 
 namespace ivra::bsp::board {
@@ -20,7 +22,13 @@ struct u50
 
     explicit u50(const hw::core& root) : management{root}, i2c{get_i2c(root)} {}
 
-    void set_transceiver_speeds(const std::vector<transceiver_speed_t>&) { not_available_yet(); }
+    /// The speed of the cage.
+    void set_transceiver_speeds(const std::vector<transceiver_speed_t>& speeds)
+    {
+        if (speeds.size() != 1)
+            throw std::runtime_error{"U50 board needs one transceiver speed"};
+        clocks::load(i2c, clocks::u50_table(speeds[0]));
+    }
 
     alveo management;
     std::optional<v6::i2c::i2c> i2c;

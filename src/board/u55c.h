@@ -3,10 +3,12 @@
 
 #include "bmc/alveo/registers.h"
 #include "board/alveo.h"
+#include "board/clocks/load.h"
 #include "board/helpers.h"
 #include "board/transceiver_speed.h"
 
 #include <optional>
+#include <stdexcept>
 #include <vector>
 
 namespace ivra::bsp::board {
@@ -21,7 +23,13 @@ struct u55c
 
     explicit u55c(const hw::core& root) : management{root}, i2c{get_i2c(root)} {}
 
-    void set_transceiver_speeds(const std::vector<transceiver_speed_t>&) { not_available_yet(); }
+    /// The speeds of the first and the second cage.
+    void set_transceiver_speeds(const std::vector<transceiver_speed_t>& speeds)
+    {
+        if (speeds.size() != 2)
+            throw std::runtime_error{"U55c board needs two transceiver speeds"};
+        clocks::load(i2c, clocks::u55c_table(speeds[0], speeds[1]));
+    }
 
     alveo management;
     std::optional<v6::i2c::i2c> i2c;

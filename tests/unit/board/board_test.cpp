@@ -39,7 +39,7 @@ const std::vector<std::pair<std::string, operation_t>> operations{
      }},
     {"set_transceiver_speeds",
      [](board& b) {
-         b.set_transceiver_speeds({transceiver_speed_t::speed_1g});
+         b.set_transceiver_speeds({}); // no board has no cage
          return "ok";
      }},
     {"set_boot_image",
@@ -118,12 +118,12 @@ TEST(facade, a_u5x_board_has_transceiver_speeds_and_no_cages)
     EXPECT_EQ(outcomes("xilinx_u50"),
               "get_transceivers: unsupported: Transceiver stats are unsupported for Xilinx Alveo U50 boards\n"
               "set_qsfp_power_mode: unsupported: Setting QSFP power mode is unsupported for Xilinx Alveo U50 boards\n"
-              "set_transceiver_speeds: error: Not available yet\n" +
+              "set_transceiver_speeds: error: U50 board needs one transceiver speed\n" +
                   only_bittware + xmc_missing);
     EXPECT_EQ(outcomes("xilinx_u55c"),
               "get_transceivers: unsupported: Transceiver stats are unsupported for Xilinx Alveo U55c boards\n"
               "set_qsfp_power_mode: unsupported: Setting QSFP power mode is unsupported for Xilinx Alveo U55c boards\n"
-              "set_transceiver_speeds: error: Not available yet\n" +
+              "set_transceiver_speeds: error: U55c board needs two transceiver speeds\n" +
                   only_bittware + xmc_missing);
 }
 
