@@ -83,7 +83,8 @@ struct accelerator_t
     std::optional<bmc_t> bmc;  ///< behind the first UART; nothing when there is no UART
     std::vector<xmc_t> xmcs;   ///< behind the cores that have room for one, in address order
     i2c_t i2c;                 ///< what is on the buses of its I2C controllers; nothing when there is none
-    std::string text;          ///< this accelerator in the rack file, as compact JSON: what its state started from
+    std::string text; ///< this accelerator in the rack file, as compact JSON, and the files it names: what its state
+                      ///< started from
 
     bool operator==(const accelerator_t&) const = default;
 };

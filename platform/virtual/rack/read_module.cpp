@@ -247,7 +247,7 @@ void read_map_fields(const node_t& node, module_t& module)
 {
     const map_row_t& row = row_of(module.map);
     const auto only = [&](const char* name, bool allowed) {
-        const auto member = node.member(name);
+        auto member = node.member(name);
         if (member && !allowed)
             member->expected("no such member for a module of the map " + std::string{row.name});
         return member;
