@@ -1,3 +1,4 @@
+#include "devices/parameters.h"
 #include "libraries/handles.h"
 
 #include <algorithm>
@@ -70,7 +71,7 @@ int ivra_hw_top_get_mac_addresses(ivra_hw_top* top, ivra_mac_address* addresses,
     call c{__func__, device_of(top)};
     return c.with(capacity).count([&] {
         require(top != nullptr && (addresses != nullptr || capacity == 0));
-        const auto& known = top->device()->mac_addresses;
+        const auto known = mac_addresses(*top->device(), top->state());
         const std::span places{addresses, std::min(known.size(), capacity)};
         for (std::size_t i = 0; i < places.size(); ++i)
             std::copy(known[i].begin(), known[i].end(), places[i].bytes);
@@ -91,5 +92,8 @@ int ivra_hw_top_get_temperature(ivra_hw_top* top, double* celsius)
 int ivra_hw_top_update_params(ivra_hw_top* top)
 {
     call c{__func__, device_of(top)};
-    return c.status([&] { require(top != nullptr); });
+    return c.status([&] {
+        require(top != nullptr);
+        update_parameters(*top->device(), top->state());
+    });
 }

@@ -27,6 +27,7 @@ constexpr const char* flash_file = "flash";
 constexpr const char* register_file_name = "registers";
 constexpr const char* bmc_file_name = "bmc";
 constexpr const char* i2c_file = "i2c";
+constexpr const char* parameters_file = "parameters";
 
 // Names beside the folders of boards and racks; file_name() makes none that begins with a point.
 constexpr const char* new_folder = ".new"; // being built; left over from a process that was killed meanwhile
@@ -72,7 +73,7 @@ bool is_plain(char character)
 /// The whole text of a board's origin file. The number in the first line changes whenever the files do.
 std::string origin_text(const rack_t& rack, const accelerator_t& accelerator)
 {
-    return "ivra-virtual board state 3\n" + rack.file.string() + "\n" + accelerator.uid + "\n" + accelerator.text +
+    return "ivra-virtual board state 4\n" + rack.file.string() + "\n" + accelerator.uid + "\n" + accelerator.text +
            "\n";
 }
 
@@ -173,6 +174,7 @@ void build(const rack_t& rack, const accelerator_t& accelerator)
         write_start_values(fresh / register_file_name, accelerator.cores);
         create_file(fresh / bmc_file_name, bmc_file::file_size);
         write_start_values(fresh / i2c_file, accelerator.i2c);
+        create_file(fresh / parameters_file, board_state::parameters_size);
         if (::rename(folder.c_str(), old.c_str()) < 0 && errno != ENOENT)
             fail(errno, "Cannot replace", folder);
         fs::rename(fresh, folder);
@@ -257,8 +259,10 @@ void create_private_folder(const fs::path& folder)
         fail(ENOTDIR, "Cannot create the folder", folder);
 }
 
-board_state::board_state(flash_memory flash, register_file registers, bmc_file bmc, mapped_file i2c)
-    : flash_{std::move(flash)}, registers_{std::move(registers)}, bmc_{std::move(bmc)}, i2c_{std::move(i2c)}
+board_state::board_state(flash_memory flash, register_file registers, bmc_file bmc, mapped_file i2c,
+                         mapped_file parameters)
+    : flash_{std::move(flash)}, registers_{std::move(registers)}, bmc_{std::move(bmc)}, i2c_{std::move(i2c)},
+      parameters_{std::move(parameters)}
 {
 }
 
@@ -286,11 +290,13 @@ std::optional<board_state> board_state::open_matching(const rack_t& rack, const 
         mapped_file registers = open_mapped(folder.get(), path, register_file_name, access);
         mapped_file bmc = open_mapped(folder.get(), path, bmc_file_name, access);
         mapped_file i2c = open_mapped(folder.get(), path, i2c_file, access);
+        mapped_file parameters = open_mapped(folder.get(), path, parameters_file, access);
         if (flash.size() == accelerator.flash.size && registers.size() == register_file::file_size(accelerator.cores) &&
-            bmc.size() == bmc_file::file_size && i2c.size() == places_of(accelerator.i2c).size)
+            bmc.size() == bmc_file::file_size && i2c.size() == places_of(accelerator.i2c).size &&
+            parameters.size() == parameters_size)
             return board_state{flash_memory{std::move(flash), accelerator.flash.sector},
                                register_file{std::move(registers), accelerator.cores}, bmc_file{std::move(bmc)},
-                               std::move(i2c)};
+                               std::move(i2c), std::move(parameters)};
     } catch (const std::system_error& error) {
         if (error.code() != std::errc::no_such_file_or_directory)
             throw;

@@ -68,8 +68,13 @@ public:
     mapped_file& i2c() { return i2c_; }
     const mapped_file& i2c() const { return i2c_; }
 
+    /// The parameters that the design read last, parameters_size bytes.
+    mapped_file& parameters() { return parameters_; }
+    const mapped_file& parameters() const { return parameters_; }
+    static constexpr std::uint64_t parameters_size = 24;
+
 private:
-    board_state(flash_memory flash, register_file registers, bmc_file bmc, mapped_file i2c);
+    board_state(flash_memory flash, register_file registers, bmc_file bmc, mapped_file i2c, mapped_file parameters);
     static std::optional<board_state> open_matching(const rack_t& rack, const accelerator_t& accelerator,
                                                     file_access access, std::string& mismatch);
 
@@ -78,6 +83,7 @@ private:
     register_file registers_;
     bmc_file bmc_;
     mapped_file i2c_;
+    mapped_file parameters_;
 };
 
 /// Each forgets what is remembered, as a factory reset does, and tells whether there was anything. Processes that have

@@ -5,6 +5,7 @@
 #include "devices/clock_generator.h"
 #include "devices/i2c.h"
 #include "devices/module.h"
+#include "devices/parameters.h"
 #include "devices/xmc.h"
 #include "rack/defaults.h"
 #include "rack/open_errors.h"
@@ -265,7 +266,8 @@ void show_accelerator(const rack_t& rack, std::size_t index)
         text += field("Opening", {"fails with " + std::string{row->name}});
     text += field("FPGA", {printable(accelerator.fpga.device) + ", " + temperature_text(accelerator.fpga.temperature)});
     text += field("FPGA serial", {"0x" + serial_text(accelerator.fpga.serial)});
-    text += field("MAC addresses", mac_address_lines(accelerator.mac_addresses));
+    text += field("MAC addresses",
+                  mac_address_lines(state ? mac_addresses(accelerator, *state) : accelerator.mac_addresses));
     text += field("Flash", flash_lines(accelerator.flash, state));
     if (accelerator.mmios != 1)
         text += field("MMIO spaces", {std::to_string(accelerator.mmios)});

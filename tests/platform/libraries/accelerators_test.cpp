@@ -171,7 +171,7 @@ TEST_F(accelerators, every_descriptor_of_the_platform_is_closed_on_exec)
             ASSERT_NE(flags, std::string::npos);
             EXPECT_NE(std::stoul(info.substr(flags + 7), nullptr, 8) & 02000000UL, 0UL) << target;
         }
-        EXPECT_EQ(seen, 6U) << "trace, flash, registers, BMC, I2C, mutex";
+        EXPECT_EQ(seen, 7U) << "trace, flash, registers, BMC, I2C, parameters, mutex";
         ivra_hw_shared_mutex_destroy(mutex);
     });
 }
