@@ -21,6 +21,7 @@ public:
     /// Size of the configuration flash and address range of each of its sections. Throws std::system_error.
     section get_flash_info();
 
+    const accelerator_info& get_info() const { return info_; }
     board::board& get_board() { return board_; }
 
 private:

@@ -2,6 +2,7 @@
 #include "board_monitor.h"
 #include "command_line.h"
 #include "output/output.h"
+#include "set_commands.h"
 #include "show_commands.h"
 #include "utils.h"
 
@@ -44,14 +45,26 @@ void show(const board_monitor_p::Args& args)
     handlers.at(args.info)(monitor);
 }
 
+void set(const board_monitor_p::Args& args)
+{
+    const std::map<std::string, std::function<void(const board_monitor_p::Args&)>> handlers{
+        {"boot-image", set_boot_part},
+        {"transceiver-speed", set_transceiver_speed},
+        {"qsfp-power-mode", set_qsfp_low_power_mode},
+    };
+    handlers.at(args.parameter.first)(args);
+}
+
 void run(const board_monitor_p::Args& args)
 {
     if (args.command == "list")
         list_boards();
     else if (args.command == "show")
         show(args);
+    else if (args.command == "set")
+        set(args);
     else
-        board::not_available_yet();
+        setup_board(args);
 }
 
 } // namespace

@@ -65,6 +65,8 @@ public:
     void set_boot_image(boot_image_t image);
 
     const hw::core& get_root() const { return root_; }
+    v6::flash::flash& get_flash() { return flash_; }
+    v6::hw_top::hw_top& get_top() { return top_; }
 
 private:
     hw::accelerator accelerator_;

@@ -1,0 +1,166 @@
+#include "set_commands.h"
+
+#include "board_monitor.h"
+#include "hw/signal_hold.h"
+#include "output/output.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+namespace ivra::bsp {
+
+namespace {
+
+/// A word of the command line and what it stands for.
+template <class Value>
+struct value_row_t
+{
+    std::string_view word;
+    Value value;
+};
+
+// clang-format off
+constexpr value_row_t<board::boot_image_t> boot_images[] = {
+    {"primary", board::boot_image_t::primary},
+    {"backup",  board::boot_image_t::backup},
+};
+constexpr value_row_t<board::transceiver_speed_t> speeds[] = {
+    {"1G",  board::transceiver_speed_t::speed_1g},
+    {"10G", board::transceiver_speed_t::speed_10g},
+};
+constexpr value_row_t<transceiver::qsfp_power_mode_t> power_modes[] = {
+    {"high", transceiver::qsfp_power_mode_t::high},
+    {"low",  transceiver::qsfp_power_mode_t::low},
+};
+// clang-format on
+
+template <class Value, std::size_t count>
+Value find(const value_row_t<Value> (&rows)[count], std::string_view word, const std::string& failure)
+{
+    for (const value_row_t<Value>& row : rows)
+        if (row.word == word)
+            return row.value;
+    throw std::runtime_error{failure};
+}
+
+/// What a command does to a board, and how it speaks of it.
+struct change_t
+{
+    std::function<std::string(board_monitor&)> announcement;
+    std::function<void(board_monitor&)> action;
+    std::string failure_prefix;
+};
+
+/// Makes a change to the selected board; returns the failure's text. The board is closed then.
+std::optional<std::string> attempt(const hw::accelerator_descriptor& accelerator, const change_t& change)
+{
+    board_monitor monitor{accelerator};
+    try {
+        output::get().log_part(change.announcement(monitor));
+        change.action(monitor);
+        output::get().log("success", color::green);
+    } catch (const std::exception& error) {
+        output::get().log("fail", color::red);
+        return change.failure_prefix + error.what();
+    }
+    return std::nullopt;
+}
+
+void run(const board_monitor_p::Args& args, const change_t& change)
+{
+    std::optional<hw::accelerator_descriptor> accelerator = get_accelerator(args.args);
+    if (!accelerator)
+        output::get().exit(false);
+    const std::optional<std::string> failure = attempt(*accelerator, change);
+    accelerator.reset();
+    if (failure)
+        output::get().exit(false, failure);
+}
+
+/// The record in the parameter section from which a design takes its MAC addresses, least significant bytes first:
+/// magic (4 bytes), 1 (4 bytes), 0 (8 bytes), first address (6 bytes), number of addresses (1 byte), 0.
+std::array<std::uint8_t, 24> encode_parameters(const board::mac_addresses_t& addresses)
+{
+    std::array<std::uint8_t, 24> record{0x5A, 0x5A, 0xA5, 0xA5, 1};
+    constexpr std::size_t first = 16;
+    for (std::size_t i = 0; i < 6; ++i)
+        record[first + i] = static_cast<std::uint8_t>(addresses.first.to_int() >> (8 * i) & 0xFFU);
+    record[first + 6] = static_cast<std::uint8_t>(addresses.count & 0xFFU);
+    return record;
+}
+
+void write_parameters(board::board& board)
+{
+    const std::optional<board::mac_addresses_t> addresses = board.get_vendor_mac_addresses();
+    if (!addresses)
+        throw std::runtime_error{"No vendor MAC available for this board"};
+    const std::array<std::uint8_t, 24> record = encode_parameters(*addresses);
+    const std::vector<const char*> sections = board.get_flash()
+                                                  .get_sections_char(IVRA_FLASH_SECTION_PARAMS)
+                                                  .access_value_or_throw("Could not get PARAMS sections from flash");
+    if (sections.size() < 2)
+        throw std::runtime_error{"Expected at least 2 PARAMS flash sections, got " + std::to_string(sections.size())};
+
+    const hw::signal_hold hold; // the record and the addresses in use belong together
+    if (const std::error_code error = board.get_flash().write_section(sections[1], 0, record))
+        throw std::system_error{error, "Failed to setup board flash"};
+    if (const std::error_code error = board.get_top().update_params())
+        throw std::system_error{error, "Failed to reload board MACs"};
+}
+
+} // namespace
+
+void set_boot_part(const board_monitor_p::Args& args)
+{
+    const std::string& value = args.parameter.second.front();
+    run(args, {.announcement = [&](board_monitor&) { return "Setting boot image to " + value + "... "; },
+               .action =
+                   [&](board_monitor& monitor) {
+                       monitor.get_board().set_boot_image(find(boot_images, value, "Unknown boot image to set"));
+                   },
+               .failure_prefix = "Boot image setting failure: "});
+}
+
+void set_transceiver_speed(const board_monitor_p::Args& args)
+{
+    run(args, {.announcement = [](board_monitor&) { return "Updating transceiver speed... "; },
+               .action =
+                   [&](board_monitor& monitor) {
+                       std::vector<board::transceiver_speed_t> chosen;
+                       for (const std::string& value : args.parameter.second)
+                           chosen.push_back(find(speeds, value, "Invalid speed"));
+                       monitor.get_board().set_transceiver_speeds(chosen);
+                   },
+               .failure_prefix = "Transceiver speed update failure: "});
+}
+
+void set_qsfp_low_power_mode(const board_monitor_p::Args& args)
+{
+    const std::string& value = args.parameter.second.front();
+    run(args,
+        {.announcement = [&](board_monitor&) { return "Setting all QSFP to " + value + " power mode... "; },
+         .action =
+             [&](board_monitor& monitor) {
+                 monitor.get_board().set_qsfp_power_mode(find(power_modes, value, "Invalid QSFP power mode: " + value));
+             },
+         .failure_prefix = "QSFP power mode setting failure: "});
+}
+
+void setup_board(const board_monitor_p::Args& args)
+{
+    run(args, {// Deliberate: no space after the dots.
+               .announcement = [](board_monitor& m) { return "Setting up board " + m.get_info().name() + "..."; },
+               .action = [](board_monitor& monitor) { write_parameters(monitor.get_board()); },
+               .failure_prefix = "Board setup failure: "});
+}
+
+} // namespace ivra::bsp
