@@ -1,5 +1,7 @@
 #include "board_monitor.h"
 
+#include "transceiver_report.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -102,6 +104,20 @@ section board_monitor::get_flash_info()
     s.add_stat("Sector size", to_text(sector, " bytes"), color::blue);
     s.entries.emplace_back(ranges);
     return s;
+}
+
+section::list board_monitor::get_transceivers_info()
+{
+    section::list ports{"Transceivers", 0, {}};
+    std::size_t number = 0;
+    for (const auto& transceiver : board_.get_transceivers()) {
+        section& port = ports.add_section("Port " + std::to_string(++number), "Port", 1);
+        if (transceiver)
+            add_transceiver(*transceiver, port);
+        else
+            port.add_stat<std::string>("Type", "no transceiver detected", color::normal);
+    }
+    return ports;
 }
 
 } // namespace ivra::bsp

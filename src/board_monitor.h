@@ -21,6 +21,9 @@ public:
     /// Size of the configuration flash and address range of each of its sections. Throws std::system_error.
     section get_flash_info();
 
+    /// What is in each cage, one section a port. Throws as board::board::get_transceivers().
+    section::list get_transceivers_info();
+
     const accelerator_info& get_info() const { return info_; }
     board::board& get_board() { return board_; }
 

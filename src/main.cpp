@@ -34,8 +34,8 @@ void show(const board_monitor_p::Args& args)
 {
     const std::map<std::string, std::function<void(board_monitor&)>> handlers{
         {"info", show_board_info},  {"boot-image", show_boot_image},
-        {"flash", show_flash_info}, {"transceivers", [](board_monitor&) { board::not_available_yet(); }},
-        {"sensors", show_sensors},  {"all", [](board_monitor&) { board::not_available_yet(); }},
+        {"flash", show_flash_info}, {"transceivers", show_transceivers_info},
+        {"sensors", show_sensors},  {"all", show_all_info},
     };
 
     const auto accelerator = get_accelerator(args.args);

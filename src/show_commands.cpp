@@ -2,6 +2,7 @@
 
 #include "output/output.h"
 
+#include <iostream>
 #include <optional>
 #include <string>
 
@@ -42,6 +43,18 @@ void show_flash_info(board_monitor& monitor)
     print_section(monitor.get_flash_info());
 }
 
+void show_transceivers_info(board_monitor& monitor)
+{
+    const section::list ports = monitor.get_transceivers_info();
+    output& out = output::get();
+    if (out.is_json()) {
+        out.print_json_list(ports);
+    } else {
+        out.print_line(ports.name, color::bold, ports.level);
+        out.print_out_content(ports.entries, ports.level);
+    }
+}
+
 void show_sensors(board_monitor& monitor)
 {
     output::get().log_part("Retrieving sensor data... ");
@@ -62,6 +75,18 @@ void show_sensors(board_monitor& monitor)
         s.entries.emplace_back(table);
     }
     print_section(s);
+}
+
+void show_all_info(board_monitor& monitor)
+{
+    show_board_info(monitor);
+    for (const auto show : {show_boot_image, show_flash_info, show_transceivers_info, show_sensors}) {
+        if (!output::get().is_json()) {
+            std::cout << '\n';
+            output::get().flush_stdout();
+        }
+        show(monitor);
+    }
 }
 
 } // namespace ivra::bsp

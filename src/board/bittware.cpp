@@ -36,7 +36,10 @@ const boot_image_row_t& find(Member boot_image_row_t::*member, Member value)
     throw std::out_of_range{"Unknown boot image"};
 }
 
+constexpr std::uint8_t mac_eeprom_bus = 0;
+constexpr std::uint8_t mac_eeprom_multiplexer = 0x72; // where there is one
 constexpr std::uint8_t mac_eeprom_address = 0x50;
+constexpr unsigned mac_block_size = 8; // addresses, of which the EEPROM holds the first
 constexpr std::string_view mac_record_field = "MAC=";
 constexpr std::size_t mac_record_size = mac_record_field.size() + std::string_view{"00:11:22:33:44:55"}.size();
 
@@ -70,6 +73,18 @@ v6::mac_address bittware::read_eeprom_mac(v6::i2c::bus& bus)
     const std::size_t count = bus.read_register(mac_eeprom_address, 0, record.data(), record.size())
                                   .access_value_or_throw("Cannot read MAC EEPROM");
     return decode_eeprom_mac(std::span{record}.first(std::min(count, record.size())));
+}
+
+std::optional<mac_addresses_t> bittware::get_vendor_mac_addresses()
+{
+    if (!i2c)
+        return std::nullopt;
+    enable_i2c(*i2c);
+    auto found = i2c->get_bus(mac_eeprom_bus);
+    v6::i2c::bus& bus = found.access_value_or_throw("Cannot get I2C bus");
+    if (eeprom_channel_)
+        select_channels(bus, mac_eeprom_multiplexer, *eeprom_channel_);
+    return mac_addresses_t{read_eeprom_mac(bus), mac_block_size};
 }
 
 bmc::bittware::bmc& bittware::get_bmc_or_throw()

@@ -3,6 +3,7 @@
 
 #include "bmc/bittware/bmc.h"
 #include "board/boot_image.h"
+#include "board/cages.h"
 #include "board/helpers.h"
 #include "board/mac_addresses.h"
 #include "board/sensors.h"
@@ -26,7 +27,11 @@ v6::mac_address decode_eeprom_mac(std::span<const std::uint8_t> record);
 class bittware
 {
 public:
-    explicit bittware(const hw::core& root) : i2c{board::get_i2c(root)}, bmc_{get_bmc(root)} {}
+    /// `eeprom_channel` is the mask of the multiplexer channel on bus 0 that the MAC EEPROM is behind, if it is.
+    bittware(const hw::core& root, const cage_walk_t& cages, std::optional<std::uint8_t> eeprom_channel)
+        : i2c{board::get_i2c(root)}, cages_{cages}, eeprom_channel_{eeprom_channel}, bmc_{get_bmc(root)}
+    {
+    }
 
     /// Opens the BMC behind the UART below `uart_core`. A failure is only logged: the board works for everything that
     /// needs no BMC.
@@ -41,28 +46,34 @@ public:
     boot_image_t get_boot_image();
     boot_image_t get_current_boot_image();
     void set_boot_image(boot_image_t image);
-    std::optional<mac_addresses_t> get_vendor_mac_addresses() { not_available_yet(); }
-    std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_stats() { not_available_yet(); }
-    void set_qsfp_power_mode(transceiver::qsfp_power_mode_t) { not_available_yet(); }
+    /// Nothing without an I2C controller. Throws as read_eeprom_mac(), and std::system_error.
+    std::optional<mac_addresses_t> get_vendor_mac_addresses();
+    std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_stats()
+    {
+        return board::get_transceivers_stats(i2c, cages_);
+    }
+    void set_qsfp_power_mode(transceiver::qsfp_power_mode_t mode) { board::set_qsfp_power_mode(i2c, cages_, mode); }
 
     std::optional<v6::i2c::i2c> i2c;
 
 private:
     bmc::bittware::bmc& get_bmc_or_throw();
 
+    cage_walk_t cages_;
+    std::optional<std::uint8_t> eeprom_channel_;
     std::optional<bmc::bittware::bmc> bmc_;
 };
 
 /// Bittware XUPP3R, and the maker's own ivra_fpb2.
 struct xupp3r : bittware
 {
-    using bittware::bittware;
+    explicit xupp3r(const hw::core& root) : bittware{root, xupp3r_cages, std::nullopt} {}
 };
 
 /// Bittware XUPVV8.
 struct xupvv8 : bittware
 {
-    using bittware::bittware;
+    explicit xupvv8(const hw::core& root) : bittware{root, xupvv8_cages, 0x01} {}
 };
 
 } // namespace ivra::bsp::board

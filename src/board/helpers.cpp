@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <stdexcept>
 #include <system_error>
 
 namespace ivra::bsp::board {
@@ -30,11 +29,6 @@ void enable_i2c(v6::i2c::i2c& controller)
         throw std::system_error{ERANGE, std::generic_category(), failure};
     if (const std::error_code error = controller.write_control_pins(*pins | enable_pin))
         throw std::system_error{error, failure};
-}
-
-void not_available_yet()
-{
-    throw std::runtime_error{"Not available yet"};
 }
 
 } // namespace ivra::bsp::board

@@ -15,9 +15,6 @@ std::optional<v6::i2c::i2c> get_i2c(const hw::core& core);
 /// std::system_error, with ERANGE when the controller drives no pins.
 void enable_i2c(v6::i2c::i2c& controller);
 
-/// What an operation does whose code is still to come: throws std::runtime_error.
-[[noreturn]] void not_available_yet();
-
 } // namespace ivra::bsp::board
 
 #endif

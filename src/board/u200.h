@@ -3,6 +3,7 @@
 
 #include "bmc/alveo/registers.h"
 #include "board/alveo.h"
+#include "board/cages.h"
 #include "board/helpers.h"
 #include "transceiver/power_mode.h"
 #include "transceiver/transceiver_info.h"
@@ -19,8 +20,11 @@ struct u200
 
     explicit u200(const hw::core& root) : i2c{get_i2c(root)}, management{root} {}
 
-    std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_stats() { not_available_yet(); }
-    void set_qsfp_power_mode(transceiver::qsfp_power_mode_t) { not_available_yet(); }
+    std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_stats()
+    {
+        return board::get_transceivers_stats(i2c, u200_cages);
+    }
+    void set_qsfp_power_mode(transceiver::qsfp_power_mode_t mode) { board::set_qsfp_power_mode(i2c, u200_cages, mode); }
 
     std::optional<v6::i2c::i2c> i2c;
     alveo management;

@@ -59,6 +59,7 @@ struct transceiver_info_t
     std::string vendor_name;
     std::string vendor_pn;
     std::optional<std::variant<sfp::stats_t, qsfp::stats_t, qsfp_dd::stats_t>> stats; ///< absent without diagnostics
+    std::optional<std::string> error; ///< why the rest could not be read
 };
 
 } // namespace ivra::bsp::transceiver

@@ -105,12 +105,12 @@ TEST(facade, an_arista_switch_has_a_serial_and_addresses_and_no_sensors)
 TEST(facade, a_bittware_board_without_its_bmc_says_so_and_ivra_fpb2_is_an_xupp3r)
 {
     for (const std::string model : {"ivra_fpb2", "bittware_xupp3r", "bittware_xupvv8"})
-        EXPECT_EQ(outcomes(model), "get_transceivers: error: Not available yet\n"
-                                   "set_qsfp_power_mode: error: Not available yet\n" +
+        EXPECT_EQ(outcomes(model), "get_transceivers: 4\n" // of which none has a module
+                                   "set_qsfp_power_mode: error: Cannot set low power mode\n" +
                                        only_bittware_and_u5x + "set_boot_image: " + bmc_missing +
                                        "get_boot_image: " + bmc_missing + "get_current_boot_image: " + bmc_missing +
                                        "get_serial: " + bmc_missing + "get_sensors: " + bmc_missing +
-                                       "get_vendor_mac_addresses: error: Not available yet\n");
+                                       "get_vendor_mac_addresses: 02:00:02:00:00:00 x 8\n");
 }
 
 TEST(facade, a_u5x_board_has_transceiver_speeds_and_no_cages)
@@ -130,8 +130,8 @@ TEST(facade, a_u5x_board_has_transceiver_speeds_and_no_cages)
 TEST(facade, a_u250_is_a_u200_in_every_operation)
 {
     for (const std::string model : {"xilinx_u200", "xilinx_u250"})
-        EXPECT_EQ(outcomes(model), "get_transceivers: error: Not available yet\n"
-                                   "set_qsfp_power_mode: error: Not available yet\n" +
+        EXPECT_EQ(outcomes(model), "get_transceivers: 2\n" // of which none has a module
+                                   "set_qsfp_power_mode: error: Cannot set low power mode\n" +
                                        only_bittware_and_u5x + only_bittware + xmc_missing);
 }
 

@@ -1,0 +1,93 @@
+#include "board/cages.h"
+
+#include "board/helpers.h"
+#include "transceiver/module.h"
+
+#include <cerrno>
+#include <functional>
+#include <stdexcept>
+#include <system_error>
+
+namespace ivra::bsp::board {
+
+namespace {
+
+constexpr std::uint8_t u200_channels[] = {0x01, 0x02};
+constexpr std::uint8_t xupp3r_channels[] = {0x01, 0x02, 0x04, 0x08};
+constexpr std::uint8_t xupvv8_channels[] = {0x10, 0x20, 0x40, 0x80};
+
+constexpr cage_bus_t u200_buses[] = {
+    {.bus = 0, .multiplexer = 0x74, .channels = u200_channels},
+};
+constexpr cage_bus_t xupp3r_buses[] = {
+    {.bus = 1},
+    {.bus = 2},
+    {.bus = 3},
+    {.bus = 4},
+    {.bus = 5, .multiplexer = 0x72, .channels = xupp3r_channels, .optional = true},
+};
+constexpr cage_bus_t xupvv8_buses[] = {
+    {.bus = 0, .multiplexer = 0x72, .channels = xupvv8_channels},
+};
+
+bool answers(v6::i2c::bus& bus, std::uint8_t device)
+{
+    std::uint8_t byte = 0;
+    const auto count = bus.read(device, &byte, 1);
+    return count.has_value() && count.value() == 1;
+}
+
+using visitor_t = std::function<void(v6::i2c::bus&)>;
+
+void visit_cages(v6::i2c::i2c& i2c, const cage_bus_t& cages, const visitor_t& visitor)
+{
+    auto found = i2c.get_bus(cages.bus);
+    if (cages.optional && (!found.has_value() || !answers(found.value(), cages.multiplexer)))
+        return;
+    v6::i2c::bus& bus = found.access_value_or_throw("Cannot get I2C bus");
+    if (cages.channels.empty())
+        visitor(bus);
+    for (const std::uint8_t mask : cages.channels) {
+        select_channels(bus, cages.multiplexer, mask);
+        visitor(bus);
+    }
+}
+
+void visit_cages(v6::i2c::i2c& i2c, const cage_walk_t& walk, const visitor_t& visitor)
+{
+    if (walk.enable_i2c)
+        enable_i2c(i2c);
+    for (const cage_bus_t& cages : walk.buses)
+        visit_cages(i2c, cages, visitor);
+}
+
+} // namespace
+
+constexpr cage_walk_t u200_cages{.enable_i2c = true, .buses = u200_buses};
+constexpr cage_walk_t xupp3r_cages{.enable_i2c = false, .buses = xupp3r_buses};
+constexpr cage_walk_t xupvv8_cages{.enable_i2c = false, .buses = xupvv8_buses};
+
+void select_channels(v6::i2c::bus& bus, std::uint8_t multiplexer, std::uint8_t mask)
+{
+    if (bus.write(multiplexer, &mask, 1).access_value_or_throw() != 1)
+        throw std::system_error{EIO, std::generic_category()};
+}
+
+std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_stats(std::optional<v6::i2c::i2c>& i2c,
+                                                                                   const cage_walk_t& walk)
+{
+    if (!i2c)
+        throw std::runtime_error{"Could not get transceiver statistics as no I2C MM bridge core are detected"};
+    std::vector<std::optional<transceiver::transceiver_info_t>> stats;
+    visit_cages(*i2c, walk, [&](v6::i2c::bus& bus) { stats.push_back(transceiver::get_module_report(bus)); });
+    return stats;
+}
+
+void set_qsfp_power_mode(std::optional<v6::i2c::i2c>& i2c, const cage_walk_t& walk, transceiver::qsfp_power_mode_t mode)
+{
+    if (!i2c)
+        throw std::runtime_error{"Could not set QSFP power mode as no I2C MM bridge core are detected"};
+    visit_cages(*i2c, walk, [mode](v6::i2c::bus& bus) { transceiver::set_qsfp_power_mode(bus, mode); });
+}
+
+} // namespace ivra::bsp::board
