@@ -8,7 +8,6 @@
 #include <limits>
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -40,14 +39,17 @@ std::int64_t* map(const char* file) noexcept
     return memory == MAP_FAILED ? nullptr : static_cast<std::int64_t*>(memory);
 }
 
+/// Opens the clock as soon as the variable names one. Until then there is none, whoever asks: an allocator can do that
+/// in a forked child before the child has set the variable.
 void decide() noexcept
 {
+    const char* const file = std::getenv("IVRA_VIRTUAL_CLOCK");
+    if (file == nullptr || *file == '\0')
+        return;
     const int saved_errno = errno;
-    if (const char* file = std::getenv("IVRA_VIRTUAL_CLOCK"); file != nullptr && *file != '\0') {
-        std::int64_t* const mapped = map(file);
-        open_error = mapped == nullptr ? errno : 0;
-        ticks = mapped;
-    }
+    std::int64_t* const mapped = map(file);
+    open_error = mapped == nullptr ? errno : 0;
+    ticks = mapped;
     decided = true;
     errno = saved_errno;
 }
@@ -58,17 +60,6 @@ std::int64_t* clock() noexcept
     if (!decided)
         decide();
     return ticks;
-}
-
-void decide_again_in_child() noexcept
-{
-    if (ticks == nullptr)
-        decided = false;
-}
-
-[[gnu::constructor]] void watch_forks()
-{
-    ::pthread_atfork(nullptr, nullptr, &decide_again_in_child);
 }
 
 std::int64_t sum(std::int64_t a, std::int64_t b)

@@ -16,8 +16,7 @@ device_time device_now() noexcept;
 /// library is initialised, and leave errno alone.
 namespace test_clock {
 
-/// Whether IVRA_VIRTUAL_CLOCK names one that can be used. The variable is read when a process first asks; a forked
-/// child without a clock asks again.
+/// Whether IVRA_VIRTUAL_CLOCK names one that can be used. The first one that it names is kept.
 bool is_in_use() noexcept;
 /// errno with which the file that IVRA_VIRTUAL_CLOCK names could not be used; 0 when all is well.
 int error() noexcept;
