@@ -1,0 +1,195 @@
+#include "changes.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <thread>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace ivra::tests {
+
+std::vector<std::string> traced(const rack_t& rack, const std::string& piece)
+{
+    std::vector<std::string> found;
+    std::istringstream trace{rack.trace()};
+    for (std::string line; std::getline(trace, line);)
+        if (const std::size_t at = line.find(piece); at != std::string::npos)
+            found.push_back(line.substr(at));
+    return found;
+}
+
+std::size_t calls(const rack_t& rack, const std::string& function)
+{
+    return traced(rack, " " + function + "(").size();
+}
+
+std::string shown(const rack_t& rack, const std::string& field)
+{
+    const run_t run = run_program(IVRA_VIRTUAL_COMMAND, {"show", (rack.folder() / "rack.json").string()},
+                                  {"IVRA_VIRTUAL_STATE=" + (rack.folder() / "state").string(),
+                                   "IVRA_VIRTUAL_CLOCK=" + (rack.folder() / "clock").string()});
+    EXPECT_EQ(run.status, 0) << run.err;
+    std::string lines;
+    std::istringstream text{run.out};
+    constexpr std::size_t indent = 3;
+    constexpr std::size_t column = 18;
+    bool is_in_field = false;
+    for (std::string line; std::getline(text, line);) {
+        if (line.size() < column)
+            continue;
+        if (line[indent] != ' ')
+            is_in_field = line.substr(indent, column - indent).starts_with(field + " ");
+        if (is_in_field)
+            lines += line.substr(column) + "\n";
+    }
+    return lines;
+}
+
+std::string json(bool succeeded, const std::string& text, const std::vector<std::string>& log)
+{
+    std::string document = R"({"data":{},"status":{"success":)" + std::string{succeeded ? "true" : "false"};
+    if (!succeeded)
+        document += R"(,"message":")" + text + '"';
+    document += R"(},"log":[)";
+    for (const std::string& message : log)
+        document += (document.back() == '[' ? "" : ",") + (R"({"type":"info","message":")" + message + R"("})");
+    if (!succeeded)
+        document += R"(,{"type":"error","message":")" + text + R"("})";
+    return document + "]}\n";
+}
+
+namespace {
+
+/// Calls of the last run's trace, in order, without time, process and result.
+std::vector<std::string> trace_lines(const rack_t& rack)
+{
+    std::vector<std::string> lines;
+    std::istringstream trace{rack.trace()};
+    for (std::string line; std::getline(trace, line);)
+        if (const std::size_t at = line.find(" ivra_"); at != std::string::npos)
+            if (!line.substr(at + 1).starts_with("ivra_log_log("))
+                lines.push_back(line.substr(at + 1, line.rfind(") = ") - at));
+    return lines;
+}
+
+std::vector<std::string> changes_among(const std::vector<std::string>& lines, const std::vector<std::string>& changes)
+{
+    std::vector<std::string> found;
+    for (const std::string& line : lines)
+        if (std::ranges::any_of(changes, [&](const std::string& change) { return line.starts_with(change); }))
+            found.push_back(line);
+    return found;
+}
+
+} // namespace
+
+void expect_killing_leaves_a_beginning(const victim_t& victim)
+{
+    rack_t whole;
+    victim.plug(whole);
+    const run_t expected = whole.run(victim.words);
+    ASSERT_EQ(expected.status, 0) << expected.err;
+    const std::vector<std::string> lines = trace_lines(whole);
+    const std::vector<std::string> prescribed = changes_among(lines, victim.changes);
+    ASSERT_FALSE(prescribed.empty());
+    victim.check(whole, prescribed.size());
+
+    std::vector<std::size_t> positions(lines.size());
+    for (std::size_t i = 0; i < positions.size(); ++i)
+        positions[i] = i;
+    if (victim.choose)
+        positions = victim.choose(lines);
+    std::map<std::string, std::size_t> made;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        const std::string call = lines[i].substr(0, lines[i].find('('));
+        const std::size_t nth = ++made[call];
+        if (std::ranges::find(positions, i) == positions.end())
+            continue;
+        SCOPED_TRACE("killed after call " + std::to_string(i) + ": " + lines[i]);
+        rack_t rack;
+        victim.plug(rack);
+        rack.faults(R"({"call": ")" + call + R"(", "kill": "after", "nth": )" + std::to_string(nth) + "}");
+        const run_t killed = rack.run(victim.words);
+        ASSERT_EQ(killed.status, 128 + SIGKILL) << killed.out << killed.err << rack.trace();
+        ASSERT_EQ(trace_lines(rack).size(), i + 1);
+        const std::vector<std::string> done = changes_among(trace_lines(rack), victim.changes);
+        ASSERT_LE(done.size(), prescribed.size());
+        ASSERT_EQ(done, std::vector<std::string>(prescribed.begin(),
+                                                 prescribed.begin() + static_cast<std::ptrdiff_t>(done.size())));
+        rack.environment("IVRA_VIRTUAL_FAULTS");
+        victim.check(rack, done.size());
+
+        const run_t next = rack.run(victim.words);
+        ASSERT_EQ(next.status, 0) << next.err;
+        ASSERT_EQ(next.out, expected.out);
+        victim.check(rack, prescribed.size());
+        if (testing::Test::HasFailure())
+            return; // one is enough to read
+    }
+}
+
+void expect_failure(const run_t& run, const std::string& before, const std::string& part, const std::string& text)
+{
+    EXPECT_EQ(run.out, before + part + "fail\n");
+    EXPECT_EQ(run.err, text + "\n");
+    EXPECT_EQ(run.status, 1);
+}
+
+bool holds_signals(::pid_t process)
+{
+    std::ifstream status{"/proc/" + std::to_string(process) + "/status"};
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("SigBlk:"))
+            return (std::stoull(line.substr(7), nullptr, 16) >> (SIGTERM - 1) & 1U) != 0;
+    return false;
+}
+
+run_t run_and_signal(rack_t& rack, const std::string& words, int signal, const std::function<bool(::pid_t)>& is_time)
+{
+    rack.environment("IVRA_VIRTUAL_CLOCK");
+    const ::pid_t sender = ::fork();
+    if (sender == 0) {
+        for (;;) {
+            std::istringstream trace{rack.trace()}; // its second word is the process
+            std::string seconds;
+            ::pid_t process = 0;
+            if (trace >> seconds >> process && is_time(process))
+                ::_exit(::kill(process, signal) == 0 ? 0 : 1);
+            std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        }
+    }
+    const run_t run = rack.run(words);
+    ::kill(sender, SIGKILL); // when it waits in vain
+    int status = 0;
+    EXPECT_EQ(::waitpid(sender, &status, 0), sender);
+    EXPECT_EQ(status, 0) << "it was never the time to send the signal";
+    return run;
+}
+
+first_board_t::first_board_t()
+{
+    EXPECT_GE(ivra_hw_enumerate_all_accelerators(&descriptor_, 1), 1);
+    accelerator_ = ivra_hw_accelerator_get(descriptor_);
+    EXPECT_GE(ivra_hw_accelerator_enumerate_all_mmios(accelerator_, &space_, 1), 1);
+    mmio_ = ivra_hw_mmio_create(space_);
+    tree_ = ivra_hw_enumerate_cores(mmio_);
+    EXPECT_NE(tree_, nullptr);
+}
+
+first_board_t::~first_board_t()
+{
+    ivra_hw_destroy_tree(tree_);
+    ivra_hw_mmio_destroy(mmio_);
+    ivra_hw_mmio_put_descriptor(space_);
+    ivra_hw_accelerator_put(accelerator_);
+    ivra_hw_accelerator_put_descriptor(descriptor_);
+}
+
+} // namespace ivra::tests
