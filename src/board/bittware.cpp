@@ -2,7 +2,6 @@
 
 #include <ivra/log.h>
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <stdexcept>
@@ -72,7 +71,8 @@ v6::mac_address bittware::read_eeprom_mac(v6::i2c::bus& bus)
     std::array<std::uint8_t, mac_record_size> record{};
     const std::size_t count = bus.read_register(mac_eeprom_address, 0, record.data(), record.size())
                                   .access_value_or_throw("Cannot read MAC EEPROM");
-    return decode_eeprom_mac(std::span{record}.first(std::min(count, record.size())));
+    // A count of more than was asked for cannot be believed, so no byte of it is.
+    return decode_eeprom_mac(std::span{record}.first(count <= record.size() ? count : 0));
 }
 
 std::optional<mac_addresses_t> bittware::get_vendor_mac_addresses()

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -103,6 +104,34 @@ TEST(alveo_bring_up, gives_up_after_150_looks_and_says_what_it_saw)
         EXPECT_EQ(count(rack.trace(), " 0x28018[31:0]"), 151U) << "and once more for the message";
         EXPECT_EQ(count(rack.trace(), " ivra_hw_shared_mutex_unlock("), 1U);
     }
+}
+
+TEST(alveo_bring_up, pauses_after_the_last_look_too)
+{
+    // The 150th look is at 14.9 s; the message shows what the status is at 15 s.
+    rack_t rack;
+    rack.plug("xilinx_u50", xmc(R"({"error": "0xbad0", "ready_after": ["0.5 s", "14.95 s"]})"));
+    EXPECT_TRUE(rack.run("show info")
+                    .out.starts_with(
+                        bring_up_failed("XMC init timeout: status: 0x13018801, error: 0xbad0: Connection timed out")));
+}
+
+TEST(alveo_bring_up, asks_for_at_most_100_cores)
+{
+    rack_t rack;
+    rack.plug("xilinx_u50");
+    rack.run("show sensors");
+    EXPECT_EQ(count(rack.trace(), " ivra_hw_core_enumerate(0000:00:00.0, root, 475, 100) = 1"), 1U) << rack.trace();
+}
+
+TEST(alveo_bring_up, takes_the_lock_of_the_alveo_controller_of_this_board_first)
+{
+    rack_t rack;
+    rack.plug("xilinx_u50");
+    rack.run("show sensors");
+    const std::string trace = rack.trace();
+    EXPECT_NE(trace.find("ivra_hw_shared_mutex_create(\"ivra-bsp-bmc-alveo-"), std::string::npos) << trace;
+    EXPECT_LT(trace.find(" ivra_hw_shared_mutex_lock("), trace.find(" ivra_hw_write("));
 }
 
 TEST(alveo_bring_up, that_times_out_leaves_out_what_cannot_be_read)
@@ -219,6 +248,7 @@ std::vector<std::string> conversation(const rack_t& rack)
     std::vector<std::string> found;
     std::istringstream trace{rack.trace()};
     for (std::string line; std::getline(trace, line);) {
+        line = line.substr(0, line.find(" (fault plan)"));
         const bool is_read = line.find(" ivra_hw_read(") != std::string::npos;
         if (!is_read && line.find(" ivra_hw_write(") == std::string::npos)
             continue;
@@ -255,6 +285,67 @@ TEST(alveo_mailbox, is_asked_for_the_card_information_word_by_word)
                                       "r 0x29018 0x43",
                                       "r 0x28028 0x0",
                                       "r 0x28314 0x0",
+                                  }));
+}
+
+/// Milliseconds between two register accesses in the last run's trace, which are its n-th ones, counted from 0.
+long milliseconds_between(const rack_t& rack, std::size_t from, std::size_t to)
+{
+    std::vector<double> times;
+    std::istringstream trace{rack.trace()};
+    for (std::string line; std::getline(trace, line);)
+        if (line.find(" ivra_hw_read(") != std::string::npos || line.find(" ivra_hw_write(") != std::string::npos)
+            times.push_back(std::stod(line));
+    return std::lround(1000 * (times.at(to) - times.at(from)));
+}
+
+TEST(alveo_mailbox, is_waited_for_10_ms_also_when_it_is_free_already)
+{
+    rack_t rack;
+    plug_ready(rack, xmc(R"({"answer_after": "0 s", "card": {"raw": "2103414243"}})"));
+    rack.run("show info");
+    const std::vector<std::string> accesses = conversation(rack);
+    ASSERT_EQ(accesses.size(), 14U);
+    for (const std::size_t look : {6U, 12U}) {
+        EXPECT_EQ(accesses[look], "r 0x28028 0x0");
+        EXPECT_EQ(accesses[look + 1], "r 0x28314 0x0");
+        EXPECT_EQ(milliseconds_between(rack, look, look + 1), 10);
+    }
+    EXPECT_EQ(milliseconds_between(rack, 0, 13), 20) << "and for nothing else";
+}
+
+TEST(alveo_mailbox, is_looked_for_again_before_the_response_is_read)
+{
+    rack_t rack;
+    plug_ready(rack, card(R"({"raw": "2103414243"})"));
+    rack.faults(R"({"call": "ivra_hw_read", "nth": 9, "garble": "04"})"); // the second offset: 0x1004
+    rack.run("show info");
+    const std::vector<std::string> accesses = conversation(rack);
+    EXPECT_EQ(accesses.at(3), "w 0x29010 0x4000000");
+    EXPECT_EQ(accesses.at(12), "r 0x29014 0x42410321");
+    EXPECT_EQ(accesses.at(13).substr(0, 9), "r 0x29018");
+}
+
+TEST(alveo_mailbox, other_bits_of_the_control_word_are_kept_and_mean_nothing)
+{
+    rack_t rack;
+    plug_ready(rack, xmc(R"({"answer_after": "0 s", "card": {"raw": "2103414243"}})"));
+    // Bits 31, 6, 4 and 0 before the posting, which sets them for good; bits 30 and 7, and not 4 and 0, in the first
+    // look after it; and then an error that has to be cleared.
+    rack.faults(R"({"call": "ivra_hw_read", "nth": 3, "garble": "51000080"},
+                   {"call": "ivra_hw_read", "nth": 4, "garble": "91000040"},
+                   {"call": "ivra_hw_read", "nth": 5, "garble": "00000080"})");
+    EXPECT_EQ(rack.run("show info").err, serial_failed("XMC mailbox packet error: Input/output error"));
+    EXPECT_EQ(conversation(rack), (std::vector<std::string>{
+                                      "w 0x20010 0x1",
+                                      "r 0x28018 0x13018801",
+                                      "r 0x28310 0x1000",
+                                      "w 0x29010 0x4000000",
+                                      "r 0x28028 0x80000051",
+                                      "w 0x28028 0x80000071",
+                                      "r 0x28028 0xc00000c0",
+                                      "r 0x28314 0x80000000",
+                                      "w 0x28028 0xc00000c2",
                                   }));
 }
 

@@ -464,6 +464,27 @@ TEST(bittware_serial, of_an_inventory_that_makes_no_sense_is_an_error)
               serial_failed("Error parsing FRU variable length field"));
 }
 
+TEST(bittware_lock, is_that_of_the_bittware_controller_and_held_for_each_request_and_not_between)
+{
+    rack_t rack;
+    rack.plug("bittware_xupp3r");
+    rack.run("show boot-image");
+    EXPECT_EQ(traced(rack, " ivra_hw_shared_mutex_create(\"ivra-bsp-bmc-bittware-").size(), 1U);
+    std::string steps;
+    std::istringstream trace{rack.trace()};
+    for (std::string line; std::getline(trace, line);) {
+        if (line.find(" ivra_hw_shared_mutex_lock(") != std::string::npos)
+            steps += "lock ";
+        else if (line.find(" ivra_uart_write_all(") != std::string::npos)
+            steps += "write ";
+        else if (line.find(" ivra_uart_read(") != std::string::npos && !steps.ends_with("read "))
+            steps += "read ";
+        else if (line.find(" ivra_hw_shared_mutex_unlock(") != std::string::npos)
+            steps += "unlock ";
+    }
+    EXPECT_EQ(steps, times(2, "lock write read unlock "));
+}
+
 TEST(bittware_lock, failures_release_it)
 {
     struct row_t

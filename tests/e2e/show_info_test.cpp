@@ -175,6 +175,9 @@ TEST(show_info, of_a_board_whose_i2c_cannot_be_created_logs_one_message_and_show
     EXPECT_EQ(run.err, "get_board_serial_stat: Error retrieving serial for board card-0: "
                        "Could not set/get boot image as Bittware BMC subsustem is not initialized.\n");
     EXPECT_EQ(run.status, 0);
+    const std::string trace = rack.trace();
+    const std::size_t log = trace.find(" ivra_log_log(");
+    EXPECT_EQ(trace.substr(log, 17), " ivra_log_log(1, ") << "a warning";
 }
 
 TEST(show_info, ends_with_the_text_of_what_could_not_be_read)

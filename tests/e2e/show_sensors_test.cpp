@@ -417,6 +417,22 @@ TEST(show_sensors, reads_a_set_power_good_bit_as_bad)
               std::string::npos);
 }
 
+TEST(show_sensors, looks_at_no_other_bit_of_power_good)
+{
+    const auto power = [](const std::string& garble) {
+        rack_t rack;
+        rack.plug("xilinx_u50", {{"xmc", R"({"power_good": true})"}});
+        rack.run("list");
+        // The status, 24 times three registers, and power-good.
+        rack.faults(R"({"call": "ivra_hw_read", "nth": 74, "garble": ")" + garble + R"("})");
+        const std::string out = rack.run("show sensors --json").out;
+        const std::size_t at = out.find("POWER_GOOD");
+        return out.substr(at, out.find('}', at) - at);
+    };
+    EXPECT_EQ(power("feffffff"), R"(POWER_GOOD","Current":"Good")");
+    EXPECT_EQ(power("01000000"), R"(POWER_GOOD","Current":"Bad")");
+}
+
 TEST(show_sensors, ends_with_the_text_of_the_register_that_could_not_be_read)
 {
     struct row_t

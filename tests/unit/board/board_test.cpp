@@ -183,6 +183,34 @@ TEST(board_variant, of_a_design_that_does_not_tell_its_name_is_a_system_error)
               "system error: Failed to create hw_top subsystem: No such device");
 }
 
+TEST(board_variant, opens_i2c_before_the_controller_except_on_u5x_boards)
+{
+    struct row_t
+    {
+        const char* model;
+        const char* first;
+        const char* second;
+    };
+    // clang-format off
+    constexpr row_t rows[] = {
+        {"bittware_xupp3r", "ivra_i2c_create(",        "ivra_uart_create("},
+        {"bittware_xupvv8", "ivra_i2c_create(",        "ivra_uart_create("},
+        {"xilinx_u200",     "ivra_i2c_create(",        "ivra_hw_core_enumerate("},
+        {"xilinx_u50",      "ivra_hw_core_enumerate(", "ivra_i2c_create("},
+        {"xilinx_u55c",     "ivra_hw_core_enumerate(", "ivra_i2c_create("},
+    };
+    // clang-format on
+    for (const row_t& row : rows) {
+        tests::rack_t rack;
+        rack.plug(row.model);
+        rack.in_child([] { board{hw::enumerate_accelerators().at(0)}; });
+        const std::size_t first = rack.trace().find(row.first);
+        const std::size_t second = rack.trace().find(row.second);
+        EXPECT_NE(second, std::string::npos) << row.model;
+        EXPECT_LT(first, second) << row.model;
+    }
+}
+
 TEST(board_object, reads_the_addresses_of_the_design_in_their_order)
 {
     tests::rack_t rack;
@@ -377,6 +405,9 @@ TEST(mac_eeprom, that_cannot_be_read_whole_is_an_error)
     const std::string good = R"("MAC=00:11:22:33:44:55")";
     EXPECT_EQ(eeprom_address(good, R"({"call": "ivra_i2c_bus_read_register", "short": 20})"),
               "error: Not enough byte read from MAC EEPROM");
+    EXPECT_EQ(eeprom_address(good, R"({"call": "ivra_i2c_bus_read_register", "count": 22})"),
+              "error: Not enough byte read from MAC EEPROM")
+        << "a count that cannot be";
     EXPECT_EQ(eeprom_address(good, R"({"call": "ivra_i2c_bus_read_register", "errno": "EIO"})"),
               "system error: Cannot read MAC EEPROM: Input/output error");
     EXPECT_EQ(eeprom_address("null"), "system error: Cannot read MAC EEPROM: No such device or address");
