@@ -185,6 +185,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const ivra::v6::i2c::i2c controller{board.root()};
     static ivra::v6::i2c::bus bus = controller.get_bus(1).value();
 
+    output::get().set_color_mode(color_mode_t::never);
+
     module = plug({data, size});
     const std::optional<transceiver::transceiver_info_t> report = transceiver::get_module_report(bus);
     if (report)
