@@ -3,9 +3,12 @@
 #include "Argos/argument_parser.h"
 #include "output/output.h"
 #include "output/section.h"
+#include "transceiver_report.h"
 
 #include <benchmark/benchmark.h>
 
+#include <iostream>
+#include <sstream>
 #include <string>
 
 namespace ivra::bsp {
@@ -41,6 +44,26 @@ void make_texts_fit_for_a_screen(benchmark::State& state)
     state.SetComplexityN(state.range(0));
 }
 BENCHMARK(make_texts_fit_for_a_screen)->RangeMultiplier(10)->Range(10, 10000)->Complexity(benchmark::oN);
+
+void report_modules_of_eight_lanes(benchmark::State& state)
+{
+    transceiver::qsfp_dd::stats_t stats{.temperature = 47.5, .vcc = 3.3, .lanes = {}};
+    stats.lanes.fill({.rx_power = 1.122, .tx_power = 1.259, .tx_bias = 78.2});
+    const transceiver::transceiver_info_t info{
+        "QSFP-DD Double Density 8X pluggable transceiver", "SAMPLE CO", "SAMPLE-1", stats, {}};
+    std::ostringstream text;
+    std::streambuf* const screen = std::cout.rdbuf(text.rdbuf());
+    for (auto _ : state) {
+        text.str({});
+        section::list ports{"Transceivers", 0, {}};
+        for (std::int64_t i = 0; i < state.range(0); ++i)
+            add_transceiver(info, ports.add_section("Port " + std::to_string(i + 1), "Port", 1));
+        output::get().print_out_content(ports.entries, ports.level);
+    }
+    std::cout.rdbuf(screen);
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(report_modules_of_eight_lanes)->RangeMultiplier(2)->Range(1, 8)->Complexity(benchmark::oN);
 
 void parse_a_command_line(benchmark::State& state)
 {
