@@ -175,7 +175,9 @@ void clock_generator::begin_write(std::size_t count, device_time now)
     if (count == 0)
         return;
     const device_time last{time(last_write_at)};
-    const device_time pause = now < last ? device_time::max() : now - last; // a clock set back: it was long ago
+    // It was long ago when the clock was set back since, or further on than a difference can hold.
+    const bool was_long_ago = now < last || (last.count() < 0 && now > last + device_time::max());
+    const device_time pause = was_long_ago ? device_time::max() : now - last;
     const bool is_loading = phase() != not_loaded && phase() != running;
     if (is_loading && (pause < pause_after_write || count > 1))
         found(too_fast);
