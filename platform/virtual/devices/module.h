@@ -15,7 +15,7 @@ module_t remembered(const i2c_t& i2c, std::size_t cage, const mapped_file& file)
 
 enum class power_mode_t
 {
-    none, ///< an SFP, or a module of flat memory: it knows no such thing
+    none, ///< an SFP, or a CMIS module of flat memory: it knows no such thing
     high,
     low
 };
