@@ -65,6 +65,7 @@ std::optional<std::string> attempt(const hw::accelerator_descriptor& accelerator
 {
     board_monitor monitor{accelerator};
     try {
+        // Deliberate: what the platform logs meanwhile completes this line, and the outcome then comes alone.
         output::get().log_part(change.announcement(monitor));
         change.action(monitor);
         output::get().log("success", color::green);

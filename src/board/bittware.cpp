@@ -81,7 +81,7 @@ std::optional<mac_addresses_t> bittware::get_vendor_mac_addresses()
         return std::nullopt;
     enable_i2c(*i2c);
     auto found = i2c->get_bus(mac_eeprom_bus);
-    v6::i2c::bus& bus = found.access_value_or_throw("Cannot get I2C bus");
+    v6::i2c::bus& bus = found.access_value_or_throw(cannot_get_i2c_bus);
     if (eeprom_channel_)
         select_channels(bus, mac_eeprom_multiplexer, *eeprom_channel_);
     return mac_addresses_t{read_eeprom_mac(bus), mac_block_size};

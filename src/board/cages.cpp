@@ -44,7 +44,7 @@ void visit_cages(v6::i2c::i2c& i2c, const cage_bus_t& cages, const visitor_t& vi
     auto found = i2c.get_bus(cages.bus);
     if (cages.optional && (!found.has_value() || !answers(found.value(), cages.multiplexer)))
         return;
-    v6::i2c::bus& bus = found.access_value_or_throw("Cannot get I2C bus");
+    v6::i2c::bus& bus = found.access_value_or_throw(cannot_get_i2c_bus);
     if (cages.channels.empty())
         visitor(bus);
     for (const std::uint8_t mask : cages.channels) {

@@ -11,6 +11,9 @@ namespace ivra::bsp::board {
 /// The I2C controller below `core`. A board without one still works for everything else, so a failure is only logged.
 std::optional<v6::i2c::i2c> get_i2c(const hw::core& core);
 
+/// What went wrong when a bus of the controller is not there.
+inline constexpr const char* cannot_get_i2c_bus = "Cannot get I2C bus";
+
 /// Connects the I2C bus of a board to its devices: sets control pin 0 and leaves the others as they are. Throws
 /// std::system_error, with ERANGE when the controller drives no pins.
 void enable_i2c(v6::i2c::i2c& controller);

@@ -1,5 +1,6 @@
 #include "board/clocks/load.h"
 
+#include "board/helpers.h"
 #include "hw/signal_hold.h"
 #include "hw/sleep.h"
 
@@ -60,7 +61,7 @@ void load(const std::optional<v6::i2c::i2c>& controller, table_t& table)
     if (!controller)
         throw std::runtime_error{"Could not apply speed configuration as no I2C MM bridge core are detected"};
     auto bus = controller->get_bus(bus_index);
-    load(bus.access_value_or_throw("Cannot get I2C bus"), table);
+    load(bus.access_value_or_throw(board::cannot_get_i2c_bus), table);
 }
 
 } // namespace ivra::bsp::clocks

@@ -302,8 +302,8 @@ TEST_F(clock_chip, registers_in_one_transfer_have_no_pause_between_them)
 
 TEST_F(clock_chip, takes_the_last_write_for_long_ago_when_its_clock_was_set_anew)
 {
-    const device_time times[] = {device_time::min(), device_time::max(), device_time::min(), 0s, device_time::min() + 1s,
-                                 -1s};
+    const device_time times[] = {
+        device_time::min(), device_time::max(), device_time::min(), 0s, device_time::min() + 1s, -1s};
     write({0x01, 0x0b});
     for (const device_time time : times) {
         write({0x24, 0xc0}, 0ms);
