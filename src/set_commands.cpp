@@ -92,10 +92,10 @@ void run(const board_monitor_p::Args& args, const change_t& change)
 std::array<std::uint8_t, 24> encode_parameters(const board::mac_addresses_t& addresses)
 {
     std::array<std::uint8_t, 24> record{0x5A, 0x5A, 0xA5, 0xA5, 1};
-    constexpr std::size_t first = 16;
+    const std::uint64_t first = addresses.first.to_int();
     for (std::size_t i = 0; i < 6; ++i)
-        record[first + i] = static_cast<std::uint8_t>(addresses.first.to_int() >> (8 * i) & 0xFFU);
-    record[first + 6] = static_cast<std::uint8_t>(addresses.count & 0xFFU);
+        record[16 + i] = static_cast<std::uint8_t>(first >> (8 * i) & 0xFFU);
+    record[22] = static_cast<std::uint8_t>(addresses.count & 0xFFU);
     return record;
 }
 
