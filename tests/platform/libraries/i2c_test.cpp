@@ -20,15 +20,6 @@ using bytes_t = std::vector<std::uint8_t>;
 class i2c : public host
 {
 protected:
-    /// What ivra-virtual shows of the rack.
-    std::string shown() const
-    {
-        const std::string command =
-            std::string{IVRA_VIRTUAL_COMMAND} + " show " + rack.string() + " > " + (folder / "shown").string();
-        EXPECT_EQ(std::system(command.c_str()), 0);
-        return read(folder / "shown");
-    }
-
     void plug_board(const std::string& model, const std::string& json)
     {
         plug({R"({"model": ")" + model + R"(", "uid": "0000:01:00.0", "i2c": )" + json + "}"});

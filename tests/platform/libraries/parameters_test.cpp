@@ -4,7 +4,6 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 namespace ivra::platform_tests {
@@ -100,15 +99,6 @@ class design_parameters : public host
 {
 protected:
     design_parameters() { plug({board_with(two_sections)}); }
-
-    /// What ivra-virtual shows of the rack.
-    std::string shown() const
-    {
-        const std::string command =
-            std::string{IVRA_VIRTUAL_COMMAND} + " show " + rack.string() + " > " + (folder / "shown").string();
-        EXPECT_EQ(std::system(command.c_str()), 0);
-        return read(folder / "shown");
-    }
 
     /// Expects a new process to find these addresses.
     static void expect_addresses(const texts_t& addresses)

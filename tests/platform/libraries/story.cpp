@@ -1,5 +1,7 @@
 #include "story.h"
 
+#include "support/process.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -113,6 +115,13 @@ std::string host::read(const std::filesystem::path& file) const
     std::ostringstream text;
     text << stream.rdbuf();
     return text.str();
+}
+
+std::string host::shown() const
+{
+    const tests::run_t show = tests::run_program(IVRA_VIRTUAL_COMMAND, {"show", rack.string()});
+    EXPECT_EQ(show.status, 0) << show.err;
+    return show.out;
 }
 
 namespace {

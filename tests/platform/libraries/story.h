@@ -72,6 +72,8 @@ protected:
     /// Lines of the trace without the seconds and the process; EXPECTs that each begins with them.
     std::vector<std::string> trace() const;
     std::string read(const std::filesystem::path& file) const;
+    /// What ivra-virtual shows of the rack.
+    std::string shown() const;
 
     std::filesystem::path folder; ///< all files of the test
     std::filesystem::path rack;
