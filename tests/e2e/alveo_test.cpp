@@ -489,12 +489,6 @@ TEST(card_information, that_is_malformed_is_an_error_and_a_repeated_key_keeps_it
     EXPECT_NE(info("2100").find("\tBoard serial : \n"), std::string::npos) << "a serial of no bytes";
 }
 
-/// How many times a call stands in the last run's trace.
-std::size_t calls(const rack_t& rack, const std::string& call)
-{
-    return count(rack.trace(), " " + call + "(");
-}
-
 TEST(alveo_lock, is_free_again_when_its_holder_was_killed_at_any_call)
 {
     // The first run releases the XMC from reset and waits until it is ready; the second one finds it so.

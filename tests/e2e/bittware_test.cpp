@@ -37,23 +37,13 @@ std::string serial_failed(const std::string& why)
 
 const std::string not_initialized = "Could not set/get boot image as Bittware BMC subsustem is not initialized.";
 
-/// Lines of the last run's trace that contain a piece, from the piece on.
-std::vector<std::string> traced(const rack_t& rack, const std::string& piece)
-{
-    std::vector<std::string> found;
-    std::istringstream trace{rack.trace()};
-    for (std::string line; std::getline(trace, line);)
-        if (const std::size_t at = line.find(piece); at != std::string::npos)
-            found.push_back(line.substr(at + piece.size()));
-    return found;
-}
-
 /// What was written to the UART, request by request.
 std::vector<std::string> written(const rack_t& rack)
 {
-    std::vector<std::string> requests = traced(rack, " ivra_uart_write_all(0000:00:00.0, [");
+    const std::string call = "ivra_uart_write_all(0000:00:00.0, [";
+    std::vector<std::string> requests = traced(rack, call);
     for (std::string& request : requests)
-        request = request.substr(0, request.find(']'));
+        request = request.substr(call.size(), request.find(']') - call.size());
     return requests;
 }
 
@@ -250,8 +240,10 @@ TEST(bittware_line, a_pair_that_is_split_is_logged_and_dropped)
                            "\t├────────┼──────────┤\n"
                            "\t│ A      │ 181.00 V │\n" // 0xb5 as it is
                            "\t└────────┴──────────┘\n");
-    EXPECT_EQ(traced(rack, " ivra_log_log(").at(1), R"(1, "src/bmc/bittware/ipmi_serial", 143, "recv_data", "%s"))");
-    EXPECT_EQ(traced(rack, " ivra_log_log(").at(2), R"(1, "src/bmc/bittware/ipmi_serial", 154, "recv_data", "%s"))");
+    EXPECT_EQ(traced(rack, "ivra_log_log(").at(1),
+              R"(ivra_log_log(1, "src/bmc/bittware/ipmi_serial", 143, "recv_data", "%s"))");
+    EXPECT_EQ(traced(rack, "ivra_log_log(").at(2),
+              R"(ivra_log_log(1, "src/bmc/bittware/ipmi_serial", 154, "recv_data", "%s"))");
 }
 
 TEST(bittware_line, an_answer_that_came_too_late_is_taken_by_the_next_request)
@@ -384,9 +376,9 @@ TEST(bittware_bmc, that_cannot_be_opened_is_one_line_in_the_log)
                                         row.text + "\nFlash memory\n"))
             << run.out;
         EXPECT_EQ(run.status, 0) << "the board works for everything that needs no BMC";
-        const std::vector<std::string> log = traced(rack, " ivra_log_log(");
+        const std::vector<std::string> log = traced(rack, "ivra_log_log(");
         ASSERT_EQ(log.size(), 1U);
-        EXPECT_TRUE(log.front().starts_with(R"(1, "src/board/bittware", 57, "get_bmc", )")) << log.front();
+        EXPECT_TRUE(log.front().starts_with(R"(ivra_log_log(1, "src/board/bittware", 57, "get_bmc", )")) << log.front();
     }
 }
 
@@ -507,9 +499,9 @@ TEST(bittware_lock, failures_release_it)
         const run_t run = rack.run("show info");
         EXPECT_EQ(run.err, serial_failed(row.text)) << row.fault;
         EXPECT_EQ(run.status, 0);
-        const std::size_t locks = traced(rack, " ivra_hw_shared_mutex_lock(").size();
+        const std::size_t locks = calls(rack, "ivra_hw_shared_mutex_lock");
         const bool lock_failed = std::string{row.fault}.find("mutex_lock") != std::string::npos;
-        EXPECT_EQ(traced(rack, " ivra_hw_shared_mutex_unlock(").size(), locks - (lock_failed ? 1 : 0)) << row.fault;
+        EXPECT_EQ(calls(rack, "ivra_hw_shared_mutex_unlock"), locks - (lock_failed ? 1 : 0)) << row.fault;
     }
 }
 
@@ -524,7 +516,7 @@ TEST(bittware_lock, is_free_again_when_its_holder_was_killed_at_any_call)
         rack_t whole;
         whole.plug("bittware_xupp3r", members);
         EXPECT_EQ(whole.run("show boot-image").out, report);
-        const std::size_t steps = traced(whole, " " + call + "(").size();
+        const std::size_t steps = calls(whole, call);
         ASSERT_GT(steps, 0U);
         for (std::size_t nth = 1; nth <= steps; ++nth) {
             rack_t rack;

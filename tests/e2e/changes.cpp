@@ -15,21 +15,6 @@
 
 namespace ivra::tests {
 
-std::vector<std::string> traced(const rack_t& rack, const std::string& piece)
-{
-    std::vector<std::string> found;
-    std::istringstream trace{rack.trace()};
-    for (std::string line; std::getline(trace, line);)
-        if (const std::size_t at = line.find(piece); at != std::string::npos)
-            found.push_back(line.substr(at));
-    return found;
-}
-
-std::size_t calls(const rack_t& rack, const std::string& function)
-{
-    return traced(rack, " " + function + "(").size();
-}
-
 std::string shown(const rack_t& rack, const std::string& field)
 {
     const run_t run = run_program(IVRA_VIRTUAL_COMMAND, {"show", (rack.folder() / "rack.json").string()},

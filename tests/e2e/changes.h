@@ -22,11 +22,6 @@ inline const std::string remains = "recv_data: Data remains after end of IPMI tr
 inline const std::string no_i2c =
     "get_i2c: Could not create I2C subsystem: Failed to create i2c object.: No such device\n";
 
-/// Lines of the last run's trace that contain a piece, from the piece on.
-std::vector<std::string> traced(const rack_t& rack, const std::string& piece);
-/// How many calls of a function the last run made.
-std::size_t calls(const rack_t& rack, const std::string& function);
-
 /// What ivra-virtual shows of the first board's field ("Clock"), each of its lines ending in '\n'.
 std::string shown(const rack_t& rack, const std::string& field);
 

@@ -209,6 +209,21 @@ void rack_t::expect_everything_released(const run_t& run) const
     }
 }
 
+std::vector<std::string> traced(const rack_t& rack, const std::string& piece)
+{
+    std::vector<std::string> found;
+    std::istringstream trace{rack.trace()};
+    for (std::string line; std::getline(trace, line);)
+        if (const std::size_t at = line.find(piece); at != std::string::npos)
+            found.push_back(line.substr(at));
+    return found;
+}
+
+std::size_t calls(const rack_t& rack, const std::string& function)
+{
+    return traced(rack, " " + function + "(").size();
+}
+
 std::vector<std::string> split(const std::string& line)
 {
     std::vector<std::string> words;

@@ -3,6 +3,7 @@
 
 #include "support/process.h"
 
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -71,6 +72,11 @@ private:
     std::optional<host_t> host_;
     std::vector<std::string> environment_;
 };
+
+/// Lines of the last run's trace that contain a piece, from the piece on.
+std::vector<std::string> traced(const rack_t& rack, const std::string& piece);
+/// How many calls of a function the last run made.
+std::size_t calls(const rack_t& rack, const std::string& function);
 
 /// The words of a line, which single spaces separate.
 std::vector<std::string> split(const std::string& line);
