@@ -11,17 +11,34 @@
 #include <thread>
 
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace ivra::virtual_platform {
 
 namespace {
 
-[[noreturn]] void kill_this_process()
+/// Returns when the signal has taken effect, or is held back.
+void signal_this_process(int signal)
 {
-    ::kill(::getpid(), SIGKILL);
-    for (;;)
+    ::kill(::getpid(), signal);
+    while (signal == SIGKILL)
         ::pause();
+}
+
+/// Stops this process as SIGSTOP does. A child waits for so long and then continues it.
+void stop_this_process(std::chrono::microseconds duration)
+{
+    const ::pid_t process = ::getpid();
+    const ::pid_t child = ::fork();
+    if (child == 0) {
+        ::kill(process, SIGSTOP);
+        std::this_thread::sleep_for(duration);
+        ::kill(process, SIGCONT);
+        ::_exit(0);
+    }
+    while (child > 0 && ::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
 }
 
 template <class Number>
@@ -67,10 +84,12 @@ void call::begin()
         return;
     if (fault_->delay.count() > 0)
         std::this_thread::sleep_for(fault_->delay);
-    if (fault_->kill == fault_t::before) {
-        if (tracing_)
+    if (fault_->stop.count() > 0)
+        stop_this_process(fault_->stop);
+    if (fault_->signal != 0 && fault_->when == fault_t::before) {
+        if (tracing_ && fault_->signal == SIGKILL)
             trace_result("killed");
-        kill_this_process();
+        signal_this_process(fault_->signal);
     }
     if (!fault_->transferred)
         require(fault_->error == 0, fault_->error);
@@ -88,8 +107,8 @@ void call::finish_output()
 
 void call::leave()
 {
-    if (fault_ != nullptr && fault_->kill == fault_t::after)
-        kill_this_process();
+    if (fault_ != nullptr && fault_->signal != 0 && fault_->when == fault_t::after)
+        signal_this_process(fault_->signal);
     errno = saved_errno_;
 }
 
@@ -114,8 +133,8 @@ void call::fail(const char* shown_failure) noexcept
             trace_result(std::string{shown_failure} + " " + describe_error(error));
     } catch (...) { // no memory for the trace; the call fails all the same
     }
-    if (fault_ != nullptr && fault_->kill == fault_t::after)
-        kill_this_process();
+    if (fault_ != nullptr && fault_->signal != 0 && fault_->when == fault_t::after)
+        signal_this_process(fault_->signal);
     errno = error;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -64,6 +65,27 @@ int errno_of(const Value& value, const place_t& place)
             return error;
     }
     place.expected(what);
+}
+
+int signal_of(const Value& value, const place_t& place)
+{
+    constexpr const char* what = "the name of a signal, such as \"SIGINT\"";
+    const std::string name = text_of(value, place, what);
+    for (int signal = 1; signal < SIGRTMIN; ++signal) {
+        const char* abbreviation = ::sigabbrev_np(signal);
+        if (abbreviation != nullptr && name == std::string{"SIG"} + abbreviation)
+            return signal;
+    }
+    place.expected(what);
+}
+
+decltype(fault_t::when) when_of(const Value& value, const place_t& place)
+{
+    constexpr const char* what = "\"before\" or \"after\"";
+    const std::string when = text_of(value, place, what);
+    if (when != "before" && when != "after")
+        place.expected(what);
+    return when == "before" ? fault_t::before : fault_t::after;
 }
 
 std::chrono::microseconds delay_of(const Value& value, const place_t& place)
@@ -140,13 +162,10 @@ constexpr member_t members[] = {
     {"garble",      data,      true,  [](fault_rule_t& r, const Value& v, const place_t& p) { r.fault.garble = bytes_of(v, p); }},
     {"count",       counts,    true,  [](fault_rule_t& r, const Value& v, const place_t& p) { r.fault.count = static_cast<int>(number_of(v, 0, 1'000'000, p)); }},
     {"text",        text,      true,  [](fault_rule_t& r, const Value& v, const place_t& p) { r.fault.text = text_of(v, p, "a text"); }},
-    {"kill",        0,         true,  [](fault_rule_t& r, const Value& v, const place_t& p) {
-        constexpr const char* what = "\"before\" or \"after\"";
-        const std::string when = text_of(v, p, what);
-        if (when != "before" && when != "after")
-            p.expected(what);
-        r.fault.kill = when == "before" ? fault_t::before : fault_t::after;
-    }},
+    {"stop",        0,         true,  [](fault_rule_t& r, const Value& v, const place_t& p) { r.fault.stop = delay_of(v, p); }},
+    {"signal",      0,         true,  [](fault_rule_t& r, const Value& v, const place_t& p) { r.fault.signal = signal_of(v, p); }},
+    {"when",        0,         false, [](fault_rule_t& r, const Value& v, const place_t& p) { r.fault.when = when_of(v, p); }},
+    {"kill",        0,         true,  [](fault_rule_t& r, const Value& v, const place_t& p) { r.fault.signal = SIGKILL; r.fault.when = when_of(v, p); }},
 };
 // clang-format on
 
@@ -170,12 +189,17 @@ fault_rule_t rule_of(const Value& value, const place_t& place)
         seen.push_back(name);
         has_effect = has_effect || member->effect;
     }
+    if (value.HasMember("kill") && (value.HasMember("signal") || value.HasMember("when")))
+        place.expected("\"kill\", or \"signal\" and \"when\"");
+    if (value.HasMember("when") && !value.HasMember("signal"))
+        place.expected("\"when\" only with \"signal\"");
     if (value.HasMember("nth") && value.HasMember("from"))
         place.expected("\"nth\" or \"from\", not both");
     if (rule.fault.error != 0 && rule.fault.transferred && (call.traits & lists) != 0)
         place.expected("\"errno\" or \"short\", not both"); // the handles would be lost
     if (!has_effect)
-        place.expected("an effect: \"errno\", \"short\", \"delay\", \"garble\", \"count\", \"text\" or \"kill\"");
+        place.expected("an effect: \"errno\", \"short\", \"delay\", \"stop\", \"garble\", \"count\", \"text\", "
+                       "\"signal\" or \"kill\"");
     return rule;
 }
 

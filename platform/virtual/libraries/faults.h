@@ -22,15 +22,16 @@ struct fault_t
     int error = 0; ///< errno; 0: the call does not fail. With `transferred`, it fails after that
     std::optional<std::size_t> transferred; ///< bytes or entries that are moved at most
     std::chrono::microseconds delay{0};     ///< before anything is done
+    std::chrono::microseconds stop{0};      ///< for so long the process is stopped, before anything is done
     std::vector<std::uint8_t> garble;       ///< XORed over what the call stores, from its first byte on
     std::optional<int> count;               ///< returned instead of the true count
     std::optional<std::string> text;        ///< stored or returned instead of the true text
+    int signal = 0;                         ///< that the process sends itself; 0: none
     enum
     {
-        never,
         before,
         after
-    } kill = never; ///< the process kills itself
+    } when = before; ///< of the call's work: when the signal comes
 };
 
 /// A fault, and the calls that it happens to.

@@ -7,6 +7,8 @@
 #include <csignal>
 #include <cstdlib>
 
+#include <sys/wait.h>
+
 namespace ivra::platform_tests {
 
 namespace {
@@ -205,6 +207,83 @@ TEST_F(faults, kill_after_ends_the_process_when_the_call_is_done)
     });
 }
 
+TEST_F(faults, signal_comes_before_the_call_does_its_work_or_after_it)
+{
+    struct row_t
+    {
+        const char* when;
+        std::uint64_t value; ///< of the register after a signal that ended the process
+    };
+    constexpr row_t rows[] = {{"", 0}, {R"(, "when": "before")", 0}, {R"(, "when": "after")", 7}};
+    for (const row_t& row : rows) {
+        plan(std::string{R"([{"call": "ivra_hw_write", "nth": 2, "signal": "SIGINT")"} + row.when + "}]");
+        const end_t end = end_of(start([] {
+            std::signal(SIGINT, SIG_DFL);
+            const opened board;
+            write_word(board.core(475), 0x20, 0);
+            write_word(board.core(475), 0x20, 7);
+        }));
+        EXPECT_EQ(end.signal, SIGINT);
+        ::unsetenv("IVRA_VIRTUAL_FAULTS");
+        run([&] { EXPECT_EQ(read_word(opened{}.core(475), 0x20), row.value) << row.when; });
+    }
+}
+
+volatile std::sig_atomic_t came = 0;
+
+TEST_F(faults, signal_that_the_process_takes_or_holds_back_does_not_disturb_the_call)
+{
+    plan(R"([{"call": "ivra_hw_read", "nth": 1, "signal": "SIGUSR1"},
+             {"call": "ivra_hw_read", "nth": 2, "signal": "SIGUSR1", "when": "after", "errno": "EIO"}])");
+    run([] {
+        std::signal(SIGUSR1, [](int signal) {
+            came = signal;
+            errno = EDOM;
+        });
+        const opened board;
+        const ivra_hw_register_description word{0x20, 0, 32, "word"};
+        std::uint64_t value = 0;
+        errno = 0;
+        EXPECT_EQ(ivra_hw_read(board.core(475), &word, &value), 0);
+        EXPECT_EQ(errno, 0);
+        EXPECT_EQ(came, SIGUSR1);
+
+        came = 0;
+        sigset_t held;
+        ::sigemptyset(&held);
+        ::sigaddset(&held, SIGUSR1);
+        ::sigprocmask(SIG_BLOCK, &held, nullptr);
+        EXPECT_FAILS(-1, EIO, ivra_hw_read(board.core(475), &word, &value));
+        EXPECT_EQ(came, 0);
+        ::sigprocmask(SIG_UNBLOCK, &held, nullptr);
+        EXPECT_EQ(came, SIGUSR1);
+    });
+}
+
+TEST_F(faults, stop_stops_the_process_for_a_time)
+{
+    plan(R"([{"call": "ivra_hw_write", "stop": "50 ms"}])");
+    const ::pid_t process = start([] { write_word(opened{}.core(475), 0x20, 7); });
+    int status = 0;
+    ASSERT_EQ(::waitpid(process, &status, WUNTRACED), process);
+    ASSERT_TRUE(WIFSTOPPED(status));
+    EXPECT_EQ(WSTOPSIG(status), SIGSTOP);
+    EXPECT_EQ(end_of(process).status, 0) << "it went on";
+    run([] { EXPECT_EQ(read_word(opened{}.core(475), 0x20), 7U); });
+}
+
+TEST_F(faults, stop_takes_its_time_from_the_clock_of_a_test)
+{
+    plan(R"([{"call": "ivra_hw_read", "stop": "1 s"}])");
+    run([this] {
+        ::setenv("IVRA_VIRTUAL_CLOCK", (folder / "clock").c_str(), 1);
+        const opened board;
+        const auto before = std::chrono::steady_clock::now();
+        read_word(board.core(475), 0x20);
+        EXPECT_EQ(std::chrono::steady_clock::now() - before, std::chrono::seconds{1});
+    });
+}
+
 TEST_F(faults, a_call_that_cannot_fail_can_still_be_slow_or_deadly)
 {
     plan(R"([{"call": "ivra_hw_filter_destroy", "kill": "before"}])");
@@ -309,6 +388,13 @@ TEST_F(faults, a_plan_that_is_malformed_is_refused_loudly_with_the_place_of_the_
         {R"([{"call": "ivra_hw_write", "garble": "ff"}])", "/0/garble: expected no such member for ivra_hw_write"},
         {R"([{"call": "ivra_hw_read", "count": 1}])", "/0/count: expected no such member for ivra_hw_read"},
         {R"([{"call": "ivra_hw_read", "text": "a"}])", "/0/text: expected no such member for ivra_hw_read"},
+        {R"([{"call": "ivra_hw_read", "stop": "20"}])", "/0/stop: expected a time"},
+        {R"([{"call": "ivra_hw_read", "signal": "INT"}])", "/0/signal: expected the name of a signal"},
+        {R"([{"call": "ivra_hw_read", "signal": 2}])", "/0/signal: expected the name of a signal"},
+        {R"([{"call": "ivra_hw_read", "signal": "SIGINT", "when": "now"}])",
+         R"(/0/when: expected "before" or "after")"},
+        {R"([{"call": "ivra_hw_read", "errno": "EIO", "when": "after"}])", R"(/0: expected "when" only with "signal")"},
+        {R"([{"call": "ivra_hw_read", "signal": "SIGINT", "kill": "after"}])", R"(/0: expected "kill", or "signal")"},
         {R"([{"call": "ivra_hw_read", "kill": "now"}])", R"(/0/kill: expected "before" or "after")"},
         {R"([{"call": "ivra_hw_read", "accelerator": "nobody", "errno": "EIO"}])",
          "/0/accelerator: expected the name or uid of an accelerator of "},
