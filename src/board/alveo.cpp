@@ -28,19 +28,22 @@ hw::core find_xmc(const hw::core& top)
 std::optional<bmc::alveo::xmc> alveo::get_xmc(const hw::core& top)
 {
     std::optional<mutex> guard;
+    std::optional<held_lock> lock;
     std::optional<bmc::alveo::xmc> controller;
     try {
         const hw::core core = find_xmc(top);
         guard.emplace("bmc-alveo", core);
-        run_and_keep_locked(*guard, [&core] { bmc::alveo::bring_up(core); });
+        lock.emplace(*guard);
+        bmc::alveo::bring_up(core);
         controller.emplace(core, *guard);
     } catch (const std::system_error& error) {
+        lock.reset(); // nothing is written to a screen under a lock
         // Deliberate: file and line are fixed, so that this line is the same in every version's log.
         ivra_log_log(IVRA_LOG_WARNING, "src/board/alveo", 18, "get_xmc", "Could not initialize Alveo XMC subsystem: %s",
                      error.what());
         return std::nullopt;
     }
-    guard->unlock();
+    lock->unlock();
     return controller;
 }
 

@@ -1,7 +1,9 @@
 #include "hw/mutex.h"
 
 #include <cerrno>
+#include <exception>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 namespace ivra::bsp {
@@ -33,6 +35,23 @@ void mutex::fail_when_busy(std::string message)
 {
     fail_when_busy_ = true;
     message_ = std::move(message);
+}
+
+held_lock::~held_lock()
+{
+    if (!is_locked_)
+        return;
+    try {
+        mutex_.unlock();
+    } catch (const std::exception&) {
+        // What went wrong before says more; the system releases the lock with the process.
+    }
+}
+
+void held_lock::unlock()
+{
+    is_locked_ = false;
+    mutex_.unlock();
 }
 
 } // namespace ivra::bsp

@@ -3,18 +3,20 @@
 
 #include "hw/core.h"
 #include "hw/shared_mutex.h"
+#include "hw/signal_hold.h"
 
+#include <optional>
 #include <string>
-#include <system_error>
 #include <type_traits>
 
 namespace ivra::bsp {
 
-/// Lock that serialises the traffic of all processes of this host to one management controller of one board.
+/// Lock that serialises what all processes of this host do with one controller of one board. Take it by held_lock or by
+/// locked() and locked_whole().
 class mutex
 {
 public:
-    /// `name` is the controller's, such as "bmc-alveo"; the board is the one that `core` belongs to.
+    /// `name` is the controller's, such as "bmc-alveo" or "i2c"; the board is the one that `core` belongs to.
     /// Throws std::system_error.
     mutex(const std::string& name, const hw::core& core);
 
@@ -32,36 +34,62 @@ private:
     std::string message_;
 };
 
-/// Locks and runs `action`. The lock is still held afterwards, unless the action failed; its error wins over that of
-/// the unlock.
-template <class Action>
-auto run_and_keep_locked(mutex& m, Action action)
+/// A lock that is held for as long as this lives, or until unlock(). Nobody is stopped with it: Ctrl-Z waits from
+/// before the lock is asked for until it is free again. What ends the process works also while it waits for the lock.
+class held_lock
 {
-    m.lock();
-    try {
-        return action();
-    } catch (...) {
-        try {
-            m.unlock();
-        } catch (const std::system_error&) {
-            // The first error says more; the system releases the lock with the process.
-        }
-        throw;
+public:
+    /// Waits. Throws as mutex::lock().
+    explicit held_lock(mutex& m) : mutex_{m} { mutex_.lock(); }
+    ~held_lock();
+    held_lock(const held_lock&) = delete;
+    held_lock& operator=(const held_lock&) = delete;
+
+    /// From now on until the lock is free, nothing that a terminal or a shell sends ends the process either: for what
+    /// must not be left half-way. Throws std::system_error.
+    void hold_signals() { hold_.emplace(); }
+
+    void unlock(); ///< Once. Throws std::system_error.
+
+private:
+    hw::stop_hold no_stop_;
+    mutex& mutex_;
+    bool is_locked_ = true;
+    std::optional<hw::signal_hold> hold_;
+};
+
+namespace mutex_p {
+
+template <class Action>
+auto run_and_unlock(held_lock& lock, Action action)
+{
+    if constexpr (std::is_void_v<std::invoke_result_t<Action>>) {
+        action();
+        lock.unlock();
+    } else {
+        auto value = action();
+        lock.unlock();
+        return value;
     }
 }
 
-/// Runs `action` under the lock. An unlock that fails after success propagates.
+} // namespace mutex_p
+
+/// Runs `action` under the lock. Its error wins over that of the unlock; an unlock that fails after success propagates.
 template <class Action>
 auto locked(mutex& m, Action action)
 {
-    if constexpr (std::is_void_v<std::invoke_result_t<Action>>) {
-        run_and_keep_locked(m, action);
-        m.unlock();
-    } else {
-        auto value = run_and_keep_locked(m, action);
-        m.unlock();
-        return value;
-    }
+    held_lock lock{m};
+    return mutex_p::run_and_unlock(lock, action);
+}
+
+/// The same for an action that must not be left half-way: signals take effect when the lock is free again.
+template <class Action>
+auto locked_whole(mutex& m, Action action)
+{
+    held_lock lock{m};
+    lock.hold_signals();
+    return mutex_p::run_and_unlock(lock, action);
 }
 
 } // namespace ivra::bsp

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <iterator>
 #include <set>
+#include <span>
 #include <stdexcept>
 #include <utility>
 
@@ -48,9 +49,17 @@ void check(const ipmi_response_t& response, const char* failure)
 
 } // namespace
 
-ipmi_response_t bmc::ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::span<const std::uint8_t> data)
+ipmi_response_t bmc::ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::vector<std::uint8_t> data)
 {
-    return locked(mutex_, [&] { return exchange(uart_, netfn, cmd, data); });
+    remarks_t remarks; // nothing is written to a screen under a lock
+    try {
+        ipmi_response_t response = locked_whole(mutex_, [&] { return exchange(uart_, netfn, cmd, data, remarks); });
+        log(remarks);
+        return response;
+    } catch (...) {
+        log(remarks);
+        throw;
+    }
 }
 
 ipmi_response_t bmc::ipmi_request_bittware_oem(std::uint8_t cmd, const std::vector<std::uint8_t>& data)
@@ -94,8 +103,9 @@ std::uint8_t bmc::get_fpga_config_status()
 
 std::vector<std::uint8_t> bmc::read_fru_data(std::uint16_t offset, std::uint8_t count)
 {
+    const auto request = encode_read_fru_data({offset, count});
     const ipmi_response_t response =
-        ipmi_request(read_fru_data_netfn, read_fru_data_command, encode_read_fru_data({offset, count}));
+        ipmi_request(read_fru_data_netfn, read_fru_data_command, {request.begin(), request.end()});
     const std::span<const std::uint8_t> bytes = decode_fru_data(response.code, response.data, count);
     return {bytes.begin(), bytes.end()};
 }
@@ -111,7 +121,7 @@ std::string bmc::get_board_serial()
 bmc::sensor_result_t bmc::get_sensor(std::uint16_t record_id)
 {
     const auto ask = [this](std::uint8_t cmd, std::span<const std::uint8_t> data) {
-        return ipmi_request(sensor_netfn, cmd, data);
+        return ipmi_request(sensor_netfn, cmd, {data.begin(), data.end()});
     };
     const ipmi_response_t first = ask(get_sdr_command, encode_get_sensor_record(record_id));
     sensor_record_t record = decode_sensor_record(first.code, first.data);

@@ -8,7 +8,6 @@
 #include "hw/uart.h"
 
 #include <cstdint>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -31,8 +30,10 @@ public:
     /// Throws std::system_error.
     explicit bmc(const hw::core& core) : uart_{core}, mutex_{"bmc-bittware", core} {}
 
-    /// Sends a request and waits for its answer; a completion code other than 0 is no error here.
-    ipmi_response_t ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::span<const std::uint8_t> data);
+    /// Sends a request and waits for its answer; a completion code other than 0 is no error here. What ends or stops
+    /// the process waits until the answer was read, and what is to be said of the answer until others can have the
+    /// UART.
+    ipmi_response_t ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::vector<std::uint8_t> data);
 
     /// The same for a command of the board's maker, whose identifier is added to the request and taken off the answer.
     ipmi_response_t ipmi_request_bittware_oem(std::uint8_t cmd, const std::vector<std::uint8_t>& data);

@@ -50,11 +50,10 @@ constexpr std::uint8_t shifted_netfn(std::uint8_t netfn)
     return static_cast<std::uint8_t>(unsigned{netfn} << 2U); // LUN 0; 8 bits are kept
 }
 
-void log_received(int line, const std::string& text)
-{
-    // Deliberate: file and line are fixed, so that this line is the same in every version's log.
-    ivra_log_log(IVRA_LOG_WARNING, "src/bmc/bittware/ipmi_serial", line, "recv_data", "%s", text.c_str());
-}
+// Deliberate: file and lines of these remarks are fixed, so that they are the same in every version's log.
+constexpr const char* source_file = "src/bmc/bittware/ipmi_serial";
+constexpr int invalid_escape_line = 143;
+constexpr int remains_line = 154;
 
 std::string invalid_escape_text(std::uint8_t byte)
 {
@@ -63,20 +62,20 @@ std::string invalid_escape_text(std::uint8_t byte)
     return text.str();
 }
 
-std::vector<std::uint8_t> recv_data(v6::uart::uart& uart)
+std::vector<std::uint8_t> recv_data(v6::uart::uart& uart, remarks_t& remarks)
 {
     frame_decoder::buffer_t buffer{}; // Deliberate: not cleared between reads, see frame_decoder::feed()
     frame_decoder decoder;
-    std::size_t logged = 0;
+    std::size_t remarked = 0;
     unsigned attempts = 0;
     do {
         decoder.feed(buffer, uart.read(buffer).access_value_or_throw("Cannot read IPMI response"));
-        for (; logged < decoder.invalid_escapes().size(); ++logged)
-            log_received(143, invalid_escape_text(decoder.invalid_escapes()[logged]));
+        for (; remarked < decoder.invalid_escapes().size(); ++remarked)
+            remarks.push_back({invalid_escape_line, invalid_escape_text(decoder.invalid_escapes()[remarked])});
         if (decoder.complete()) {
             // Deliberate: asked is whether the buffer goes on after the stop byte, which it always does, not whether
             // more was read.
-            log_received(154, "Data remains after end of IPMI transaction.");
+            remarks.push_back({remains_line, "Data remains after end of IPMI transaction."});
             return decoder.message();
         }
         hw::sleep(read_pause);
@@ -147,11 +146,18 @@ ipmi_response_t decode_response(std::span<const std::uint8_t> message, std::uint
     return {.code = message[3], .data = {data.begin(), data.end()}};
 }
 
-ipmi_response_t exchange(v6::uart::uart& uart, std::uint8_t netfn, std::uint8_t cmd, std::span<const std::uint8_t> data)
+ipmi_response_t exchange(v6::uart::uart& uart, std::uint8_t netfn, std::uint8_t cmd, std::span<const std::uint8_t> data,
+                         remarks_t& remarks)
 {
     if (const std::error_code error = uart.write_all(encode_frame(encode_request(netfn, cmd, data)), write_timeout))
         throw std::system_error{error, "Error sending IPMI data"};
-    return decode_response(recv_data(uart), netfn, cmd);
+    return decode_response(recv_data(uart, remarks), netfn, cmd);
+}
+
+void log(const remarks_t& remarks)
+{
+    for (const remark_t& remark : remarks)
+        ivra_log_log(IVRA_LOG_WARNING, source_file, remark.line, "recv_data", "%s", remark.text.c_str());
 }
 
 } // namespace ivra::bsp::bmc::bittware

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace ivra::bsp::bmc::bittware {
@@ -61,10 +62,22 @@ private:
 /// std::runtime_error when it is none to this request.
 ipmi_response_t decode_response(std::span<const std::uint8_t> message, std::uint8_t netfn, std::uint8_t cmd);
 
+/// Something odd about what a UART gave, for the platform's log.
+struct remark_t
+{
+    int line; ///< by which the log tells what kind of remark it is
+    std::string text;
+};
+using remarks_t = std::vector<remark_t>;
+
 /// Sends a request and waits for its answer, about 100 ms at most. Nothing that waits in the UART is drained before.
-/// Throws std::system_error or std::runtime_error; a completion code other than 0 is no error here.
-ipmi_response_t exchange(v6::uart::uart& uart, std::uint8_t netfn, std::uint8_t cmd,
-                         std::span<const std::uint8_t> data);
+/// Adds to `remarks`, also when it fails. Throws std::system_error or std::runtime_error; a completion code other than
+/// 0 is no error here.
+ipmi_response_t exchange(v6::uart::uart& uart, std::uint8_t netfn, std::uint8_t cmd, std::span<const std::uint8_t> data,
+                         remarks_t& remarks);
+
+/// Hands remarks to the platform's log.
+void log(const remarks_t& remarks);
 
 } // namespace ivra::bsp::bmc::bittware
 

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <iostream>
 #include <stdexcept>
 
@@ -204,6 +205,80 @@ TEST(locked, the_actions_error_wins_over_a_failing_unlock)
                           locked(m, []() -> int { throw std::runtime_error{"the action's"}; });
                       }),
               "error: the action's");
+}
+
+volatile std::sig_atomic_t came = 0;
+
+/// Raises a signal; what it does, it notes only. Returns whether it has taken effect.
+bool takes_effect(int signal)
+{
+    came = 0;
+    std::signal(signal, [](int number) { came = number; });
+    std::raise(signal);
+    return came == signal;
+}
+
+TEST(locked, is_stopped_by_no_terminal_until_the_lock_is_free_but_ended_at_any_time)
+{
+    tests::rack_t rack;
+    plugged(rack);
+    EXPECT_EQ(printed(rack,
+                      [] {
+                          mutex m{"i2c", root_core()};
+                          locked(m, [] {
+                              std::cout << takes_effect(SIGINT) << takes_effect(SIGTSTP) << takes_effect(SIGTTOU);
+                              came = 0;
+                          });
+                          std::cout << (came == SIGTSTP || came == SIGTTOU) << takes_effect(SIGTSTP);
+                      }),
+              "10011");
+}
+
+TEST(locked_whole, holds_back_what_ends_the_process_as_long_as_the_lock)
+{
+    tests::rack_t rack;
+    plugged(rack);
+    EXPECT_EQ(printed(rack,
+                      [] {
+                          mutex m{"i2c", root_core()};
+                          std::cout << locked_whole(m, [] { return takes_effect(SIGINT) ? "lost " : "held "; });
+                          std::cout << (came == SIGINT ? "came " : "lost ");
+                          try {
+                              locked_whole(m, [] {
+                                  takes_effect(SIGQUIT);
+                                  throw std::runtime_error{"the action's"};
+                              });
+                          } catch (const std::runtime_error& error) {
+                              std::cout << error.what() << (came == SIGQUIT ? " came" : " lost");
+                          }
+                      }),
+              "held came the action's came");
+}
+
+TEST(locked_whole, dies_of_a_signal_that_came_before_the_lock_without_having_begun)
+{
+    tests::rack_t rack;
+    plugged(rack).faults(R"({"call": "ivra_hw_shared_mutex_lock", "signal": "SIGTERM"})");
+    const tests::run_t run = rack.in_child([] {
+        mutex m{"i2c", root_core()};
+        locked_whole(m, [] { std::cout << "begun" << std::flush; });
+    });
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.status, 128 + SIGTERM);
+}
+
+TEST(locked_whole, dies_of_a_signal_that_came_meanwhile_when_the_lock_is_free)
+{
+    tests::rack_t rack;
+    plugged(rack);
+    const tests::run_t run = rack.in_child([] {
+        mutex m{"i2c", root_core()};
+        locked_whole(m, [] { std::raise(SIGHUP); });
+        std::cout << "alive" << std::flush;
+    });
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.status, 128 + SIGHUP);
+    EXPECT_EQ(tests::calls(rack, "ivra_hw_shared_mutex_unlock"), 1U);
 }
 
 } // namespace
