@@ -79,12 +79,15 @@ std::optional<mac_addresses_t> bittware::get_vendor_mac_addresses()
 {
     if (!i2c)
         return std::nullopt;
-    enable_i2c(*i2c);
-    auto found = i2c->get_bus(mac_eeprom_bus);
-    v6::i2c::bus& bus = found.access_value_or_throw(cannot_get_i2c_bus);
-    if (eeprom_channel_)
-        select_channels(bus, mac_eeprom_multiplexer, *eeprom_channel_);
-    return mac_addresses_t{read_eeprom_mac(bus), mac_block_size};
+    mutex guard = make_i2c_mutex(*i2c);
+    return locked(guard, [this] {
+        enable_i2c(*i2c);
+        auto found = i2c->get_bus(mac_eeprom_bus);
+        v6::i2c::bus& bus = found.access_value_or_throw(cannot_get_i2c_bus);
+        if (eeprom_channel_)
+            select_channels(bus, mac_eeprom_multiplexer, *eeprom_channel_);
+        return mac_addresses_t{read_eeprom_mac(bus), mac_block_size};
+    });
 }
 
 bmc::bittware::bmc& bittware::get_bmc_or_throw()

@@ -1,6 +1,8 @@
 #include "board/cages.h"
 
 #include "board/helpers.h"
+#include "hw/mutex.h"
+#include "hw/signal_hold.h"
 #include "transceiver/module.h"
 
 #include <cerrno>
@@ -78,16 +80,25 @@ std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_sta
 {
     if (!i2c)
         throw std::runtime_error{"Could not get transceiver statistics as no I2C MM bridge core are detected"};
-    std::vector<std::optional<transceiver::transceiver_info_t>> stats;
-    visit_cages(*i2c, walk, [&](v6::i2c::bus& bus) { stats.push_back(transceiver::get_module_report(bus)); });
-    return stats;
+    mutex guard = make_i2c_mutex(*i2c);
+    return locked(guard, [&] {
+        std::vector<std::optional<transceiver::transceiver_info_t>> stats;
+        visit_cages(*i2c, walk, [&](v6::i2c::bus& bus) { stats.push_back(transceiver::get_module_report(bus)); });
+        return stats;
+    });
 }
 
 void set_qsfp_power_mode(std::optional<v6::i2c::i2c>& i2c, const cage_walk_t& walk, transceiver::qsfp_power_mode_t mode)
 {
     if (!i2c)
         throw std::runtime_error{"Could not set QSFP power mode as no I2C MM bridge core are detected"};
-    visit_cages(*i2c, walk, [mode](v6::i2c::bus& bus) { transceiver::set_qsfp_power_mode(bus, mode); });
+    mutex guard = make_i2c_mutex(*i2c);
+    locked(guard, [&] {
+        visit_cages(*i2c, walk, [mode](v6::i2c::bus& bus) {
+            const hw::signal_hold hold; // a module is changed or it is not
+            transceiver::set_qsfp_power_mode(bus, mode);
+        });
+    });
 }
 
 } // namespace ivra::bsp::board

@@ -37,7 +37,8 @@ extern const cage_walk_t xupvv8_cages;
 void select_channels(v6::i2c::bus& bus, std::uint8_t multiplexer, std::uint8_t mask);
 
 /// What is in each cage; an empty element is an empty cage. A bad module does not stop the walk. Throws
-/// std::runtime_error without an I2C controller, std::system_error when a bus or a multiplexer does not work.
+/// std::runtime_error without an I2C controller, std::system_error when its lock cannot be had or a bus or a
+/// multiplexer does not work.
 std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_stats(std::optional<v6::i2c::i2c>& i2c,
                                                                                    const cage_walk_t& walk);
 

@@ -19,6 +19,11 @@ std::optional<v6::i2c::i2c> get_i2c(const hw::core& core)
     }
 }
 
+mutex make_i2c_mutex(const v6::i2c::i2c& controller)
+{
+    return {"i2c", controller.core()};
+}
+
 void enable_i2c(v6::i2c::i2c& controller)
 {
     constexpr std::uint32_t enable_pin = 1U << 0U;

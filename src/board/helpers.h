@@ -3,6 +3,7 @@
 
 #include "hw/core.h"
 #include "hw/i2c.h"
+#include "hw/mutex.h"
 
 #include <optional>
 
@@ -10,6 +11,10 @@ namespace ivra::bsp::board {
 
 /// The I2C controller below `core`. A board without one still works for everything else, so a failure is only logged.
 std::optional<v6::i2c::i2c> get_i2c(const hw::core& core);
+
+/// Lock for what is behind a controller: whoever selects a channel or uses a device holds it from the first transfer or
+/// pin access to the last one, so that no other process comes in between. Throws std::system_error.
+mutex make_i2c_mutex(const v6::i2c::i2c& controller);
 
 /// What went wrong when a bus of the controller is not there.
 inline constexpr const char* cannot_get_i2c_bus = "Cannot get I2C bus";

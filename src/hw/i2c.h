@@ -30,6 +30,7 @@ public:
 
     hw::result<bus> get_bus(std::uint8_t index) const;
 
+    const hw::core& core() const { return core_; } ///< that it was made on
     ivra_i2c* get() const { return handle_.get(); }
 
 private:

@@ -1,7 +1,7 @@
 #include "board/clocks/load.h"
 
 #include "board/helpers.h"
-#include "hw/signal_hold.h"
+#include "hw/mutex.h"
 #include "hw/sleep.h"
 
 #include <cerrno>
@@ -49,7 +49,6 @@ void i2c_write(v6::i2c::bus& bus, std::uint8_t device, std::uint8_t reg, std::ui
 
 void load(v6::i2c::bus& bus, table_t& table)
 {
-    const hw::signal_hold hold;
     write(bus, table, table.preamble());
     hw::sleep(preamble_pause);
     write(bus, table, table.main());
@@ -60,8 +59,10 @@ void load(const std::optional<v6::i2c::i2c>& controller, table_t& table)
 {
     if (!controller)
         throw std::runtime_error{"Could not apply speed configuration as no I2C MM bridge core are detected"};
-    auto bus = controller->get_bus(bus_index);
-    load(bus.access_value_or_throw(board::cannot_get_i2c_bus), table);
+    auto found = controller->get_bus(bus_index);
+    v6::i2c::bus& bus = found.access_value_or_throw(board::cannot_get_i2c_bus);
+    mutex guard = board::make_i2c_mutex(*controller);
+    locked_whole(guard, [&] { load(bus, table); });
 }
 
 } // namespace ivra::bsp::clocks

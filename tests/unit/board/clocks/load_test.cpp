@@ -347,21 +347,22 @@ void note_signal(int)
 
 TEST(clock_load, holds_signals_back_until_it_is_through)
 {
-    on_its_bus([](v6::i2c::bus& bus) {
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    on_a_board([](const hw::core& root) {
+        const v6::i2c::i2c controller{root};
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
             std::signal(signal, &note_signal);
             signal_to_raise = signal;
             writes_at_signal = -1;
             writes = 0;
             signal_during_write = 3;
             table_t table{u50_table(speed_1g).entries};
-            load(bus, table);
+            load(controller, table);
             EXPECT_EQ(writes_at_signal, 530) << signal;
 
             writes_at_signal = -1;
             writes = 0;
             failing_write = 10;
-            EXPECT_EQ(outcome([&] { load(bus, table); }), write_failed);
+            EXPECT_EQ(outcome([&] { load(controller, table); }), write_failed);
             EXPECT_EQ(writes_at_signal, 11) << "a load that breaks off is through, too";
             failing_write.reset();
         }
@@ -370,13 +371,12 @@ TEST(clock_load, holds_signals_back_until_it_is_through)
 
 TEST(clock_load, lets_a_signal_kill_the_process_when_it_is_through)
 {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
         const tests::run_t run = run_on_a_board([signal](const hw::core& root) {
             shows_writes = true;
             signal_to_raise = signal;
             signal_during_write = 0;
-            auto bus = v6::i2c::i2c{root}.get_bus(0);
-            load(bus.value(), u55c_table(speed_1g, speed_1g));
+            load(v6::i2c::i2c{root}, u55c_table(speed_1g, speed_1g));
             ADD_FAILURE() << "still alive";
         });
         EXPECT_EQ(run.out, std::string(527, '.'));
