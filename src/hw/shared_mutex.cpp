@@ -2,9 +2,21 @@
 
 #include "hw/own.h"
 #include "hw/result.h"
+#include "hw/waiting_notice.h"
+
+#include <cerrno>
+#include <chrono>
 
 namespace ivra::hw {
 inline namespace v5 {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto patience = 2s; // longer than what is done under a lock takes, but for a controller that does not come up
+
+} // namespace
 
 shared_mutex::shared_mutex(const std::string& name)
     : handle_{own(ivra_hw_shared_mutex_create(name.c_str()), &ivra_hw_shared_mutex_destroy)}
@@ -13,7 +25,11 @@ shared_mutex::shared_mutex(const std::string& name)
 
 void shared_mutex::lock()
 {
-    if (ivra_hw_shared_mutex_lock(handle_.get()) < 0)
+    const waiting_notice notice{patience};
+    int result = ivra_hw_shared_mutex_lock(handle_.get());
+    if (result < 0 && errno == EINTR && notice.was_given()) // it was the notice that interrupted the call
+        result = ivra_hw_shared_mutex_lock(handle_.get());
+    if (result < 0)
         throw std::system_error{last_error()};
 }
 

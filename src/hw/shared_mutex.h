@@ -16,7 +16,8 @@ class shared_mutex
 public:
     explicit shared_mutex(const std::string& name); ///< Throws std::system_error.
 
-    void lock();                ///< Waits. Throws std::system_error.
+    /// Waits; says so on a terminal when that takes long. Throws std::system_error.
+    void lock();
     std::error_code try_lock(); ///< EBUSY: held elsewhere; 0: locked.
     void unlock();              ///< Throws std::system_error.
 

@@ -181,15 +181,17 @@ run_t rack_t::run(const std::vector<std::string>& words, streams_t streams)
     return run;
 }
 
-run_t rack_t::in_child(const std::function<void()>& body)
+run_t rack_t::in_child(const std::function<void()>& body, streams_t streams)
 {
     const std::vector<std::string> environment = prepare();
-    run_t run = run_in_child([&] {
-        if (host_)
-            enter_host(*host_);
-        set_environment(environment);
-        body();
-    });
+    run_t run = run_in_child(
+        [&] {
+            if (host_)
+                enter_host(*host_);
+            set_environment(environment);
+            body();
+        },
+        streams);
     expect_everything_released(run);
     return run;
 }

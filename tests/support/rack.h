@@ -55,7 +55,7 @@ public:
     run_t run(const std::vector<std::string>& words, streams_t streams = {});
 
     /// Runs `body`, which calls the platform itself, in a child process with this rack.
-    run_t in_child(const std::function<void()>& body);
+    run_t in_child(const std::function<void()>& body, streams_t streams = {});
 
     /// What the platform was asked in the last run, and what it answered.
     std::string trace() const;
