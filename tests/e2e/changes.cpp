@@ -7,6 +7,7 @@
 #include <csignal>
 #include <fstream>
 #include <map>
+#include <numeric>
 #include <sstream>
 #include <thread>
 
@@ -50,26 +51,39 @@ std::string json(bool succeeded, const std::string& text, const std::vector<std:
     return document + "]}\n";
 }
 
-namespace {
-
-/// Calls of the last run's trace, in order, without time, process and result.
-std::vector<std::string> trace_lines(const rack_t& rack)
+std::vector<traced_call_t> traced_calls(const rack_t& rack)
 {
-    std::vector<std::string> lines;
-    std::istringstream trace{rack.trace()};
-    for (std::string line; std::getline(trace, line);)
-        if (const std::size_t at = line.find(" ivra_"); at != std::string::npos)
-            if (!line.substr(at + 1).starts_with("ivra_log_log("))
-                lines.push_back(line.substr(at + 1, line.rfind(") = ") - at));
-    return lines;
+    std::vector<traced_call_t> calls;
+    std::map<std::string, std::size_t> made;
+    for (const std::string& traced_line : traced(rack, " ivra_")) {
+        const std::string line = traced_line.substr(1, traced_line.rfind(") = "));
+        const std::string name = line.substr(0, line.find('('));
+        if (name != "ivra_log_log")
+            calls.push_back({line, name, ++made[name]});
+    }
+    return calls;
 }
 
-std::vector<std::string> changes_among(const std::vector<std::string>& lines, const std::vector<std::string>& changes)
+std::vector<std::size_t> chosen_of_a_load(const std::vector<traced_call_t>& calls, std::size_t step)
+{
+    std::vector<std::size_t> chosen;
+    for (std::size_t i = 0; i < calls.size(); ++i) {
+        const std::size_t nth = calls[i].nth;
+        if (calls[i].name != "ivra_i2c_bus_write_register" || nth <= 10 || nth >= 520 || nth % step == 0 ||
+            calls[i].line.find("0x68, 0x1, ") != std::string::npos)
+            chosen.push_back(i);
+    }
+    return chosen;
+}
+
+namespace {
+
+std::vector<std::string> changes_among(const std::vector<traced_call_t>& calls, const std::vector<std::string>& changes)
 {
     std::vector<std::string> found;
-    for (const std::string& line : lines)
-        if (std::ranges::any_of(changes, [&](const std::string& change) { return line.starts_with(change); }))
-            found.push_back(line);
+    for (const traced_call_t& call : calls)
+        if (std::ranges::any_of(changes, [&](const std::string& change) { return call.line.starts_with(change); }))
+            found.push_back(call.line);
     return found;
 }
 
@@ -81,30 +95,24 @@ void expect_killing_leaves_a_beginning(const victim_t& victim)
     victim.plug(whole);
     const run_t expected = whole.run(victim.words);
     ASSERT_EQ(expected.status, 0) << expected.err;
-    const std::vector<std::string> lines = trace_lines(whole);
-    const std::vector<std::string> prescribed = changes_among(lines, victim.changes);
+    const std::vector<traced_call_t> calls = traced_calls(whole);
+    const std::vector<std::string> prescribed = changes_among(calls, victim.changes);
     ASSERT_FALSE(prescribed.empty());
     victim.check(whole, prescribed.size());
 
-    std::vector<std::size_t> positions(lines.size());
-    for (std::size_t i = 0; i < positions.size(); ++i)
-        positions[i] = i;
+    std::vector<std::size_t> positions(calls.size());
+    std::iota(positions.begin(), positions.end(), 0U);
     if (victim.choose)
-        positions = victim.choose(lines);
-    std::map<std::string, std::size_t> made;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        const std::string call = lines[i].substr(0, lines[i].find('('));
-        const std::size_t nth = ++made[call];
-        if (std::ranges::find(positions, i) == positions.end())
-            continue;
-        SCOPED_TRACE("killed after call " + std::to_string(i) + ": " + lines[i]);
+        positions = victim.choose(calls);
+    for (const std::size_t position : positions) {
+        SCOPED_TRACE("killed after call " + std::to_string(position) + ": " + calls[position].line);
         rack_t rack;
         victim.plug(rack);
-        rack.faults(R"({"call": ")" + call + R"(", "kill": "after", "nth": )" + std::to_string(nth) + "}");
+        rack.faults(calls[position].fault(R"("kill": "after")"));
         const run_t killed = rack.run(victim.words);
         ASSERT_EQ(killed.status, 128 + SIGKILL) << killed.out << killed.err << rack.trace();
-        ASSERT_EQ(trace_lines(rack).size(), i + 1);
-        const std::vector<std::string> done = changes_among(trace_lines(rack), victim.changes);
+        ASSERT_EQ(traced_calls(rack).size(), position + 1);
+        const std::vector<std::string> done = changes_among(traced_calls(rack), victim.changes);
         ASSERT_LE(done.size(), prescribed.size());
         ASSERT_EQ(done, std::vector<std::string>(prescribed.begin(),
                                                  prescribed.begin() + static_cast<std::ptrdiff_t>(done.size())));

@@ -30,6 +30,27 @@ inline const std::string red = "\033[31m";
 inline const std::string green = "\033[32m";
 inline constexpr streams_t terminals{.out = stream_t::terminal, .err = stream_t::terminal};
 
+/// A platform call of a run.
+struct traced_call_t
+{
+    std::string line; ///< without time, process and result
+    std::string name;
+    std::size_t nth; ///< of the calls of that name, from 1
+
+    /// A rule of a fault plan: these members for this call.
+    std::string fault(const std::string& members) const
+    {
+        return R"({"call": ")" + name + R"(", "nth": )" + std::to_string(nth) + ", " + members + "}";
+    }
+};
+
+/// Every call of the last run, in order.
+std::vector<traced_call_t> traced_calls(const rack_t& rack);
+
+/// Of a load of a clock generator all calls but those among its 530 writes that are like their neighbours: of these the
+/// first and last ones, each that selects a page, and one of `step`.
+std::vector<std::size_t> chosen_of_a_load(const std::vector<traced_call_t>& calls, std::size_t step);
+
 /// Expects a command to have failed: the outcome completes its line, and the reason stands on standard error. `before`
 /// is what the log says before that line.
 void expect_failure(const run_t& run, const std::string& before, const std::string& part, const std::string& text);
@@ -46,8 +67,8 @@ struct victim_t
     std::vector<std::string> changes;
     /// Looks whether the board's state is the one after this many of the changes, and no other.
     std::function<void(rack_t&, std::size_t done)> check;
-    /// Of the calls of a whole run, by their lines, those to be killed after. Nothing: all of them.
-    std::function<std::vector<std::size_t>(const std::vector<std::string>& lines)> choose = {};
+    /// Of the calls of a whole run those to be killed after. Nothing: all of them.
+    std::function<std::vector<std::size_t>(const std::vector<traced_call_t>& calls)> choose = {};
 };
 
 /// Kills the command right after each of its platform calls, on a new board every time (what happens between two calls

@@ -506,27 +506,13 @@ TEST(set_transceiver_speed, killed_after_any_call_leaves_a_beginning_of_its_tabl
                 ASSERT_EQ(clock_registers(rack),
                           after({prescribed.begin(), prescribed.begin() + static_cast<std::ptrdiff_t>(done)}));
             },
-        // All calls but those among the 530 writes that are like their neighbours: of these the first and last ones,
-        // each that selects a page, and every 40th.
-        .choose =
-            [](const std::vector<std::string>& lines) {
-                std::vector<std::size_t> chosen;
-                std::size_t writes = 0;
-                for (std::size_t i = 0; i < lines.size(); ++i) {
-                    const bool is_write = lines[i].starts_with("ivra_i2c_bus_write_register(");
-                    writes += is_write ? 1 : 0;
-                    if (!is_write || writes <= 10 || writes >= 520 || writes % 40 == 0 ||
-                        lines[i].find("0x68, 0x1, ") != std::string::npos)
-                        chosen.push_back(i);
-                }
-                return chosen;
-            },
+        .choose = [](const std::vector<traced_call_t>& calls) { return chosen_of_a_load(calls, 40); },
     });
 }
 
 TEST(set_transceiver_speed, holds_a_signal_back_until_the_generator_is_loaded)
 {
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
         rack_t rack;
         rack.plug("xilinx_u50", {ready_xmc});
         const run_t run = run_and_signal(rack, "set transceiver-speed 10G", signal, &holds_signals);

@@ -586,7 +586,7 @@ TEST(setup, killed_after_any_call_on_the_way_to_an_eeprom_behind_a_multiplexer_c
 TEST(setup, holds_a_signal_back_until_flash_and_addresses_agree)
 {
     const family_t& board = family("m48l_xcvu7p");
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT})
         for (const std::string call : {"ivra_flash_write_section", "ivra_hw_top_update_params"}) {
             rack_t rack;
             plug(rack, board);

@@ -4,6 +4,8 @@
 #include <poll.h>
 #include <pty.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -13,6 +15,8 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -56,7 +60,8 @@ struct channel
 {
     descriptor child;
     descriptor parent;
-    bool is_terminal = false;
+    bool is_read = false; ///< by a user at a terminal, while it is written
+    bool is_file = false;
 };
 
 channel open_channel(stream_t kind)
@@ -66,8 +71,10 @@ channel open_channel(stream_t kind)
     case stream_t::file:
         c.parent = descriptor{checked(::memfd_create("output", MFD_CLOEXEC), "memfd_create")};
         c.child = descriptor{checked(::fcntl(c.parent.get(), F_DUPFD_CLOEXEC, 3), "dup")};
+        c.is_file = true;
         break;
-    case stream_t::terminal: {
+    case stream_t::terminal:
+    case stream_t::held: {
         int controller = -1;
         int terminal = -1;
         termios mode{};
@@ -76,7 +83,9 @@ channel open_channel(stream_t kind)
         checked(::openpty(&controller, &terminal, nullptr, &mode, &size), "openpty");
         c.parent = descriptor{controller};
         c.child = descriptor{terminal};
-        c.is_terminal = true;
+        c.is_read = kind == stream_t::terminal;
+        if (kind == stream_t::held)
+            checked(::tcflow(terminal, TCOOFF), "tcflow");
         break;
     }
     case stream_t::closed:
@@ -89,6 +98,17 @@ channel open_channel(stream_t kind)
         checked(::pipe2(ends.data(), O_CLOEXEC), "pipe2");
         ::close(ends[0]);
         c.child = descriptor{ends[1]};
+        break;
+    }
+    case stream_t::full_pipe: {
+        std::array<int, 2> ends{};
+        checked(::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK), "pipe2");
+        c.parent = descriptor{ends[0]};
+        c.child = descriptor{ends[1]};
+        const std::array<char, 4096> page{};
+        while (::write(ends[1], page.data(), page.size()) > 0) {
+        }
+        checked(::fcntl(ends[1], F_SETFL, 0), "fcntl");
         break;
     }
     }
@@ -110,9 +130,8 @@ void read_terminals(std::array<std::pair<channel*, std::string*>, 2> channels)
 {
     std::array<pollfd, 2> polled{};
     for (std::size_t i = 0; i < 2; ++i)
-        polled[i] = {.fd = channels[i].first->is_terminal ? channels[i].first->parent.get() : -1,
-                     .events = POLLIN,
-                     .revents = 0};
+        polled[i] = {
+            .fd = channels[i].first->is_read ? channels[i].first->parent.get() : -1, .events = POLLIN, .revents = 0};
     while (polled[0].fd >= 0 || polled[1].fd >= 0) {
         checked(::poll(polled.data(), polled.size(), -1), "poll");
         for (std::size_t i = 0; i < 2; ++i)
@@ -123,7 +142,7 @@ void read_terminals(std::array<std::pair<channel*, std::string*>, 2> channels)
 
 void read_file(const channel& c, std::string& text)
 {
-    if (c.is_terminal || c.parent.get() < 0)
+    if (!c.is_file)
         return;
     checked(static_cast<int>(::lseek(c.parent.get(), 0, SEEK_SET)), "lseek");
     while (append_some(c.parent.get(), text)) {
@@ -140,14 +159,45 @@ void become(int target, const channel& c)
 
 } // namespace
 
-run_t run_in_child(const std::function<void()>& body, streams_t streams)
+struct running_t::state_t
 {
-    channel out = open_channel(streams.out);
-    channel err = open_channel(streams.err);
+    channel out;
+    channel err;
+    ::pid_t process = -1;
+    std::optional<int> status; ///< as waitpid() has it, once it has ended
+
+    /// Whether it has ended; looks, or waits for that or, with WUNTRACED, for being stopped.
+    bool has_ended(int options)
+    {
+        int now = 0;
+        if (!status && checked(::waitpid(process, &now, options), "waitpid") == process && !WIFSTOPPED(now))
+            status = now;
+        return status.has_value();
+    }
+
+    /// Waits until it has ended (false) or `is_so` (true).
+    template <class Condition>
+    bool waits_until(Condition is_so)
+    {
+        while (!has_ended(WNOHANG)) {
+            if (is_so())
+                return true;
+            ::usleep(200);
+        }
+        return false;
+    }
+};
+
+running_t::running_t(const std::function<void()>& body, streams_t streams) : state_{std::make_unique<state_t>()}
+{
+    channel& out = state_->out = open_channel(streams.out);
+    channel& err = state_->err = open_channel(streams.err);
     std::fflush(nullptr);
 
-    const pid_t pid = checked(::fork(), "fork");
-    if (pid == 0) {
+    state_->process = checked(::fork(), "fork");
+    if (state_->process == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        ::setpgid(0, 0);
         out.parent.close();
         err.parent.close();
         become(STDOUT_FILENO, out);
@@ -162,17 +212,73 @@ run_t run_in_child(const std::function<void()>& body, streams_t streams)
         }
         std::exit(0);
     }
-
     out.child.close();
     err.child.close();
+}
+
+running_t::running_t(running_t&&) noexcept = default;
+
+running_t::~running_t()
+{
+    if (state_ == nullptr || state_->status)
+        return;
+    ::kill(state_->process, SIGKILL);
+    ::waitpid(state_->process, nullptr, 0);
+}
+
+::pid_t running_t::process() const
+{
+    return state_->process;
+}
+
+void running_t::signal(int number) const
+{
+    checked(::kill(state_->process, number), "kill");
+}
+
+bool running_t::stops()
+{
+    return !state_->has_ended(WUNTRACED);
+}
+
+bool running_t::waits_for_a_lock()
+{
+    const std::string waiter = " " + std::to_string(state_->process) + " ";
+    return state_->waits_until([&] {
+        std::ifstream locks{"/proc/locks"};
+        for (std::string line; std::getline(locks, line);)
+            if (line.find(": -> ") != std::string::npos && line.find(waiter) != std::string::npos)
+                return true;
+        return false;
+    });
+}
+
+bool running_t::waits_to_write()
+{
+    return state_->waits_until([&] {
+        std::ifstream call{"/proc/" + std::to_string(state_->process) + "/syscall"}; // "running" unless it waits
+        long number = -1;
+        unsigned descriptor = 0;
+        return call >> number >> std::hex >> descriptor && number == SYS_write &&
+               (descriptor == STDOUT_FILENO || descriptor == STDERR_FILENO);
+    });
+}
+
+run_t running_t::end()
+{
     run_t run;
-    read_terminals({{{&out, &run.out}, {&err, &run.err}}});
-    int status = 0;
-    checked(::waitpid(pid, &status, 0), "waitpid");
-    read_file(out, run.out);
-    read_file(err, run.err);
+    read_terminals({{{&state_->out, &run.out}, {&state_->err, &run.err}}});
+    state_->has_ended(0);
+    read_file(state_->out, run.out);
+    read_file(state_->err, run.err);
+    const int status = *state_->status;
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return run;
+}
+
+run_t run_in_child(const std::function<void()>& body, streams_t streams)
+{
+    return running_t{body, streams}.end();
 }
 
 void set_environment(const std::vector<std::string>& environment)

@@ -2,8 +2,11 @@
 #define IVRA_TESTS_SUPPORT_PROCESS_H
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include <sys/types.h>
 
 namespace ivra::tests {
 
@@ -15,6 +18,8 @@ enum class stream_t
     closed,      ///< no descriptor at all
     full_disk,   ///< every write fails with ENOSPC
     broken_pipe, ///< a pipe whose reader went away
+    full_pipe,   ///< a pipe that nobody reads and that has room for no byte
+    held,        ///< a terminal whose user has pressed Ctrl-S
 };
 
 struct streams_t
@@ -29,6 +34,33 @@ struct run_t
     std::string out;
     std::string err;
     int status = -1; ///< exit status, or 128 + the signal that killed it
+};
+
+/// A process that runs `body` while the test goes on, in a process group of its own, as a shell's job is. It ends with
+/// `body` (status 0) or by what that does, and with this object at the latest.
+class running_t
+{
+public:
+    explicit running_t(const std::function<void()>& body, streams_t streams = {});
+    running_t(running_t&&) noexcept;
+    ~running_t();
+
+    ::pid_t process() const;
+    void signal(int number) const;
+
+    /// Waits until it is stopped (true) or has ended (false).
+    bool stops();
+    /// Waits until it has ended or waits for a lock that a process holds; true when it waits.
+    bool waits_for_a_lock();
+    /// Waits until it has ended or waits to write to a pipe or a terminal; true when it waits.
+    bool waits_to_write();
+
+    /// Waits for its end. What was written is there up to now.
+    run_t end();
+
+private:
+    struct state_t;
+    std::unique_ptr<state_t> state_;
 };
 
 /// Runs `body` in a process of its own, which ends with it (status 0) or by what it does.

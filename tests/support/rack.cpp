@@ -142,7 +142,11 @@ std::vector<std::string> rack_t::prepare()
         text += (text.back() == '[' ? "\n" : ",\n") + accelerator;
     write_file(folder_ / "rack.json", text_.value_or(text + "]}"));
     fs::remove(folder_ / "trace");
+    return variables();
+}
 
+std::vector<std::string> rack_t::variables() const
+{
     std::vector<std::string> environment{
         "IVRA_VIRTUAL_RACK=" + (folder_ / "rack.json").string(),
         "IVRA_VIRTUAL_STATE=" + (folder_ / "state").string(),
@@ -169,16 +173,32 @@ run_t rack_t::run(const std::string& words, streams_t streams)
 
 run_t rack_t::run(const std::vector<std::string>& words, streams_t streams)
 {
-    const std::vector<std::string> environment = prepare();
-    run_t run = run_in_child(
-        [&] {
-            if (host_)
-                enter_host(*host_);
-            exec_program(IVRA_BSP_BOARD, words, environment);
-        },
-        streams);
+    run_t run = start(words, prepare(), streams).end();
     expect_everything_released(run);
     return run;
+}
+
+running_t rack_t::start(const std::string& words, streams_t streams)
+{
+    return start(split(words), prepare(), streams);
+}
+
+running_t rack_t::start_neighbour(const std::string& words, streams_t streams) const
+{
+    std::vector<std::string> environment = variables();
+    environment.insert(environment.end(), {"IVRA_VIRTUAL_TRACE", "IVRA_VIRTUAL_FAULTS"});
+    return start(split(words), environment, streams);
+}
+
+running_t rack_t::start(const std::vector<std::string>& words, const std::vector<std::string>& environment,
+                        streams_t streams) const
+{
+    return running_t{[&] {
+                         if (host_)
+                             enter_host(*host_);
+                         exec_program(IVRA_BSP_BOARD, words, environment);
+                     },
+                     streams};
 }
 
 run_t rack_t::in_child(const std::function<void()>& body, streams_t streams)

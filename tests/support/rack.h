@@ -54,6 +54,11 @@ public:
     run_t run(const std::string& words, streams_t streams = {});
     run_t run(const std::vector<std::string>& words, streams_t streams = {});
 
+    /// Runs ivra-bsp-board while the test goes on.
+    running_t start(const std::string& words, streams_t streams = {});
+    /// The same beside one that was started. It meets no faults and leaves no trace.
+    running_t start_neighbour(const std::string& words, streams_t streams = {}) const;
+
     /// Runs `body`, which calls the platform itself, in a child process with this rack.
     run_t in_child(const std::function<void()>& body, streams_t streams = {});
 
@@ -64,6 +69,9 @@ public:
 
 private:
     std::vector<std::string> prepare();
+    std::vector<std::string> variables() const;
+    running_t start(const std::vector<std::string>& words, const std::vector<std::string>& environment,
+                    streams_t streams) const;
     void expect_everything_released(const run_t& run) const;
 
     std::filesystem::path folder_;
