@@ -4,7 +4,7 @@
 #include "board.h"
 #include "output/output.h"
 #include "transceiver/module.h"
-#include "transceiver_report.h"
+#include "transceiver/report/report.h"
 
 #include <ivra/i2c.h>
 

@@ -1,6 +1,6 @@
 #include "board_monitor.h"
 
-#include "transceiver_report.h"
+#include "transceiver/report/report.h"
 
 #include <algorithm>
 #include <cmath>

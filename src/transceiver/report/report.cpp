@@ -1,4 +1,4 @@
-#include "transceiver_report.h"
+#include "transceiver/report/report.h"
 
 #include <cmath>
 #include <cstddef>
