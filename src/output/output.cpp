@@ -118,10 +118,11 @@ void output::log(const std::string& text, color c)
     pending_line_.str({});
 }
 
-void output::log_part(const std::string& text, color c)
+void output::log_part(const std::string& text, color /*c*/)
 {
     std::ostream& stream = log_stream();
-    stream << log_colors_.at(c) << printable(text) << log_colors_.at(color::normal);
+    // Deliberate: only what completes the line has a colour.
+    stream << log_colors_.at(color::normal) << printable(text) << log_colors_.at(color::normal);
     flush(stream);
     pending_line_ << text;
 }

@@ -52,11 +52,13 @@ public:
 
     void set_color_mode(color_mode_t mode);
     void set_format(output_format_t format);
+    /// Chooses the colours of each stream anew, and asks the terminal for its width; both setters do it.
+    void reset();
     bool is_json() const { return format_ == output_format_t::json; }
 
     /// An informational line, recorded together with the parts that led up to it.
     void log(const std::string& text, color c = color::normal);
-    /// The beginning of an informational line that the next log() completes.
+    /// The beginning of an informational line that the next log() completes; plain, whatever colour it is given.
     void log_part(const std::string& text, color c = color::normal);
     /// An error line, on standard error in both formats.
     void error(const std::string& text);
@@ -85,7 +87,6 @@ public:
 private:
     output();
 
-    void reset();
     std::ostream& log_stream();
     void flush(std::ostream& stream);
 
