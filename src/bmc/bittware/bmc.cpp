@@ -48,7 +48,7 @@ void check(const ipmi_response_t& response, const char* failure)
 
 } // namespace
 
-ipmi_response_t bmc::ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::span<const std::uint8_t> data)
+ipmi_response_t bmc::ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::vector<std::uint8_t> data)
 {
     return locked(mutex_, [&] { return exchange(uart_, netfn, cmd, data); });
 }
@@ -57,7 +57,7 @@ ipmi_response_t bmc::ipmi_request_bittware_oem(std::uint8_t cmd, const std::vect
 {
     std::vector<std::uint8_t> request{std::begin(manufacturer_id), std::end(manufacturer_id)};
     std::copy(data.begin(), data.end(), std::back_inserter(request));
-    ipmi_response_t response = ipmi_request(netfn_oem, cmd, request);
+    ipmi_response_t response = ipmi_request(netfn_oem, cmd, std::move(request));
     if (response.data.size() < std::size(manufacturer_id))
         throw std::runtime_error{"Incomplete IPMI OEM command response received from BMC"};
     // Deliberate: whose identifier it is, is not looked at.
@@ -94,8 +94,9 @@ std::uint8_t bmc::get_fpga_config_status()
 
 std::vector<std::uint8_t> bmc::read_fru_data(std::uint16_t offset, std::uint8_t count)
 {
+    const auto request = encode_read_fru_data({offset, count});
     const ipmi_response_t response =
-        ipmi_request(read_fru_data_netfn, read_fru_data_command, encode_read_fru_data({offset, count}));
+        ipmi_request(read_fru_data_netfn, read_fru_data_command, {request.begin(), request.end()});
     const std::span<const std::uint8_t> bytes = decode_fru_data(response.code, response.data, count);
     return {bytes.begin(), bytes.end()};
 }
@@ -111,7 +112,7 @@ std::string bmc::get_board_serial()
 bmc::sensor_result_t bmc::get_sensor(std::uint16_t record_id)
 {
     const auto ask = [this](std::uint8_t cmd, std::span<const std::uint8_t> data) {
-        return ipmi_request(sensor_netfn, cmd, data);
+        return ipmi_request(sensor_netfn, cmd, {data.begin(), data.end()});
     };
     const ipmi_response_t first = ask(get_sdr_command, encode_get_sensor_record(record_id));
     sensor_record_t record = decode_sensor_record(first.code, first.data);

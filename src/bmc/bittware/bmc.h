@@ -32,7 +32,7 @@ public:
     explicit bmc(const hw::core& core) : uart_{core}, mutex_{"bmc-bittware", core} {}
 
     /// Sends a request and waits for its answer; a completion code other than 0 is no error here.
-    ipmi_response_t ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::span<const std::uint8_t> data);
+    ipmi_response_t ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::vector<std::uint8_t> data);
 
     /// The same for a command of the board's maker, whose identifier is added to the request and taken off the answer.
     ipmi_response_t ipmi_request_bittware_oem(std::uint8_t cmd, const std::vector<std::uint8_t>& data);
