@@ -108,9 +108,9 @@ struct stats_visitor
 void add_transceiver(const transceiver::transceiver_info_t& info, section& port)
 {
     // A module that failed shows what was read before.
-    const auto add_text = [&](const char* name, const std::string& text) {
-        if (!info.error || !text.empty())
-            port.add_stat(name, text, color::normal);
+    const auto add_text = [&port](const char* name, const std::optional<std::string>& text) {
+        if (text)
+            port.add_stat(name, *text, color::normal);
     };
     add_text("Type", info.type);
     add_text("Vendor name", info.vendor_name);
