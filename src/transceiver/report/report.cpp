@@ -49,9 +49,9 @@ std::string optical_power_str(T milliwatts)
     std::ostringstream stream;
     stream.setf(std::ios_base::fixed, std::ios_base::floatfield);
     stream.precision(decimals);
-    stream << milliwatts << " mW";
+    stream << without_nan_sign(milliwatts) << " mW";
     if (milliwatts != 0)
-        stream << " (" << 10 * std::log10(milliwatts) << " dBm)";
+        stream << " (" << without_nan_sign(10 * std::log10(milliwatts)) << " dBm)";
     return stream.str();
 }
 
