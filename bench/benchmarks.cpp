@@ -3,7 +3,7 @@
 #include "Argos/argument_parser.h"
 #include "output/output.h"
 #include "output/section.h"
-#include "transceiver_report.h"
+#include "transceiver/report/report.h"
 
 #include <benchmark/benchmark.h>
 

@@ -15,6 +15,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         ivra::bsp::board::decode_eeprom_mac({data, size});
         if (size != 21 || !text.starts_with("MAC="))
             std::abort();
+    } catch (const ivra::bsp::board::unexpected_field& error) {
+        if (error.message() != "Unexpected field read from MAC EEPROM: " + text)
+            std::abort();
     } catch (const std::runtime_error&) {
     }
     return 0;

@@ -4,7 +4,7 @@
 #include "board.h"
 #include "output/output.h"
 #include "transceiver/module.h"
-#include "transceiver_report.h"
+#include "transceiver/report/report.h"
 
 #include <ivra/i2c.h>
 
@@ -94,7 +94,7 @@ struct access
     friend rapidjson::StringBuffer& buffer_of(output& out) { return out.*buffer; }
     friend rapidjson::Writer<rapidjson::StringBuffer>& writer_of(output& out) { return out.*writer; }
 };
-template struct access<&output::json_buffer, &output::json_writer>;
+template struct access<&output::json_buffer_, &output::json_writer_>;
 
 std::string text_of(const section::list& ports)
 {
@@ -135,7 +135,7 @@ void check(const transceiver::transceiver_info_t& info)
     require(!document.HasParseError() && document["Transceivers"].Size() == 1);
     const auto& port = document["Transceivers"][0];
     require(port["Port"] == "Port 1" && port.HasMember("Error") == info.error.has_value());
-    require(info.error || port["Type"] == info.type.c_str());
+    require(info.error || port["Type"] == info.type.value().c_str());
     if (port.HasMember("Channels"))
         require(port["Channels"].Size() == (std::get_if<2>(&*info.stats) != nullptr ? 8U : 4U));
 }

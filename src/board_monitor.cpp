@@ -1,6 +1,6 @@
 #include "board_monitor.h"
 
-#include "transceiver_report.h"
+#include "transceiver/report/report.h"
 
 #include <algorithm>
 #include <cmath>
@@ -80,7 +80,7 @@ section board_monitor::get_board_info()
     else if (!addresses.empty())
         s.add_stat("MAC addresses", to_text(addresses.front(), " - ", addresses.back()), color::blue);
 
-    s.add_stat("Temperature", to_text(temperature, "°C"), color::vermilion);
+    s.add_stat("Temperature", to_text(without_nan_sign(temperature), "°C"), color::vermilion);
     return s;
 }
 

@@ -1,6 +1,7 @@
 #include "command_line.h"
 
 #include "Argos/argument_parser.h"
+#include "output/text.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -15,8 +16,15 @@ using argos::Argument;
 using argos::ArgumentParser;
 using argos::Option;
 
+ArgumentParser make_parser(std::string program_name)
+{
+    ArgumentParser parser{std::move(program_name)};
+    parser.error_filter(printable);
+    return parser;
+}
+
 ArgumentParser top_parser = [] {
-    ArgumentParser parser{"ivra-bsp board"};
+    ArgumentParser parser = make_parser("ivra-bsp board");
     parser.about("Display and manage board hardware.");
     parser.ignore_undefined_options(true).ignore_undefined_arguments(true);
     parser.add(Option{"-h", "--help"}.help("Show help text").type(argos::OptionType::STOP));
@@ -30,7 +38,7 @@ ArgumentParser top_parser = [] {
 }();
 
 ArgumentParser show_parser = [] {
-    ArgumentParser parser{"ivra-bsp board show"};
+    ArgumentParser parser = make_parser("ivra-bsp board show");
     parser.about("Display information about board hardware.");
     parser.add(Argument{"info"}
                    .help("The information to show. Available info is `info` (default), `boot-image`, `flash`, "
@@ -40,7 +48,7 @@ ArgumentParser show_parser = [] {
 }();
 
 ArgumentParser set_parser = [] {
-    ArgumentParser parser{"ivra-bsp board set"};
+    ArgumentParser parser = make_parser("ivra-bsp board set");
     parser.about("Configure board hardware parameter.");
     // Deliberate: the help text names one of three parameters.
     parser.add(Argument{"parameter"}.help("The parameter to set. Available parameter is `boot-image`."));
@@ -49,7 +57,7 @@ ArgumentParser set_parser = [] {
 }();
 
 /// Takes no word at all: a misspelt option must never let `setup` write the first board's flash.
-ArgumentParser setup_parser{"ivra-bsp board setup"};
+ArgumentParser setup_parser = make_parser("ivra-bsp board setup");
 
 /// The first keyword that the word stands for. Throws ParserError: `complaint` and the word in quotes.
 std::string canonical(std::string_view word, std::initializer_list<const char*> keywords, const std::string& complaint)

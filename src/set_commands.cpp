@@ -60,6 +60,12 @@ struct change_t
     std::string failure_prefix;
 };
 
+std::string message_of(const std::exception& error)
+{
+    const auto* field = dynamic_cast<const board::unexpected_field*>(&error);
+    return field != nullptr ? field->message() : error.what();
+}
+
 /// Makes a change to the selected board; returns the failure's text. The board is closed then.
 std::optional<std::string> attempt(const hw::accelerator_descriptor& accelerator, const change_t& change)
 {
@@ -71,7 +77,7 @@ std::optional<std::string> attempt(const hw::accelerator_descriptor& accelerator
         output::get().log("success", color::green);
     } catch (const std::exception& error) {
         output::get().log("fail", color::red);
-        return change.failure_prefix + error.what();
+        return change.failure_prefix + message_of(error);
     }
     return std::nullopt;
 }

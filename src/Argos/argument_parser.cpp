@@ -99,6 +99,12 @@ ArgumentParser& ArgumentParser::error_stream(std::ostream& stream)
     return *this;
 }
 
+ArgumentParser& ArgumentParser::error_filter(std::function<std::string(std::string_view)> filter)
+{
+    data().error_filter = std::move(filter);
+    return *this;
+}
+
 ArgumentParser& ArgumentParser::text(TextId id, std::string text)
 {
     data().texts[id] = std::move(text);

@@ -5,6 +5,7 @@
 #include "Argos/parsed_arguments.h"
 #include "Argos/parser_data.h"
 
+#include <functional>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -55,6 +56,8 @@ public:
     /// The streams must outlive the parser and its result.
     ArgumentParser& help_stream(std::ostream& stream);
     ArgumentParser& error_stream(std::ostream& stream);
+    /// Makes of each error message, which repeats words of the user's, what may be written.
+    ArgumentParser& error_filter(std::function<std::string(std::string_view)> filter);
     ArgumentParser& text(TextId id, std::string text);
     /// Heading for everything that is added from here on without a section of its own; empty: the usual ones.
     ArgumentParser& section(std::string heading);

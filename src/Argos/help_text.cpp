@@ -291,7 +291,8 @@ void write_help_text(const ParserData& data)
 
 void report_error(const ParserData& data, std::string_view message)
 {
-    *data.error_stream << data.program_name << ": " << message << '\n';
+    *data.error_stream << data.program_name << ": "
+                       << (data.error_filter ? data.error_filter(message) : std::string{message}) << '\n';
     const auto text = custom_text(data, TextId::ERROR);
     if (!text)
         *data.error_stream << brief_usage(data);

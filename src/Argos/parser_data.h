@@ -3,6 +3,7 @@
 
 #include "Argos/definitions.h"
 
+#include <functional>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -64,6 +65,7 @@ struct ParserData
     std::optional<unsigned> line_width; ///< columns; empty: those of the terminal on standard output
     std::ostream* help_stream = &std::cout;
     std::ostream* error_stream = &std::cerr;
+    std::function<std::string(std::string_view)> error_filter; ///< what an error message becomes; empty: itself
     std::map<TextId, std::string> texts;
     std::string section; ///< given to every definition that is added without one
 

@@ -62,7 +62,7 @@ v6::mac_address decode_eeprom_mac(std::span<const std::uint8_t> record)
         throw std::runtime_error{"Not enough byte read from MAC EEPROM"};
     const std::string text{record.begin(), record.end()};
     if (!text.starts_with(mac_record_field))
-        throw std::runtime_error{"Unexpected field read from MAC EEPROM: " + text};
+        throw unexpected_field{"Unexpected field read from MAC EEPROM: " + text};
     return v6::mac_address{text.substr(mac_record_field.size())};
 }
 

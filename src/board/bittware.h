@@ -13,13 +13,26 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace ivra::bsp::board {
 
+/// A MAC EEPROM holds something else. Its bytes may be NUL, where what() ends; message() tells all of them.
+class unexpected_field : public std::runtime_error
+{
+public:
+    explicit unexpected_field(const std::string& message) : std::runtime_error{message}, message_{message} {}
+
+    const std::string& message() const { return message_; }
+
+private:
+    std::string message_;
+};
+
 /// The address in a MAC EEPROM: "MAC=" and the address as text, 21 bytes from register 0 on. Throws std::runtime_error
-/// when that is not what was read, std::system_error when the text is no address.
+/// when that is not what was read (unexpected_field for another field), std::system_error when the text is no address.
 v6::mac_address decode_eeprom_mac(std::span<const std::uint8_t> record);
 
 /// What both Bittware board kinds have: an I2C bus, and a BMC that answers for the board. A board whose BMC could not

@@ -18,9 +18,6 @@ overloaded(Visitors...) -> overloaded<Visitors...>;
 template <class Kind>
 concept bittware_kind = std::derived_from<Kind, bittware>;
 
-template <class Kind>
-concept alveo_kind = std::same_as<Kind, u50> || std::same_as<Kind, u55c> || std::same_as<Kind, u200>;
-
 /// The kinds whose line rate can be chosen.
 template <class Kind>
 concept alveo_u5x_kind = std::same_as<Kind, u50> || std::same_as<Kind, u55c>;
@@ -84,28 +81,22 @@ std::vector<v6::mac_address> board::get_mac_addresses()
 std::optional<mac_addresses_t> board::get_vendor_mac_addresses()
 {
     return std::visit(overloaded{
-                          [](alveo_kind auto& kind) { return kind.management.get_vendor_mac_addresses(); },
-                          [](bittware_kind auto& kind) { return kind.get_vendor_mac_addresses(); },
                           [](arista& kind) { return kind.get_mac_addresses(); },
+                          [](auto& kind) { return kind.get_vendor_mac_addresses(); },
                       },
                       variant_);
 }
 
 std::optional<std::string> board::get_serial()
 {
-    return std::visit(overloaded{
-                          [](alveo_kind auto& kind) { return kind.management.get_serial(); },
-                          [](auto& kind) { return kind.get_serial(); },
-                      },
-                      variant_);
+    return std::visit([](auto& kind) { return kind.get_serial(); }, variant_);
 }
 
 sensors_t board::get_sensors()
 {
     return std::visit(overloaded{
-                          [](alveo_kind auto& kind) { return kind.management.get_sensors(kind.sensors); },
-                          [](bittware_kind auto& kind) { return kind.get_sensors(); },
                           [](arista&) { return sensors_t{}; },
+                          [](auto& kind) { return kind.get_sensors(); },
                       },
                       variant_);
 }

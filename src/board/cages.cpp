@@ -71,8 +71,9 @@ constexpr cage_walk_t xupvv8_cages{.enable_i2c = false, .buses = xupvv8_buses};
 
 void select_channels(v6::i2c::bus& bus, std::uint8_t multiplexer, std::uint8_t mask)
 {
-    if (bus.write(multiplexer, &mask, 1).access_value_or_throw() != 1)
-        throw std::system_error{EIO, std::generic_category()};
+    constexpr const char* failure = "Cannot select I2C multiplexer channel";
+    if (bus.write(multiplexer, &mask, 1).access_value_or_throw(failure) != 1)
+        throw std::system_error{EIO, std::generic_category(), failure};
 }
 
 std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_stats(std::optional<v6::i2c::i2c>& i2c,

@@ -5,10 +5,13 @@
 #include "board/alveo.h"
 #include "board/cages.h"
 #include "board/helpers.h"
+#include "board/mac_addresses.h"
+#include "board/sensors.h"
 #include "transceiver/power_mode.h"
 #include "transceiver/transceiver_info.h"
 
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace ivra::bsp::board {
@@ -20,6 +23,9 @@ struct u200
 
     explicit u200(const hw::core& root) : i2c{get_i2c(root)}, management{root} {}
 
+    std::optional<std::string> get_serial() { return management.get_serial(); }
+    sensors_t get_sensors() { return management.get_sensors(sensors); }
+    std::optional<mac_addresses_t> get_vendor_mac_addresses() { return management.get_vendor_mac_addresses(); }
     std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_stats()
     {
         return board::get_transceivers_stats(i2c, u200_cages);

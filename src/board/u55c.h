@@ -5,10 +5,13 @@
 #include "board/alveo.h"
 #include "board/clocks/load.h"
 #include "board/helpers.h"
+#include "board/mac_addresses.h"
+#include "board/sensors.h"
 #include "board/transceiver_speed.h"
 
 #include <optional>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace ivra::bsp::board {
@@ -22,6 +25,10 @@ struct u55c
         bmc::alveo::registers::hbm_sensors_with_auxiliary_power;
 
     explicit u55c(const hw::core& root) : management{root}, i2c{get_i2c(root)} {}
+
+    std::optional<std::string> get_serial() { return management.get_serial(); }
+    sensors_t get_sensors() { return management.get_sensors(sensors); }
+    std::optional<mac_addresses_t> get_vendor_mac_addresses() { return management.get_vendor_mac_addresses(); }
 
     /// The speeds of the first and the second cage.
     void set_transceiver_speeds(const std::vector<transceiver_speed_t>& speeds)

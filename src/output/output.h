@@ -51,12 +51,14 @@ public:
     static output& get();
 
     void set_color_mode(color_mode_t mode);
-    void set_format(output_format_t f);
-    bool is_json() const { return format == output_format_t::json; }
+    void set_format(output_format_t format);
+    /// Chooses the colours of each stream anew, and asks the terminal for its width; both setters do it.
+    void reset();
+    bool is_json() const { return format_ == output_format_t::json; }
 
     /// An informational line, recorded together with the parts that led up to it.
     void log(const std::string& text, color c = color::normal);
-    /// The beginning of an informational line that the next log() completes.
+    /// The beginning of an informational line that the next log() completes; plain, whatever colour it is given.
     void log_part(const std::string& text, color c = color::normal);
     /// An error line, on standard error in both formats.
     void error(const std::string& text);
@@ -64,7 +66,7 @@ public:
     /// Says how the run ended, completes and writes the JSON document, and ends the process: status 0 after success, 1
     /// after a failure, which a standard output that could not be written is too. No platform handle may be open.
     [[noreturn]] void exit();
-    [[noreturn]] void exit(bool succeeded, std::optional<std::string> message = std::nullopt);
+    [[noreturn]] void exit(bool success, std::optional<std::string> message = std::nullopt);
 
     // Terminal text, on standard output. Every line is flushed at once: progress is visible in a pipe, too.
     void print_line(const std::string& text, color c, unsigned short indent);
@@ -85,7 +87,6 @@ public:
 private:
     output();
 
-    void reset();
     std::ostream& log_stream();
     void flush(std::ostream& stream);
 
@@ -95,21 +96,21 @@ private:
     void write_json_message(const log_message& message);
     void complete_json_document();
 
-    std::uint16_t terminal_width = 0; ///< columns; 0 until known
-    bool success = true;
-    std::optional<std::string> final_message;
-    bool stdout_is_tty;
-    bool stderr_is_tty;
-    color_mode_t color_mode = color_mode_t::automatic;
-    output_format_t format = output_format_t::text;
-    color_map stdout_colors;
-    color_map stderr_colors;
-    color_map log_colors;
-    rapidjson::StringBuffer json_buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> json_writer{json_buffer};
-    std::vector<log_message> messages;
-    std::ostringstream pending_line;
-    int stdout_error = 0; ///< errno of the first failed write
+    std::uint16_t terminal_width_ = 0; ///< columns; 0 until known
+    bool success_ = true;
+    std::optional<std::string> final_message_;
+    bool stdout_is_tty_;
+    bool stderr_is_tty_;
+    color_mode_t color_mode_ = color_mode_t::automatic;
+    output_format_t format_ = output_format_t::text;
+    color_map stdout_colors_;
+    color_map stderr_colors_;
+    color_map log_colors_;
+    rapidjson::StringBuffer json_buffer_;
+    rapidjson::Writer<rapidjson::StringBuffer> json_writer_{json_buffer_};
+    std::vector<log_message> messages_;
+    std::ostringstream pending_line_;
+    int stdout_error_ = 0; ///< errno of the first failed write
 };
 
 } // namespace ivra::bsp

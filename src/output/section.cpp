@@ -1,5 +1,6 @@
 #include "output/section.h"
 
+#include <cmath>
 #include <ios>
 #include <sstream>
 #include <utility>
@@ -60,13 +61,18 @@ section& section::list::add_section(const std::string& section_name, const std::
     return std::get<section>(entries.back());
 }
 
+double without_nan_sign(double value)
+{
+    return std::isnan(value) ? std::abs(value) : value;
+}
+
 template <class T>
 std::string stat_str(T value, const std::string& unit, std::size_t precision)
 {
     std::ostringstream stream;
     stream.setf(std::ios_base::fixed, std::ios_base::floatfield);
     stream.precision(static_cast<std::streamsize>(precision));
-    stream << value << ' ' << unit;
+    stream << without_nan_sign(value) << ' ' << unit;
     return stream.str();
 }
 

@@ -103,6 +103,9 @@ struct section::entry : std::variant<stat_t, section, section::list, section::ca
     using variant::variant;
 };
 
+/// The number, but what is no number without its sign, which is another one on another machine: "nan" when written.
+double without_nan_sign(double value);
+
 /// A number with `precision` decimals, a space and the unit (the space also before an empty unit).
 /// Instantiated for double.
 template <class T>

@@ -37,14 +37,14 @@ section::array printable(section::array table)
 
 void output::print_line(const std::string& text, color c, unsigned short indent)
 {
-    std::cout << std::string(indent, '\t') << stdout_colors.at(c) << text << stdout_colors.at(color::normal) << '\n';
+    std::cout << std::string(indent, '\t') << stdout_colors_.at(c) << text << stdout_colors_.at(color::normal) << '\n';
     flush_stdout();
 }
 
 void output::print_stat(const section::stat_t& stat, unsigned short pad, unsigned short indent)
 {
-    print_line(bsp::printable(stat.name) + std::string(pad, ' ') + ": " + stdout_colors.at(stat.color) +
-                   bsp::printable(stat.value) + stdout_colors.at(color::normal),
+    print_line(bsp::printable(stat.name) + std::string(pad, ' ') + ": " + stdout_colors_.at(stat.color) +
+                   bsp::printable(stat.value) + stdout_colors_.at(color::normal),
                color::normal, indent);
 }
 
@@ -103,8 +103,8 @@ void output::print_out_array(const section::array& array)
 void output::print_table_row(const section::array_entry_t& row, const std::vector<unsigned short>& widths,
                              alignment_t align, unsigned short indent)
 {
-    const std::string c = stdout_colors.at(row.color);
-    const std::string r = stdout_colors.at(color::normal);
+    const std::string c = stdout_colors_.at(row.color);
+    const std::string r = stdout_colors_.at(color::normal);
 
     std::string line = "│ " + c + row.name + r + spaces(widths.at(0), row.name.size()) + " │";
     for (std::size_t j = 1; j < widths.size(); ++j) {

@@ -1,7 +1,9 @@
 #include "output/text.h"
 
+#include <algorithm>
 #include <codecvt>
 #include <cstdlib>
+#include <iterator>
 #include <locale>
 #include <stdexcept>
 
@@ -63,12 +65,37 @@ std::size_t sequence_length(std::string_view s)
     return overlong || surrogate || beyond_unicode ? 0 : length;
 }
 
-bool is_control(std::string_view sequence)
+/// What a valid sequence encodes; a byte that is none stands for itself, as on terminals without UTF-8.
+char32_t code_point(std::string_view sequence)
 {
-    const auto first = static_cast<unsigned char>(sequence[0]);
-    if (sequence.size() == 1)
-        return (first >= 0x01 && first <= 0x1F) || first == 0x7F;
-    return first == 0xC2 && static_cast<unsigned char>(sequence[1]) <= 0x9F;
+    const std::size_t marker_bits = sequence.size() == 1 ? 0 : sequence.size() + 1; // of the first byte
+    char32_t code = static_cast<unsigned char>(sequence[0]) & (0xFFU >> marker_bits);
+    for (const char c : sequence.substr(1))
+        code = code << 6U | (static_cast<unsigned char>(c) & 0x3FU);
+    return code;
+}
+
+struct code_range_t
+{
+    char32_t first;
+    char32_t last;
+};
+
+// What a screen acts on, or turns other text around with, or does not show at all.
+// clang-format off
+constexpr code_range_t hidden[] = {
+    {0x0001, 0x001F}, {0x007F, 0x009F}, // control characters
+    {0x200B, 0x200F},                   // zero width, marks of direction
+    {0x2028, 0x202E},                   // separators of lines and paragraphs, embedding and override of direction
+    {0x2060, 0x2069},                   // joiners and operators that are not seen, isolation of direction
+    {0xFEFF, 0xFEFF},                   // byte order mark
+};
+// clang-format on
+
+bool is_hidden(char32_t code)
+{
+    return std::any_of(std::begin(hidden), std::end(hidden),
+                       [code](const code_range_t& range) { return code >= range.first && code <= range.last; });
 }
 
 } // namespace
@@ -102,12 +129,9 @@ std::string printable(std::string_view s)
     std::string text;
     text.reserve(s.size());
     while (!s.empty()) {
-        const std::size_t length = sequence_length(s);
-        if (length != 0 && is_control(s.substr(0, length)))
-            text += '?';
-        else
-            text += s.substr(0, length == 0 ? 1 : length);
-        s.remove_prefix(length == 0 ? 1 : length);
+        const std::string_view sequence = s.substr(0, std::max<std::size_t>(sequence_length(s), 1));
+        text += is_hidden(code_point(sequence)) ? "?" : sequence;
+        s.remove_prefix(sequence.size());
     }
     return text;
 }

@@ -52,12 +52,13 @@ struct stats_t
 };
 } // namespace qsfp_dd
 
-/// A plugged module, as its memory describes it.
+/// A plugged module, as its memory describes it. A text that was not read, because something failed before it, is
+/// absent; one that was read may be blank.
 struct transceiver_info_t
 {
-    std::string type;
-    std::string vendor_name;
-    std::string vendor_pn;
+    std::optional<std::string> type;
+    std::optional<std::string> vendor_name;
+    std::optional<std::string> vendor_pn;
     std::optional<std::variant<sfp::stats_t, qsfp::stats_t, qsfp_dd::stats_t>> stats; ///< absent without diagnostics
     std::optional<std::string> error; ///< why the rest could not be read
 };

@@ -132,6 +132,46 @@ TEST(usage, errors_end_with_status_64_and_the_brief_usage)
     }
 }
 
+TEST(usage, errors_repeat_words_as_a_screen_may_show_them)
+{
+    struct row_t
+    {
+        std::vector<std::string> words;
+        const char* error;
+        int status;
+    };
+    const std::string bad = "a\033[2J\u202eb\u009b\x9b\ufeff\xe9";
+    // clang-format off
+    const row_t rows[] = {
+        {{"-z" + bad, "show"},             "ivra-bsp board: Unknown option: -za?[2J?b???\xe9\n",                     64},
+        {{"show", "--" + bad},             "ivra-bsp board show: Unknown option: --a?[2J?b???\xe9\n",                64},
+        {{"show", "info", bad},            "ivra-bsp board show: Too many arguments, starting with \"a?[2J?b???\xe9\".\n", 64},
+        {{"set", "--" + bad},              "ivra-bsp board set: Unknown option: --a?[2J?b???\xe9\n",                 64},
+        {{"setup", bad},                   "ivra-bsp board setup: Too many arguments, starting with \"a?[2J?b???\xe9\".\n", 64},
+        {{bad},                            "Invalid command: 'a?[2J?b???\xe9'\n",                                    1},
+        {{"show", bad},                    "Invalid info to show: 'a?[2J?b???\xe9'\n",                               1},
+        {{"set", bad, "x"},                "Invalid parameter to set: 'a?[2J?b???\xe9'\n",                           1},
+        {{"set", "boot-image", bad},       "Invalid value for boot-image: 'a?[2J?b???\xe9'\n",                       1},
+        {{"show", "-a", bad},              "No such accelerator: a?[2J?b???\xe9\n",                                  1},
+    };
+    // clang-format on
+    for (const row_t& row : rows) {
+        rack_t rack;
+        rack.plug("m48l_xcvu7p").host(switch_host);
+        const run_t run = rack.run(row.words);
+        EXPECT_EQ(run.err.substr(0, run.err.find('\n') + 1), row.error);
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.status, row.status);
+    }
+    rack_t rack;
+    EXPECT_EQ(rack.plug("m48l_xcvu7p").run(std::vector<std::string>{"--json", "show", "-a", "\033\u202e"}).out,
+              R"({"data":{},"status":{"success":false},"log":[{"type":"error","message":"No such accelerator: \u001B)"
+              "\u202e"
+              R"("}]})"
+              "\n")
+        << "a document keeps them";
+}
+
 TEST(usage, without_a_command_is_an_error)
 {
     rack_t rack;

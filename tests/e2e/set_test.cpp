@@ -771,11 +771,11 @@ TEST(set_qsfp_power_mode, that_fails_on_the_bus_says_where)
         {"ivra_i2c_read_control_pins",  1, "Could not not set enable I2C pin: Input/output error",          "hh"},
         {"ivra_i2c_write_control_pins", 1, "Could not not set enable I2C pin: Input/output error",          "hh"},
         {"ivra_i2c_get_bus",            1, "Cannot get I2C bus: Input/output error",                        "hh"},
-        {"ivra_i2c_bus_write",          1, "Input/output error",                                            "hh"},
+        {"ivra_i2c_bus_write",          1, "Cannot select I2C multiplexer channel: Input/output error",     "hh"},
         {"ivra_i2c_bus_read_register",  1, "Cannot read transceived identifier: Input/output error",        "hh"},
         {"ivra_i2c_bus_read_register",  2, "Cannot read QSFP power control byte: Input/output error",       "hh"},
         {"ivra_i2c_bus_write_register", 1, "Cannot update QSFP power control byte: Input/output error",     "hh"},
-        {"ivra_i2c_bus_write",          2, "Input/output error",                                            "lh"},
+        {"ivra_i2c_bus_write",          2, "Cannot select I2C multiplexer channel: Input/output error",     "lh"},
         {"ivra_i2c_bus_read_register",  3, "Cannot read transceived identifier: Input/output error",        "lh"},
         {"ivra_i2c_bus_read_register",  4, "Cannot read QSFP-DD module level controls: Input/output error", "lh"},
         {"ivra_i2c_bus_write_register", 2, "Cannot update QSFP-DD module level controls: Input/output error", "lh"},
@@ -816,10 +816,10 @@ TEST(set_qsfp_power_mode, of_bittware_boards_that_fails_on_a_bus_says_so)
     constexpr row_t rows[] = {
         {"bittware_xupp3r", "ivra_i2c_get_bus",   1, "Cannot get I2C bus: Input/output error", "hhhhhhhh"},
         {"bittware_xupp3r", "ivra_i2c_get_bus",   4, "Cannot get I2C bus: Input/output error", "lllhhhhh"},
-        {"ivra_fpb2",       "ivra_i2c_bus_write", 1, "Input/output error",                     "llllhhhh"},
-        {"ivra_fpb2",       "ivra_i2c_bus_write", 3, "Input/output error",                     "llllllhh"},
+        {"ivra_fpb2",       "ivra_i2c_bus_write", 1, "Cannot select I2C multiplexer channel: Input/output error", "llllhhhh"},
+        {"ivra_fpb2",       "ivra_i2c_bus_write", 3, "Cannot select I2C multiplexer channel: Input/output error", "llllllhh"},
         {"bittware_xupvv8", "ivra_i2c_get_bus",   1, "Cannot get I2C bus: Input/output error", "hhhh"},
-        {"bittware_xupvv8", "ivra_i2c_bus_write", 4, "Input/output error",                     "lllh"},
+        {"bittware_xupvv8", "ivra_i2c_bus_write", 4, "Cannot select I2C multiplexer channel: Input/output error", "lllh"},
     };
     // clang-format on
     for (const row_t& row : rows) {

@@ -471,6 +471,21 @@ TEST(setup, of_a_bittware_board_whose_eeprom_makes_no_sense_is_refused)
         }
 }
 
+TEST(setup, tells_every_byte_of_another_field_in_the_eeprom_nul_too)
+{
+    for (const std::string model : {"bittware_xupp3r", "bittware_xupvv8"}) {
+        rack_t rack;
+        plug(rack, family(model), eeprom(R"(\u0000SN=17200123\u0000\u0000ABCDEFG)"));
+        const std::string failed = prefix + "Unexpected field read from MAC EEPROM: ";
+        const std::string field("\0SN=17200123\0\0ABCDEFG", 21);
+        expect_failure(rack.run("setup"), "", part, failed + field);
+        const run_t run = rack.run("setup --json");
+        EXPECT_EQ(run.out, json(false, failed + R"(\u0000SN=17200123\u0000\u0000ABCDEFG)", {part + "fail"}));
+        EXPECT_EQ(run.err, part + "fail\n" + failed + field + "\n");
+        EXPECT_EQ(run.status, 1);
+    }
+}
+
 TEST(setup, of_a_bittware_board_that_cannot_reach_its_eeprom_is_refused)
 {
     struct row_t
@@ -489,7 +504,10 @@ TEST(setup, of_a_bittware_board_that_cannot_reach_its_eeprom_is_refused)
          "Could not not set enable I2C pin: Input/output error"},
         {"ivra_fpb2", R"("call": "ivra_i2c_get_bus", "errno": "EIO")", "Cannot get I2C bus: Input/output error"},
         {"bittware_xupvv8", R"("call": "ivra_i2c_get_bus", "errno": "EIO")", "Cannot get I2C bus: Input/output error"},
-        {"bittware_xupvv8", R"("call": "ivra_i2c_bus_write", "errno": "EIO")", "Input/output error"},
+        {"bittware_xupvv8", R"("call": "ivra_i2c_bus_write", "errno": "EIO")",
+         "Cannot select I2C multiplexer channel: Input/output error"},
+        {"bittware_xupvv8", R"("call": "ivra_i2c_bus_write", "short": 0)",
+         "Cannot select I2C multiplexer channel: Input/output error"},
         {"bittware_xupvv8", R"("call": "ivra_i2c_bus_read_register", "errno": "EIO")",
          "Cannot read MAC EEPROM: Input/output error"},
         {"bittware_xupp3r", R"("call": "ivra_i2c_bus_read_register", "short": 20)",

@@ -146,6 +146,15 @@ TEST(show_info, prints_a_temperature_with_up_to_six_significant_digits)
     }
 }
 
+TEST(show_info, of_a_temperature_that_is_no_number_has_no_sign)
+{
+    // 45.5 is 0x4046c00000000000, and no number is 0xfff8000000000000, least significant byte first.
+    rack_t rack;
+    rack.plug("m48l_xcvu7p").host(switch_host);
+    rack.faults(R"({"call": "ivra_hw_top_get_temperature", "garble": "0000000000c0bebf"})");
+    EXPECT_TRUE(rack.run("show info").out.ends_with("\tTemperature  : nan°C\n"));
+}
+
 TEST(show_info, of_an_alveo_board_without_its_controller_shows_the_serial_as_an_error)
 {
     rack_t rack;

@@ -633,7 +633,7 @@ TEST(show_transceivers, needs_every_write_to_a_multiplexer)
             for (const std::string& effect : {eio, std::string{R"("short": 0)"}}) {
                 rack_t rack;
                 rack.plug(row.model, cages(row.cages)).faults(rule("ivra_i2c_bus_write", nth, effect));
-                expect_failure(rack, "Input/output error");
+                expect_failure(rack, "Cannot select I2C multiplexer channel: Input/output error");
             }
         }
 }
@@ -750,6 +750,31 @@ TEST(show_transceivers, goes_on_behind_an_sfp_that_fails_anywhere)
                      {"read", 4, 2, ""},
                      {"read", 5, 3, "Cannot read SFP diagnostics monitoring type register"},
                      {"read", 6, 3, "Cannot read SFP diagnostics registers"}});
+}
+
+TEST(show_transceivers, shows_blank_texts_that_were_read_before_a_failure)
+{
+    rack_t rack;
+    rack.plug("xilinx_u200", cages_of(R"({"module": "sfp-10g-sr", "vendor_name": "", "vendor_pn": ""}, "empty")"));
+    const std::string type = "Transceivers\n\tPort 1\n\t\tType       : SFP/SFP+/SFP28 or later\n";
+    const std::string end = "\tPort 2\n\t\tType: no transceiver detected\n";
+    const std::string json_type = R"({"data":{"Transceivers":[{"Port":"Port 1","Type":"SFP/SFP+/SFP28 or later",)";
+    const std::string json_end = R"({"Port":"Port 2","Type":"no transceiver detected"}]},)"
+                                 R"("status":{"success":true},"log":[]})"
+                                 "\n";
+
+    rack.faults(rule("ivra_i2c_bus_read_register", 4, eio)); // behind two of the identifier: vendor name, part number
+    EXPECT_EQ(rack.run("show transceivers").out,
+              type + "\t\tVendor name: \n\t\tError      : Input/output error\n" + end);
+    EXPECT_EQ(rack.run("show transceivers -j").out,
+              json_type + R"("Vendor name":"","Error":"Input/output error"},)" + json_end);
+
+    rack.faults(rule("ivra_i2c_bus_read_register", 5, eio));
+    const std::string error = "Cannot read SFP diagnostics monitoring type register: Input/output error";
+    EXPECT_EQ(rack.run("show transceivers").out,
+              type + "\t\tVendor name: \n\t\tVendor PN  : \n\t\tError      : " + error + "\n" + end);
+    EXPECT_EQ(rack.run("show transceivers -j").out,
+              json_type + R"("Vendor name":"","Vendor PN":"","Error":")" + error + R"("},)" + json_end);
 }
 
 TEST(show_transceivers, goes_on_behind_a_qsfp_that_fails_anywhere)

@@ -19,28 +19,6 @@ constexpr std::size_t max_payload_size = 4091;
 constexpr std::size_t macs_size = 8;
 constexpr auto erased_slot = "FF:FF:FF:FF:FF:FF";
 
-/// Addresses in the slots of cards that send them one by one.
-board::mac_addresses_t get_legacy_mac_addresses(const card_info_t& card_info)
-{
-    std::optional<std::string> first;
-    unsigned count = 0;
-    for (const std::uint8_t key : keys_legacy_mac) {
-        const auto field = card_info.find(key);
-        if (field == card_info.end())
-            continue;
-        // Deliberate: the value as it stands, zero bytes at its end included, is compared with the marker.
-        const std::string text(field->second.begin(), field->second.end());
-        if (text.empty() || text == erased_slot)
-            continue;
-        ++count;
-        if (!first)
-            first = text;
-    }
-    if (!first)
-        throw std::runtime_error{"No MAC address found"};
-    return {.first = v6::mac_address{*first}, .count = count};
-}
-
 } // namespace
 
 std::size_t decode_payload_size(std::uint32_t header)
@@ -83,6 +61,27 @@ std::string find_board_serial(const card_info_t& card_info)
     if (field == card_info.end())
         throw std::runtime_error{"Cannot find board serial in XMC card info"};
     return {field->second.begin(), field->second.end()};
+}
+
+board::mac_addresses_t get_legacy_mac_addresses(const card_info_t& card_info)
+{
+    std::optional<std::string> first;
+    unsigned count = 0;
+    for (const std::uint8_t key : keys_legacy_mac) {
+        const auto field = card_info.find(key);
+        if (field == card_info.end())
+            continue;
+        // Deliberate: the value as it stands, zero bytes at its end included, is compared with the marker.
+        const std::string text(field->second.begin(), field->second.end());
+        if (text.empty() || text == erased_slot)
+            continue;
+        ++count;
+        if (!first)
+            first = text;
+    }
+    if (!first)
+        throw std::runtime_error{"No MAC address found"};
+    return {.first = v6::mac_address{*first}, .count = count};
 }
 
 board::mac_addresses_t find_vendor_macs(const card_info_t& card_info)

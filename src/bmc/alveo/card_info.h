@@ -33,6 +33,10 @@ card_info_t decode_card_info(std::span<const std::uint8_t> payload);
 /// Serial number of the board, every byte of it. Throws std::runtime_error when there is none.
 std::string find_board_serial(const card_info_t& card_info);
 
+/// The block of MAC addresses in the slots of cards that send them one by one: the first address, and how many of the
+/// slots are neither empty nor erased. Throws as find_vendor_macs() does.
+board::mac_addresses_t get_legacy_mac_addresses(const card_info_t& card_info);
+
 /// The block of MAC addresses that the vendor gave to the board. Throws std::runtime_error when there is none, or
 /// std::system_error when its first address cannot be parsed.
 board::mac_addresses_t find_vendor_macs(const card_info_t& card_info);

@@ -66,7 +66,7 @@ ipmi_response_t bmc::ipmi_request_bittware_oem(std::uint8_t cmd, const std::vect
 {
     std::vector<std::uint8_t> request{std::begin(manufacturer_id), std::end(manufacturer_id)};
     std::copy(data.begin(), data.end(), std::back_inserter(request));
-    ipmi_response_t response = ipmi_request(netfn_oem, cmd, request);
+    ipmi_response_t response = ipmi_request(netfn_oem, cmd, std::move(request));
     if (response.data.size() < std::size(manufacturer_id))
         throw std::runtime_error{"Incomplete IPMI OEM command response received from BMC"};
     // Deliberate: whose identifier it is, is not looked at.

@@ -134,8 +134,10 @@ std::string units_text(const sensor_record_t& record)
 
 std::string value_text(const sensor_record_t& record, std::uint8_t raw)
 {
+    const double value = convert_reading(record, raw);
     std::ostringstream text;
-    text << std::fixed << std::setprecision(2) << convert_reading(record, raw);
+    // What is no number has a sign, which is another one on another machine.
+    text << std::fixed << std::setprecision(2) << (std::isnan(value) ? std::abs(value) : value);
     // Deliberate: without a base unit there is no space, whatever else follows.
     if (!unit_name(record.base_unit).empty())
         text << ' ';

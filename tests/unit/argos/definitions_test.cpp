@@ -269,6 +269,7 @@ TEST(parser, cannot_be_used_after_parse)
     EXPECT_EQ(thrown_by([&] { parser.line_width(0); }), message);
     EXPECT_EQ(thrown_by([&] { parser.help_stream(console.help); }), message);
     EXPECT_EQ(thrown_by([&] { parser.error_stream(console.help); }), message);
+    EXPECT_EQ(thrown_by([&] { parser.error_filter({}); }), message);
     EXPECT_EQ(thrown_by([&] { parser.text(TextId::ERROR, ""); }), message);
     EXPECT_EQ(thrown_by([&] { parser.section(""); }), message);
 }

@@ -1,5 +1,6 @@
 #include "support.h"
 
+#include <algorithm>
 #include <limits>
 
 using namespace argos;
@@ -207,6 +208,26 @@ TEST(numbers, must_be_finite)
         const auto value = with_number(console, text).value("-n");
         EXPECT_EQ(thrown_by([&] { value.as_double(); }), "-n, --number: \"" + text + "\" is not a number.");
     }
+}
+
+TEST(error_messages, are_what_the_filter_makes_of_them)
+{
+    const auto without_bells = [](std::string_view text) {
+        std::string filtered{text};
+        std::replace(filtered.begin(), filtered.end(), '\a', '!');
+        return filtered;
+    };
+    Console parsing;
+    parsing.parser.error_filter(without_bells).add(Argument{"wo\ard"});
+    parsing.parser.parse({"one", "tw\ao"});
+    EXPECT_EQ(parsing.error(), "prog: Too many arguments, starting with \"tw!o\".");
+    EXPECT_NE(parsing.errors.str().find("wo\ard"), std::string::npos) << "the program's own texts pass";
+
+    Console reading;
+    reading.parser.error_filter(without_bells).add(Argument{"number"});
+    const ParsedArguments args = reading.parser.parse({"\a"});
+    EXPECT_THROW(args.value("number").as_int(0), ArgosException);
+    EXPECT_EQ(reading.error().substr(0, 29), "prog: number: \"!\" is not an i");
 }
 
 TEST(value_errors, are_written_with_the_brief_usage)

@@ -94,14 +94,24 @@ TEST(board_serial, is_every_byte_of_its_field)
 }
 
 /// "first x count", or how it fails.
-std::string vendor_macs(const card_info_t& card_info)
+std::string macs_text(board::mac_addresses_t (*find)(const card_info_t&), const card_info_t& card_info)
 {
     std::ostringstream text;
     const std::string failed = failure([&] {
-        const board::mac_addresses_t macs = find_vendor_macs(card_info);
+        const board::mac_addresses_t macs = find(card_info);
         text << macs.first << " x " << macs.count;
     });
     return text.str().empty() ? failed : text.str();
+}
+
+std::string vendor_macs(const card_info_t& card_info)
+{
+    return macs_text(&find_vendor_macs, card_info);
+}
+
+std::string legacy_macs(const card_info_t& card_info)
+{
+    return macs_text(&get_legacy_mac_addresses, card_info);
 }
 
 const bytes_t first = to_bytes("00:0A:35:00:00:01");
@@ -130,6 +140,15 @@ TEST(vendor_macs, of_the_legacy_scheme_are_counted_and_the_first_one_is_parsed)
     EXPECT_EQ(vendor_macs({{0x22, {}}, {0x25, first}}), "00:0a:35:00:00:01 x 1") << "an empty slot does not count";
     EXPECT_EQ(vendor_macs({{0x22, first}, {0x23, first}, {0x24, first}, {0x25, first}, {0x26, first}}),
               "00:0a:35:00:00:01 x 4");
+}
+
+TEST(legacy_macs, are_those_of_four_slots_whatever_else_the_card_says)
+{
+    const bytes_t new_scheme{4, 0, 2, 3, 4, 5, 6, 7};
+    EXPECT_EQ(legacy_macs({{0x22, first}, {0x25, second}, {0x4B, new_scheme}}), "00:0a:35:00:00:01 x 2");
+    EXPECT_EQ(legacy_macs({{0x22, erased}, {0x23, {}}, {0x24, second}, {0x25, first}}), "00:0a:35:00:00:02 x 2");
+    EXPECT_EQ(legacy_macs({{0x21, first}, {0x26, first}, {0x4B, new_scheme}}), "No MAC address found");
+    EXPECT_EQ(legacy_macs({{0x23, to_bytes("garbage")}}), "mac_address::mac_address(): Invalid argument");
 }
 
 TEST(vendor_macs, of_cards_without_any_do_not_exist)

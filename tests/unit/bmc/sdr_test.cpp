@@ -365,21 +365,13 @@ TEST(sensor, linearisation_comes_after_scaling)
     EXPECT_EQ(value(sensor_reply_t{}.scale(1, 0, -1, 0).set(23, 7), 5), "2.00") << "1 / 0.5";
 }
 
-TEST(sensor, value_that_is_no_number_is_printed_as_the_streams_print_it)
+TEST(sensor, value_that_is_no_number_is_nan_without_a_sign_whoever_calculates_it)
 {
     for (const std::uint8_t logarithm : bytes_t{1, 2, 3, 4})
         EXPECT_EQ(value(sensor_reply_t{}.set(23, logarithm), 0), "-inf") << unsigned{logarithm};
     const auto minus = sensor_reply_t{}.scale(-1, 0, 0, 0);
-    for (const std::uint8_t logarithm : bytes_t{1, 3, 4})
-        EXPECT_EQ(value(sensor_reply_t{minus}.set(23, logarithm), 4), "-nan") << unsigned{logarithm};
-    volatile double minus_four =
-        -4; // so that it is the C library that gives the sign; it is not that of the others everywhere
-    std::ostringstream stream;
-    stream << std::log10(minus_four);
-    EXPECT_TRUE(stream.str() == "nan" || stream.str() == "-nan") << stream.str();
-    EXPECT_EQ(value(sensor_reply_t{minus}.set(23, 2), 4), stream.str());
-    for (const std::uint8_t root : bytes_t{10, 11})
-        EXPECT_EQ(value(sensor_reply_t{minus}.set(23, root), 8), "-nan") << unsigned{root};
+    for (const std::uint8_t function : bytes_t{1, 2, 3, 4, 10, 11}) // of which some give a sign here, others not
+        EXPECT_EQ(value(sensor_reply_t{minus}.set(23, function), 4), "nan") << unsigned{function};
     EXPECT_EQ(value(sensor_reply_t{}.set(23, 7), 0), "inf") << "1 / 0";
     EXPECT_EQ(value(sensor_reply_t{}.scale(1, 0, 2, 0).set(23, 5), 4), "inf") << "10 to the power 400";
     EXPECT_EQ(value(sensor_reply_t{}.scale(-1, 0, 2, 0).set(23, 5), 4), "0.00") << "10 to the power -400";

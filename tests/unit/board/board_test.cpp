@@ -135,6 +135,32 @@ TEST(facade, a_u250_is_a_u200_in_every_operation)
                                        only_bittware_and_u5x + only_bittware + xmc_missing);
 }
 
+template <class Kind>
+std::string identity_of(const std::string& model)
+{
+    tests::rack_t rack;
+    rack.plug(model, {{"xmc", R"({"card": {"serial": "SN-1", "macs": {"first": "00:0a:35:01:02:03", "count": 4}}})"}});
+    return rack
+        .in_child([] {
+            const hw::accelerator accelerator{hw::enumerate_accelerators().at(0)};
+            const hw::mmio mmio{accelerator.enumerate_mmios().at(0)};
+            Kind kind{hw::enumerate_cores(mmio).root()};
+            const mac_addresses_t block = kind.get_vendor_mac_addresses().value();
+            std::cout << kind.get_serial().value() << ", " << block.first << " x " << block.count << ", "
+                      << kind.get_sensors().sensors.size() << " sensors";
+        })
+        .out;
+}
+
+// One more sensor than in the lists: whether power is good.
+TEST(alveo_kinds, tell_by_themselves_what_their_controller_says)
+{
+    const std::string identity = "SN-1, 00:0a:35:01:02:03 x 4, ";
+    EXPECT_EQ(identity_of<u50>("xilinx_u50"), identity + "25 sensors");
+    EXPECT_EQ(identity_of<u55c>("xilinx_u55c"), identity + "27 sensors");
+    EXPECT_EQ(identity_of<u200>("xilinx_u200"), identity + "32 sensors");
+}
+
 /// The kind's position in the variant; or what building the board says.
 std::string kind_of(const std::string& model, const std::string& faults = "")
 {

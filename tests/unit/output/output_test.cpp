@@ -65,6 +65,33 @@ TEST(output_text, on_a_terminal_everything_is_coloured)
     EXPECT_EQ(r.err, "\033[31mwent wrong\033[0m\n");
 }
 
+TEST(output_text, the_beginning_of_a_line_is_plain_whatever_colour_it_is_given)
+{
+    const run_t r = run(
+        [](output& out) {
+            out.log_part("Retrieving... ", color::red);
+            out.log("done", color::green);
+        },
+        on_terminal);
+    EXPECT_EQ(r.out, "\033[0mRetrieving... \033[0m\033[32mdone\033[0m\n");
+}
+
+TEST(output_text, a_reset_chooses_the_palette_of_the_terminal_as_it_is_then)
+{
+    const run_t r = run(
+        [](output& out) {
+            out.log("before", color::green);
+            ::setenv("TERM", "xterm-256color", 1);
+            out.log("until then", color::green);
+            out.reset();
+            out.log("after", color::green);
+            out.error("wrong");
+        },
+        on_terminal);
+    EXPECT_EQ(r.out, "\033[32mbefore\033[0m\n\033[32muntil then\033[0m\n\033[38;5;36mafter\033[0m\n");
+    EXPECT_EQ(r.err, "\033[38;5;175mwrong\033[0m\n");
+}
+
 TEST(output_text, each_stream_is_coloured_by_what_it_is)
 {
     const auto body = [](output& out) {

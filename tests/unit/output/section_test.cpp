@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -96,6 +98,14 @@ TEST(stat_str, gives_fixed_decimals_a_space_and_the_unit)
     EXPECT_EQ(stat_str(1.5, "", 1), "1.5 ") << "the space is written before an empty unit, too";
     EXPECT_EQ(stat_str(-0.001, "A", 2), "-0.00 A");
     EXPECT_EQ(stat_str(1e21, "V", 0), "1000000000000000000000 V");
+}
+
+TEST(stat_str, has_no_sign_of_what_is_no_number)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_EQ(stat_str(nan, "V", 3), "nan V");
+    EXPECT_EQ(stat_str(std::copysign(nan, -1.0), "V", 3), "nan V");
+    EXPECT_EQ(stat_str(-std::numeric_limits<double>::infinity(), "V", 3), "-inf V") << "this has one everywhere";
 }
 
 TEST(boot_image_stat, has_a_word_and_a_colour_for_each_image)

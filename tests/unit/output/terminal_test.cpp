@@ -106,6 +106,23 @@ TEST(report, control_characters_of_names_and_values_are_question_marks)
                                "└────┴────┘\n");
 }
 
+TEST(report, labels_and_cells_line_up_also_when_their_texts_hold_what_is_not_shown)
+{
+    section report{"Report", std::nullopt, 0};
+    report.add_stat({"a\u200bb", "1\u202e2", color::normal}).add_stat({"long\x85", "\ufeff", color::normal});
+    report.entries.emplace_back(
+        section::array{"k", "S", {"V\u2066"}, {{"r\u200fw\x9b", {"1 \u2060mV"}, {}}, {"b", {"10 mV"}, {}}}, 0});
+    EXPECT_EQ(printed(report), "Report\n"
+                               "\ta?b  : 1?2\n"
+                               "\tlong?: ?\n"
+                               "┌──────┬───────┐\n"
+                               "│ S    │ V?    │\n"
+                               "├──────┼───────┤\n"
+                               "│ r?w? │ 1 ?mV │\n"
+                               "│ b    │ 10 mV │\n"
+                               "└──────┴───────┘\n");
+}
+
 TEST(report, nul_and_bytes_that_are_not_utf8_pass)
 {
     section report{"Report", std::nullopt, 0};

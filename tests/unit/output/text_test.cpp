@@ -90,12 +90,41 @@ TEST(printable, shows_control_characters_as_question_marks)
     EXPECT_EQ(printable("\u0080\u009b\u009f"), "???") << "the C1 controls, one question mark each";
 }
 
+TEST(printable, shows_what_is_invisible_or_turns_text_around_as_question_marks)
+{
+    // clang-format off
+    struct row_t { const char* before; const char* hidden; const char* after; };
+    const row_t rows[] = {
+        {"\u200a", "\u200b\u200c\u200d\u200e\u200f",                                                "\u2010"},
+        {"\u2027", "\u2028\u2029\u202a\u202b\u202c\u202d\u202e",                                    "\u202f"},
+        {"\u205f", "\u2060\u2061\u2062\u2063\u2064\u2065\u2066\u2067\u2068\u2069",                  "\u206a"},
+        {"\ufefe", "\ufeff",                                                                          "\uff00"},
+    };
+    // clang-format on
+    for (const row_t& row : rows) {
+        const std::string marks(strlen_utf8(row.hidden), '?');
+        EXPECT_EQ(printable(std::string{row.before} + row.hidden + row.after), row.before + marks + row.after);
+    }
+    EXPECT_EQ(printable("\U0001200b\U0001feff"), "\U0001200b\U0001feff") << "other characters of the same last bits";
+}
+
+TEST(printable, shows_a_control_byte_that_is_not_utf8_as_a_question_mark)
+{
+    for (unsigned byte = 0x80; byte <= 0xff; ++byte) {
+        const std::string alone(1, static_cast<char>(byte));
+        EXPECT_EQ(printable("a" + alone + "b"), "a" + (byte <= 0x9f ? "?" : alone) + "b") << byte;
+    }
+    EXPECT_EQ(printable("\xe2\x80"), "\xe2?") << "cut off by the end";
+    EXPECT_EQ(printable("\xe2\x80z"), "\xe2?z") << "cut off by another character";
+    EXPECT_EQ(printable("\xc0\x9b"), "\xc0?") << "overlong";
+}
+
 TEST(printable, passes_everything_else_unchanged)
 {
     EXPECT_EQ(printable(" ~\u00a0\u00b0C│\U0001F600"), " ~\u00a0\u00b0C│\U0001F600");
     const std::string with_nul{"a\0b", 3};
     EXPECT_EQ(printable(with_nul), with_nul);
-    EXPECT_EQ(printable("\x9b\xff\xc2"), "\x9b\xff\xc2") << "bytes that are not UTF-8 pass";
+    EXPECT_EQ(printable("\xa0\xff\xc2"), "\xa0\xff\xc2") << "bytes that are not UTF-8 pass";
     EXPECT_EQ(printable("\xc2\x1b"), "\xc2?") << "a broken sequence hides no escape";
     EXPECT_EQ(printable(""), "");
 }

@@ -130,12 +130,13 @@ struct describe_t
     }
 };
 
+/// A text that was not read is "-".
 std::string describe(const std::optional<transceiver_info_t>& info)
 {
     if (!info)
         return "empty";
-    return info->type + "\n" + info->vendor_name + "\n" + info->vendor_pn + "\n" +
-           (info->stats ? std::visit(describe_t{}, *info->stats) : "no stats") +
+    return info->type.value_or("-") + "\n" + info->vendor_name.value_or("-") + "\n" + info->vendor_pn.value_or("-") +
+           "\n" + (info->stats ? std::visit(describe_t{}, *info->stats) : "no stats") +
            (info->error ? "\nerror: " + *info->error : "");
 }
 
@@ -422,7 +423,7 @@ void expect_failures(const std::string& module, const std::vector<std::string>& 
 
             std::string expected;
             for (int text = 0; text < 3; ++text)
-                expected += (text < failure.shown ? identity.at(static_cast<std::size_t>(text)) : "") + "\n";
+                expected += (text < failure.shown ? identity.at(static_cast<std::size_t>(text)) : "-") + "\n";
             cage reporting{module, faults};
             EXPECT_EQ(reporting.run(&report), expected + "no stats\nerror: " + error);
             EXPECT_EQ(reporting.calls(), throwing.calls());
@@ -485,7 +486,7 @@ TEST(module_failure, of_an_unsupported_identifier_has_its_type_from_the_one_read
 {
     cage c{R"("prototype")"};
     EXPECT_EQ(c.run(&stats), "error: Unsupported transceiver found with identifier 0x7a");
-    EXPECT_EQ(c.run(&report), "Unknown\n\n\nno stats\nerror: Unsupported transceiver found with identifier 0x7a");
+    EXPECT_EQ(c.run(&report), "Unknown\n-\n-\nno stats\nerror: Unsupported transceiver found with identifier 0x7a");
     EXPECT_EQ(c.calls(), calls_t{read_identifier});
 }
 

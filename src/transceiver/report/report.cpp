@@ -1,4 +1,4 @@
-#include "transceiver_report.h"
+#include "transceiver/report/report.h"
 
 #include <cmath>
 #include <cstddef>
@@ -49,9 +49,9 @@ std::string optical_power_str(T milliwatts)
     std::ostringstream stream;
     stream.setf(std::ios_base::fixed, std::ios_base::floatfield);
     stream.precision(decimals);
-    stream << milliwatts << " mW";
+    stream << without_nan_sign(milliwatts) << " mW";
     if (milliwatts != 0)
-        stream << " (" << 10 * std::log10(milliwatts) << " dBm)";
+        stream << " (" << without_nan_sign(10 * std::log10(milliwatts)) << " dBm)";
     return stream.str();
 }
 
@@ -108,9 +108,9 @@ struct stats_visitor
 void add_transceiver(const transceiver::transceiver_info_t& info, section& port)
 {
     // A module that failed shows what was read before.
-    const auto add_text = [&](const char* name, const std::string& text) {
-        if (!info.error || !text.empty())
-            port.add_stat(name, text, color::normal);
+    const auto add_text = [&port](const char* name, const std::optional<std::string>& text) {
+        if (text)
+            port.add_stat(name, *text, color::normal);
     };
     add_text("Type", info.type);
     add_text("Vendor name", info.vendor_name);

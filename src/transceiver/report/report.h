@@ -1,5 +1,5 @@
-#ifndef IVRA_TRANSCEIVER_REPORT_H
-#define IVRA_TRANSCEIVER_REPORT_H
+#ifndef IVRA_TRANSCEIVER_REPORT_REPORT_H
+#define IVRA_TRANSCEIVER_REPORT_REPORT_H
 
 #include "output/section.h"
 #include "transceiver/transceiver_info.h"
