@@ -1,3 +1,5 @@
+include(CheckPIESupported)
+
 # What every file is compiled and linked with; sanitizers on request.
 option(IVRA_SANITIZE "Build everything with the address and undefined-behaviour sanitizers" OFF)
 
@@ -15,6 +17,19 @@ add_compile_options(-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 
 # A program built once runs on any libraries of these names: LD_LIBRARY_PATH has to win, so RUNPATH, never RPATH.
 add_link_options(-Wl,--enable-new-dtags)
+
+# Hardened as Debian's programs are, and beyond that the library's own assertions.
+check_pie_supported(LANGUAGES CXX)
+add_compile_options(-fstack-protector-strong)
+add_compile_definitions(_GLIBCXX_ASSERTIONS)
+add_link_options(-Wl,-z,relro,-z,now)
+# FORTIFY works where the compiler optimizes, and would hide calls from a sanitizer.
+if(IVRA_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL "Debug")
+    set(IVRA_FORTIFY OFF)
+else()
+    set(IVRA_FORTIFY ON)
+    add_compile_options(-D_FORTIFY_SOURCE=2)
+endif()
 
 if(IVRA_SANITIZE)
     add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -2,8 +2,8 @@
 #   system   the maker's, looked for under IVRA_SDK_ROOT and in the usual places; a missing one is an error
 #   virtual  simulated boards, built from platform/virtual
 #   auto     the maker's when all three are found, else the virtual ones
-# Targets: ivra::log, ivra::hw-c, ivra::cores-c. Results: IVRA_PLATFORM_CHOSEN, "system" or "virtual", and IVRA_RUNPATH, the
-# folders in which a program finds them.
+# Targets: ivra::log, ivra::hw-c, ivra::cores-c. Results: IVRA_PLATFORM_CHOSEN, "system" or "virtual", and IVRA_RUNPATH,
+# the folders in which a program finds them.
 set(IVRA_PLATFORM auto CACHE STRING "Platform libraries to link with: auto, system or virtual")
 set_property(CACHE IVRA_PLATFORM PROPERTY STRINGS auto system virtual)
 set(IVRA_SDK_ROOT "" CACHE PATH "Folder below which the maker's libraries are installed (lib/)")
