@@ -2,7 +2,8 @@
 #   system   the maker's, looked for under IVRA_SDK_ROOT and in the usual places; a missing one is an error
 #   virtual  simulated boards, built from platform/virtual
 #   auto     the maker's when all three are found, else the virtual ones
-# Targets: ivra::log, ivra::hw-c, ivra::cores-c. Result: IVRA_PLATFORM_CHOSEN, "system" or "virtual".
+# Targets: ivra::log, ivra::hw-c, ivra::cores-c. Results: IVRA_PLATFORM_CHOSEN, "system" or "virtual", and IVRA_RUNPATH,
+# the folders in which a program finds them.
 set(IVRA_PLATFORM auto CACHE STRING "Platform libraries to link with: auto, system or virtual")
 set_property(CACHE IVRA_PLATFORM PROPERTY STRINGS auto system virtual)
 set(IVRA_SDK_ROOT "" CACHE PATH "Folder below which the maker's libraries are installed (lib/)")
@@ -36,6 +37,7 @@ else()
     message(FATAL_ERROR "IVRA_PLATFORM is \"${IVRA_PLATFORM}\"; expected auto, system or virtual")
 endif()
 
+set(IVRA_RUNPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 if(IVRA_PLATFORM_CHOSEN STREQUAL "virtual")
     message(STATUS "Platform libraries: virtual (simulated boards)")
     add_subdirectory(platform/virtual)
@@ -43,8 +45,12 @@ else()
     message(STATUS "Platform libraries: system")
     foreach(name IN LISTS platform_names)
         message(STATUS "  ${IVRA_LIBRARY_${name}}")
+        # Before libraries beside the program, which may be simulated ones of an earlier build.
+        cmake_path(GET IVRA_LIBRARY_${name} PARENT_PATH folder)
+        list(PREPEND IVRA_RUNPATH ${folder})
         add_library(ivra::${name} SHARED IMPORTED)
         set_target_properties(ivra::${name} PROPERTIES IMPORTED_LOCATION "${IVRA_LIBRARY_${name}}"
             INTERFACE_INCLUDE_DIRECTORIES "${PROJECT_SOURCE_DIR}/platform/include")
     endforeach()
+    list(REMOVE_DUPLICATES IVRA_RUNPATH)
 endif()

@@ -36,11 +36,11 @@ quietly() {
     rm -f "$log"
 }
 
-# build FOLDER TARGET CMAKE-OPTION...: the virtual platform is always the one that is built and linked.
+# build FOLDER TARGET CMAKE-OPTION...: always builds and links the virtual platform, and takes warnings for errors.
 build() {
     local folder=$1 target=$2
     shift 2
-    quietly cmake -S . -B "$folder" -G Ninja -DIVRA_PLATFORM=virtual "$@"
+    quietly cmake -S . -B "$folder" -G Ninja -DIVRA_PLATFORM=virtual -DCMAKE_COMPILE_WARNING_AS_ERROR=ON "$@"
     quietly cmake --build "$folder" --target "$target"
 }
 

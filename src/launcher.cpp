@@ -1,5 +1,7 @@
 // ivra-bsp: runs the command ivra-bsp-<word> that lies in its own folder.
 
+#include "output/text.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -75,13 +77,17 @@ int main(int argc, char** argv)
         if (word.empty())
             std::cerr << "ivra-bsp: No command given\n";
         else
-            std::cerr << "ivra-bsp: Unknown command: " << word << '\n';
+            std::cerr << "ivra-bsp: Unknown command: " << ivra::bsp::printable(word) << '\n';
         write_usage(std::cerr, commands);
         return usage_error;
     }
 
-    const fs::path program = folder / (std::string{prefix} + word);
+    std::string name = std::string{prefix} + word;
+    const fs::path program = folder / name;
+    argv[1] = name.data(); // what ps shows: the program's name, not the word
     ::execv(program.c_str(), argv + 1);
-    std::cerr << "ivra-bsp: Cannot run " << program.string() << ": " << std::strerror(errno) << '\n';
+    const int reason = errno;
+    std::cerr << "ivra-bsp: Cannot run " << ivra::bsp::printable(program.string()) << ": " << std::strerror(reason)
+              << '\n';
     return EXIT_FAILURE;
 }

@@ -67,6 +67,16 @@ TEST(launcher, becomes_the_command_that_its_first_word_names)
     EXPECT_EQ(folder.run({"two"}).status, 128 + SIGTERM);
 }
 
+TEST(launcher, starts_the_command_under_the_name_of_its_file)
+{
+    const folder_t folder;
+    fs::copy("/bin/cat", folder.path() / "ivra-bsp-look");
+    const run_t run = folder.run({"look", "/proc/self/cmdline"});
+    EXPECT_EQ(run.out, std::string{"ivra-bsp-look"} + '\0' + "/proc/self/cmdline" + '\0');
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.status, 0);
+}
+
 TEST(launcher, finds_its_folder_through_a_symbolic_link)
 {
     const folder_t folder;
@@ -94,6 +104,18 @@ TEST(launcher, lists_the_commands_for_a_word_that_is_none)
         EXPECT_EQ(run.err, "ivra-bsp: No command given\n" + usage);
         EXPECT_EQ(run.status, 64);
     }
+}
+
+TEST(launcher, repeats_a_word_without_its_control_characters)
+{
+    const folder_t folder;
+    EXPECT_EQ(folder.run({"\033[2Jthree\a\u009b\u00e9"}).err, "ivra-bsp: Unknown command: ?[2Jthree??\u00e9\n" + usage);
+
+    const fs::path broken = folder.path() / "ivra-bsp-bro\aken";
+    std::ofstream{broken} << "#!/no/such/interpreter\n";
+    fs::permissions(broken, fs::perms::owner_all);
+    EXPECT_EQ(folder.run({"bro\aken"}).err, "ivra-bsp: Cannot run " + (folder.path() / "ivra-bsp-bro?ken").string() +
+                                                ": No such file or directory\n");
 }
 
 TEST(launcher, tells_its_version_and_its_commands_on_standard_output)
