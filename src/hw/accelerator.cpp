@@ -5,42 +5,66 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <system_error>
+#include <utility>
 
 namespace ivra::hw {
 inline namespace v5 {
 
 namespace {
 
-/// Owns every handle of an enumeration before anything can fail, so that a null among them (EINVAL) leaks none.
+/// Handles of an enumeration that nobody owns yet.
 template <class T, class Release>
-std::vector<std::shared_ptr<T>> own_all(const std::vector<T*>& handles, Release release)
+class unowned
 {
-    std::vector<std::shared_ptr<T>> owned;
-    owned.reserve(handles.size());
-    for (T* handle : handles)
-        if (handle != nullptr)
-            owned.emplace_back(handle, release);
-    if (owned.size() != handles.size())
-        throw std::system_error{EINVAL, std::generic_category()};
-    return owned;
-}
+public:
+    unowned(std::size_t count, Release release) : pointers(count, nullptr), release_{release} {}
+    ~unowned()
+    {
+        for (T* handle : pointers)
+            if (handle != nullptr)
+                release_(handle);
+    }
+    unowned(const unowned&) = delete;
+    unowned& operator=(const unowned&) = delete;
 
-using descriptor_pointers = std::vector<const ivra_hw_accelerator_descriptor*>;
+    /// Gives each an owner. Throws std::system_error with EINVAL when there is a null among them.
+    std::vector<std::shared_ptr<T>> own_all()
+    {
+        std::vector<std::shared_ptr<T>> owned;
+        owned.reserve(pointers.size());
+        for (T*& handle : pointers) {
+            if (handle == nullptr)
+                throw std::system_error{EINVAL, std::generic_category()};
+            owned.emplace_back(std::exchange(handle, nullptr), release_);
+        }
+        return owned;
+    }
 
-std::vector<accelerator_descriptor> describe(const descriptor_pointers& pointers)
+    std::vector<T*> pointers;
+
+private:
+    Release release_;
+};
+
+struct unowned_descriptors
+    : unowned<const ivra_hw_accelerator_descriptor, decltype(&ivra_hw_accelerator_put_descriptor)>
 {
-    std::vector<accelerator_descriptor> descriptors;
-    descriptors.reserve(pointers.size());
-    for (auto& handle : own_all(pointers, &ivra_hw_accelerator_put_descriptor))
-        descriptors.emplace_back(std::move(handle));
-    return descriptors;
-}
+    /// Room for all accelerators of this host.
+    unowned_descriptors() : unowned{ivra_hw_count_accelerators(), &ivra_hw_accelerator_put_descriptor} {}
+
+    std::vector<accelerator_descriptor> describe()
+    {
+        auto owned = own_all();
+        return {std::move_iterator{owned.begin()}, std::move_iterator{owned.end()}};
+    }
+};
 
 void throw_if_failed(int platform_result)
 {
     if (platform_result < 0)
-        throw std::system_error{errno, std::generic_category()};
+        throw std::system_error{last_error()};
 }
 
 } // namespace
@@ -57,12 +81,13 @@ accelerator::accelerator(const accelerator_descriptor& descriptor)
 
 std::vector<mmio_descriptor> accelerator::enumerate_mmios() const
 {
-    std::vector<const ivra_hw_mmio_descriptor*> pointers(ivra_hw_accelerator_count_mmios(get()), nullptr);
-    throw_if_failed(
-        ivra_hw_accelerator_enumerate_all_mmios(get(), pointers.empty() ? nullptr : pointers.data(), pointers.size()));
+    unowned<const ivra_hw_mmio_descriptor, decltype(&ivra_hw_mmio_put_descriptor)> found{
+        ivra_hw_accelerator_count_mmios(get()), &ivra_hw_mmio_put_descriptor};
+    throw_if_failed(ivra_hw_accelerator_enumerate_all_mmios(
+        get(), found.pointers.empty() ? nullptr : found.pointers.data(), found.pointers.size()));
     std::vector<mmio_descriptor> descriptors;
-    descriptors.reserve(pointers.size());
-    for (auto& handle : own_all(pointers, &ivra_hw_mmio_put_descriptor))
+    descriptors.reserve(found.pointers.size());
+    for (auto& handle : found.own_all())
         descriptors.emplace_back(*this, std::move(handle));
     return descriptors;
 }
@@ -81,18 +106,18 @@ void accelerator_filter::set_name(const std::string& name)
 
 std::vector<accelerator_descriptor> enumerate_accelerators()
 {
-    descriptor_pointers pointers(ivra_hw_count_accelerators(), nullptr);
-    if (ivra_hw_enumerate_all_accelerators(pointers.data(), pointers.size()) < 0)
+    unowned_descriptors found;
+    if (ivra_hw_enumerate_all_accelerators(found.pointers.data(), found.pointers.size()) < 0)
         return {};
-    return describe(pointers);
+    return found.describe();
 }
 
 std::vector<accelerator_descriptor> enumerate_accelerators(const accelerator_filter& filter)
 {
-    descriptor_pointers pointers(ivra_hw_count_accelerators(), nullptr);
-    const int stored = ivra_hw_enumerate_accelerators(filter.get(), pointers.data(), pointers.size());
-    pointers.resize(std::min(pointers.size(), static_cast<std::size_t>(std::max(stored, 0))));
-    return describe(pointers);
+    unowned_descriptors found;
+    const int stored = ivra_hw_enumerate_accelerators(filter.get(), found.pointers.data(), found.pointers.size());
+    found.pointers.resize(std::min(found.pointers.size(), static_cast<std::size_t>(std::max(stored, 0))));
+    return found.describe();
 }
 
 } // namespace v5

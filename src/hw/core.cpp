@@ -32,8 +32,11 @@ result<std::vector<core>> core::enumerate(std::uint32_t hardware_id, std::size_t
     nodes.resize(std::min(capacity, static_cast<std::size_t>(stored)));
     std::vector<core> cores;
     cores.reserve(nodes.size());
-    for (ivra_hw_core* node : nodes)
+    for (ivra_hw_core* node : nodes) {
+        if (node == nullptr)
+            return std::make_error_code(std::errc::invalid_argument);
         cores.emplace_back(tree_, node);
+    }
     return cores;
 }
 

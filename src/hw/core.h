@@ -41,7 +41,8 @@ class core
 public:
     core(core_tree tree, ivra_hw_core* node) : tree_{std::move(tree)}, node_{node} {}
 
-    /// The cores of this hardware identifier below this one, in address order, at most `capacity` of them.
+    /// The cores of this hardware identifier below this one, in address order, at most `capacity` of them. EINVAL when
+    /// the platform stored fewer than it says.
     result<std::vector<core>> enumerate(std::uint32_t hardware_id, std::size_t capacity) const;
 
     const hw::mmio& mmio() const { return tree_.mmio(); }

@@ -3,7 +3,6 @@
 #include "hw/own.h"
 
 #include <algorithm>
-#include <cerrno>
 
 namespace ivra::v6::flash {
 
@@ -12,7 +11,7 @@ namespace {
 const char* section_or_throw(const char* section)
 {
     if (section == nullptr)
-        throw std::system_error{errno, std::generic_category(), "Failed to create section object"};
+        throw std::system_error{hw::last_error(), "Failed to create section object"};
     return section;
 }
 

@@ -1,7 +1,8 @@
 #include "hw/mac_address.h"
 
+#include "hw/result.h"
+
 #include <array>
-#include <cerrno>
 #include <ostream>
 #include <stdexcept>
 #include <system_error>
@@ -13,7 +14,7 @@ namespace {
 void throw_if_failed(int platform_result)
 {
     if (platform_result < 0)
-        throw std::system_error{errno, std::generic_category(), "mac_address::mac_address()"};
+        throw std::system_error{hw::last_error(), "mac_address::mac_address()"};
 }
 
 } // namespace
@@ -38,7 +39,7 @@ std::ostream& operator<<(std::ostream& stream, const mac_address& address)
     std::array<char, 18> buffer{};
     const int length = ivra_print_mac_address(&address.get(), buffer.data(), buffer.size());
     if (length < 0)
-        throw std::system_error{errno, std::generic_category(), "ivra_print_mac_address()"};
+        throw std::system_error{hw::last_error(), "ivra_print_mac_address()"};
     if (static_cast<std::size_t>(length) >= buffer.size())
         throw std::logic_error{"Buffer too small for ivra_print_mac_address()"};
     return stream.write(buffer.data(), length);

@@ -1,7 +1,8 @@
 #ifndef IVRA_HW_OWN_H
 #define IVRA_HW_OWN_H
 
-#include <cerrno>
+#include "hw/result.h"
+
 #include <memory>
 #include <system_error>
 
@@ -13,7 +14,7 @@ template <class T, class Release>
 std::shared_ptr<T> own(T* handle, Release release)
 {
     if (handle == nullptr)
-        throw std::system_error{errno, std::generic_category()};
+        throw std::system_error{last_error()};
     return {handle, release};
 }
 
@@ -23,7 +24,7 @@ template <class T, class Release>
 std::shared_ptr<T> own(T* handle, Release release, const char* failure)
 {
     if (handle == nullptr)
-        throw std::system_error{errno, std::generic_category(), failure};
+        throw std::system_error{last_error(), failure};
     return {handle, release};
 }
 

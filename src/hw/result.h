@@ -9,10 +9,11 @@
 namespace ivra::hw {
 inline namespace v5 {
 
-/// What errno says of the platform call that failed just now.
+/// What errno says of the platform call that failed just now: EIO of one that does not say why, for a failure is never
+/// a success.
 inline std::error_code last_error()
 {
-    return {errno, std::generic_category()};
+    return {errno != 0 ? errno : EIO, std::generic_category()};
 }
 
 /// What a platform query gave: a value, or the error code of its failure. A successful one carries error value 0 of the

@@ -91,16 +91,16 @@ void call::begin()
             trace_result("killed");
         signal_this_process(fault_->signal);
     }
-    if (!fault_->transferred)
-        require(fault_->error == 0, fault_->error);
+    if (!fault_->transferred && fault_->error)
+        throw failure{*fault_->error};
 }
 
 void call::finish_output()
 {
     if (fault_ == nullptr)
         return;
-    if (fault_->transferred)
-        require(fault_->error == 0, fault_->error);
+    if (fault_->transferred && fault_->error)
+        throw failure{*fault_->error};
     for (std::size_t i = 0; i < std::min(output_.size(), fault_->garble.size()); ++i)
         output_[i] ^= std::byte{fault_->garble[i]};
 }

@@ -50,11 +50,13 @@ std::uint64_t number_of(const Value& value, std::uint64_t lowest, std::uint64_t 
 
 int errno_of(const Value& value, const place_t& place)
 {
-    constexpr const char* what = "the name of an error number, such as \"EIO\"";
+    constexpr const char* what = "the name of an error number, such as \"EIO\", or \"0\"";
     constexpr std::array<std::pair<std::string_view, int>, 4> aliases{
         {{"EWOULDBLOCK", EWOULDBLOCK}, {"EDEADLOCK", EDEADLOCK}, {"ENOTSUP", ENOTSUP}, {"EOPNOTSUPP", EOPNOTSUPP}}};
     constexpr int highest = 133; // EHWPOISON
     const std::string name = text_of(value, place, what);
+    if (name == "0")
+        return 0;
     for (const auto& [alias, error] : aliases) {
         if (name == alias)
             return error;
@@ -195,7 +197,7 @@ fault_rule_t rule_of(const Value& value, const place_t& place)
         place.expected("\"when\" only with \"signal\"");
     if (value.HasMember("nth") && value.HasMember("from"))
         place.expected("\"nth\" or \"from\", not both");
-    if (rule.fault.error != 0 && rule.fault.transferred && (call.traits & lists) != 0)
+    if (rule.fault.error && rule.fault.transferred && (call.traits & lists) != 0)
         place.expected("\"errno\" or \"short\", not both"); // the handles would be lost
     if (!has_effect)
         place.expected("an effect: \"errno\", \"short\", \"delay\", \"stop\", \"garble\", \"count\", \"text\", "

@@ -19,7 +19,7 @@ namespace ivra::virtual_platform {
 /// What goes wrong with one platform call.
 struct fault_t
 {
-    int error = 0; ///< errno; 0: the call does not fail. With `transferred`, it fails after that
+    std::optional<int> error; ///< errno, which may be 0, of a call that fails. With `transferred`, it fails after that
     std::optional<std::size_t> transferred; ///< bytes or entries that are moved at most
     std::chrono::microseconds delay{0};     ///< before anything is done
     std::chrono::microseconds stop{0};      ///< for so long the process is stopped, before anything is done

@@ -46,6 +46,12 @@ TEST_F(faults, a_call_fails_with_the_errno_of_the_plan_and_does_nothing)
     });
 }
 
+TEST_F(faults, a_call_can_fail_without_saying_why)
+{
+    plan(R"([{"call": "ivra_hw_filter_create", "errno": "0"}])");
+    run([] { EXPECT_FAILS(nullptr, 0, ivra_hw_filter_create()); });
+}
+
 TEST_F(faults, a_count_that_cannot_be_had_is_0)
 {
     plan(R"([{"call": "ivra_hw_count_accelerators", "errno": "ENOMEM"}])");

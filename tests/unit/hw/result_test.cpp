@@ -45,6 +45,8 @@ TEST(result, of_the_last_failed_call_has_its_errno)
 {
     errno = ENODEV;
     EXPECT_EQ(last_error(), std::error_code(ENODEV, std::generic_category()));
+    errno = 0;
+    EXPECT_EQ(last_error(), std::error_code(EIO, std::generic_category())) << "a failure that does not say why is one";
 }
 
 } // namespace
