@@ -1,12 +1,12 @@
 #include "board_monitor.h"
 
+#include "text_stream.h"
 #include "transceiver/report/report.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <iomanip>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,7 +17,7 @@ namespace {
 template <class... Pieces>
 std::string to_text(const Pieces&... pieces)
 {
-    std::ostringstream stream;
+    text_stream stream;
     (stream << ... << pieces);
     return stream.str();
 }
@@ -46,7 +46,7 @@ std::string address_range(const v6::flash::flash& flash, const char* section, in
     const auto size = flash.get_section_size(section);
     if (!start.has_value() || !size.has_value())
         return "Error reading section start address or size";
-    std::ostringstream stream;
+    text_stream stream;
     stream << std::hex << std::setfill('0') << "0x" << std::setw(width) << start.value() << " - 0x" << std::setw(width)
            << start.value() + size.value() - 1;
     return stream.str();

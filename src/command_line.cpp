@@ -23,41 +23,58 @@ ArgumentParser make_parser(std::string program_name)
     return parser;
 }
 
-ArgumentParser top_parser = [] {
-    ArgumentParser parser = make_parser("ivra-bsp board");
-    parser.about("Display and manage board hardware.");
-    parser.ignore_undefined_options(true).ignore_undefined_arguments(true);
-    parser.add(Option{"-h", "--help"}.help("Show help text").type(argos::OptionType::STOP));
-    parser.add(Option{"-c", "--color"}.argument("color").help(
-        "Enable/disable color output. Can be `always` `never` `auto` (default)."));
-    parser.add(Option{"-j", "--json"}.help("Output as json"));
-    parser.add(Option{"-a", "--accelerator"}.argument("accelerator").help("The accelerator to use"));
-    parser.add(Argument{"command"}.help("The command to run. Available commands are `list`, `show`, `set` and `setup`."
-                                        "\n\nHelp is available with <command> --help"));
-    return parser;
-}();
+ArgumentParser& top_parser()
+{
+    static ArgumentParser instance = [] {
+        ArgumentParser parser = make_parser("ivra-bsp board");
+        parser.about("Display and manage board hardware.");
+        parser.ignore_undefined_options(true).ignore_undefined_arguments(true);
+        parser.add(Option{"-h", "--help"}.help("Show help text").type(argos::OptionType::STOP));
+        parser.add(Option{"-c", "--color"}.argument("color").help(
+            "Enable/disable color output. Can be `always` `never` `auto` (default)."));
+        parser.add(Option{"-j", "--json"}.help("Output as json"));
+        parser.add(Option{"-a", "--accelerator"}.argument("accelerator").help("The accelerator to use"));
+        parser.add(
+            Argument{"command"}.help("The command to run. Available commands are `list`, `show`, `set` and `setup`."
+                                     "\n\nHelp is available with <command> --help"));
+        return parser;
+    }();
+    return instance;
+}
 
-ArgumentParser show_parser = [] {
-    ArgumentParser parser = make_parser("ivra-bsp board show");
-    parser.about("Display information about board hardware.");
-    parser.add(Argument{"info"}
-                   .help("The information to show. Available info is `info` (default), `boot-image`, `flash`, "
-                         "`sensors`, `transceiver` and `all`.")
-                   .count(0, 1));
-    return parser;
-}();
+ArgumentParser& show_parser()
+{
+    static ArgumentParser instance = [] {
+        ArgumentParser parser = make_parser("ivra-bsp board show");
+        parser.about("Display information about board hardware.");
+        parser.add(Argument{"info"}
+                       .help("The information to show. Available info is `info` (default), `boot-image`, `flash`, "
+                             "`sensors`, `transceiver` and `all`.")
+                       .count(0, 1));
+        return parser;
+    }();
+    return instance;
+}
 
-ArgumentParser set_parser = [] {
-    ArgumentParser parser = make_parser("ivra-bsp board set");
-    parser.about("Configure board hardware parameter.");
-    // Deliberate: the help text names one of three parameters.
-    parser.add(Argument{"parameter"}.help("The parameter to set. Available parameter is `boot-image`."));
-    parser.add(Argument{"value"}.help("The value to set.").count(1, 65535));
-    return parser;
-}();
+ArgumentParser& set_parser()
+{
+    static ArgumentParser instance = [] {
+        ArgumentParser parser = make_parser("ivra-bsp board set");
+        parser.about("Configure board hardware parameter.");
+        // Deliberate: the help text names one of three parameters.
+        parser.add(Argument{"parameter"}.help("The parameter to set. Available parameter is `boot-image`."));
+        parser.add(Argument{"value"}.help("The value to set.").count(1, 65535));
+        return parser;
+    }();
+    return instance;
+}
 
 /// Takes no word at all: a misspelt option must never let `setup` write the first board's flash.
-ArgumentParser setup_parser = make_parser("ivra-bsp board setup");
+ArgumentParser& setup_parser()
+{
+    static ArgumentParser instance = make_parser("ivra-bsp board setup");
+    return instance;
+}
 
 /// The first keyword that the word stands for. Throws ParserError: `complaint` and the word in quotes.
 std::string canonical(std::string_view word, std::initializer_list<const char*> keywords, const std::string& complaint)
@@ -95,7 +112,7 @@ bool _help_env()
 
 std::string interpret_show(const argos::ParsedArguments& args)
 {
-    const argos::ParsedArguments show = parse_rest(show_parser, args);
+    const argos::ParsedArguments show = parse_rest(show_parser(), args);
     const std::string word = show.value("info").as_string("");
     if (word.empty())
         return "info";
@@ -104,7 +121,7 @@ std::string interpret_show(const argos::ParsedArguments& args)
 
 std::pair<std::string, std::vector<std::string>> interpret_set(const argos::ParsedArguments& args)
 {
-    const argos::ParsedArguments set = parse_rest(set_parser, args);
+    const argos::ParsedArguments set = parse_rest(set_parser(), args);
     const std::string parameter =
         canonical(set.value("parameter").as_string(""), {"boot-image", "transceiver-speed", "qsfp-power-mode"},
                   "Invalid parameter to set");
@@ -148,9 +165,9 @@ bool matches(std::string_view keyword, std::string_view word)
 Args parse_command_line(const std::vector<std::string_view>& words)
 {
     if (_help_env() && words.empty())
-        write_help(top_parser);
+        write_help(top_parser());
 
-    const argos::ParsedArguments args = top_parser.parse(words);
+    const argos::ParsedArguments args = top_parser().parse(words);
     const bool help = args.has("--help") || _help_env();
     if (help && !args.has("command"))
         write_help(args);
@@ -159,9 +176,9 @@ Args parse_command_line(const std::vector<std::string_view>& words)
     result.command =
         canonical(args.value("command").as_string(""), {"show", "list", "set", "setup"}, "Invalid command");
     if (help && result.command == "show")
-        write_help(show_parser);
+        write_help(show_parser());
     if (help && result.command == "set")
-        write_help(set_parser);
+        write_help(set_parser());
     if (help)
         write_help(args);
 
@@ -170,7 +187,7 @@ Args parse_command_line(const std::vector<std::string_view>& words)
     else if (result.command == "set")
         result.parameter = interpret_set(args);
     else if (result.command == "setup")
-        parse_rest(setup_parser, args);
+        parse_rest(setup_parser(), args);
 
     result.color = interpret_color(args);
     result.format = args.has("--json") || is_one("IVRA_BSP_JSON") ? output_format_t::json : output_format_t::text;

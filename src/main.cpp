@@ -12,6 +12,7 @@
 #include <csignal>
 #include <functional>
 #include <map>
+#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -67,22 +68,32 @@ void run(const board_monitor_p::Args& args)
         setup_board(args);
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+[[noreturn]] void run(const std::vector<std::string_view>& words)
 {
-    prepare_descriptors();
     output& out = output::get();
     try {
-        const std::vector<std::string_view> words(argv + (argc > 0 ? 1 : 0), argv + argc);
         const board_monitor_p::Args args = board_monitor_p::parse_command_line(words);
         out.set_color_mode(args.color);
         out.set_format(args.format);
         run(args);
     } catch (const StopParsing&) {
         out.exit();
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& error) {
         out.exit(false, error.what());
     }
     out.exit();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    prepare_descriptors();
+    try {
+        run({argv + (argc > 0 ? 1 : 0), argv + argc});
+    } catch (const std::bad_alloc&) {
+        output::exit_without_memory();
+    }
 }

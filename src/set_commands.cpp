@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -70,16 +71,21 @@ std::string message_of(const std::exception& error)
 std::optional<std::string> attempt(const hw::accelerator_descriptor& accelerator, const change_t& change)
 {
     board_monitor monitor{accelerator};
+    std::optional<std::string> failure;
+    // Deliberate: what the platform logs meanwhile completes this line, and the outcome then comes alone.
+    output::get().log_part(change.announcement(monitor));
     try {
-        // Deliberate: what the platform logs meanwhile completes this line, and the outcome then comes alone.
-        output::get().log_part(change.announcement(monitor));
         change.action(monitor);
-        output::get().log("success", color::green);
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& error) {
-        output::get().log("fail", color::red);
-        return change.failure_prefix + message_of(error);
+        failure = change.failure_prefix + message_of(error);
     }
-    return std::nullopt;
+    if (failure)
+        output::get().log("fail", color::red);
+    else
+        output::get().log("success", color::green);
+    return failure;
 }
 
 void run(const board_monitor_p::Args& args, const change_t& change)

@@ -1,12 +1,13 @@
 #include "utils.h"
 
 #include "output/output.h"
+#include "text_stream.h"
 
 #include <ivra/log.h>
 
 #include <cstdlib>
 #include <exception>
-#include <sstream>
+#include <new>
 #include <stdexcept>
 #include <vector>
 
@@ -54,7 +55,7 @@ std::optional<std::uint32_t> to_index(const std::string& selector)
 
 std::string to_text(const v6::mac_address& address)
 {
-    std::ostringstream stream;
+    text_stream stream;
     stream << address;
     return stream.str();
 }
@@ -143,6 +144,8 @@ void list_add_board(section::list& list, const hw::accelerator_descriptor& descr
         // Deliberate: a listing shows 16 bits of the index.
         id.set_value(std::to_string(static_cast<std::uint16_t>(info.id())));
         board_model.set_value(info.board_model());
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& error) {
         ivra_log_log(IVRA_LOG_ERROR, __FILE__, __LINE__, __func__, "Error retrieving info for accelerator %zu: %s",
                      index, error.what());
@@ -154,6 +157,8 @@ void list_add_board(section::list& list, const hw::accelerator_descriptor& descr
         board::board board{descriptor};
         board_base_mac.set_value(to_text(board.get_mac_addresses().at(0)));
         board_serial = get_board_serial_stat(board, name);
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& error) {
         ivra_log_log(IVRA_LOG_ERROR, __FILE__, __LINE__, __func__,
                      "Error retrieving board info for accelerator %zu: %s", index, error.what());

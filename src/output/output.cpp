@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <new>
+#include <string_view>
 #include <utility>
 
 namespace ivra::bsp {
@@ -18,9 +20,11 @@ namespace ivra::bsp {
 namespace {
 
 /// The message's text; empty when it cannot be formatted. `args` may be used once only, so it is measured on a copy.
-std::string format_message(const char* format, va_list args)
+std::string format_message(const char* format, std::va_list args)
 {
-    va_list measured;
+    if (format == nullptr)
+        return {};
+    std::va_list measured;
     va_copy(measured, args);
     const int length = std::vsnprintf(nullptr, 0, format, measured);
     va_end(measured);
@@ -29,19 +33,28 @@ std::string format_message(const char* format, va_list args)
     std::string text(static_cast<std::size_t>(length) + 1, '\0');
     std::vsnprintf(text.data(), text.size(), format, args);
     text.pop_back();
+    text.erase(text.find_last_not_of("\r\n") + 1); // some end their messages as lines
     return text;
 }
 
-void handle_log(int level, const char* /*file*/, int /*line*/, const char* function, const char* format, va_list args)
-{
-    const std::string text = std::string{function} + ": " + format_message(format, args);
-    if (level == IVRA_LOG_ERROR)
-        output::get().error(text);
-    else
-        output::get().log(text, color::normal);
-}
-
 } // namespace
+
+// Nothing may be thrown through the library that calls it.
+void output::handle_log(int level, const char* /*file*/, int /*line*/, const char* function, const char* format,
+                        std::va_list args) noexcept
+{
+    output& out = get();
+    try {
+        const std::string message = format_message(format, args);
+        const std::string text = function == nullptr ? message : std::string{function} + ": " + message;
+        if (level == IVRA_LOG_ERROR)
+            out.error(text);
+        else
+            out.log(text, color::normal);
+    } catch (const std::exception&) {
+        out.has_lost_message_ = true;
+    }
+}
 
 output& output::get()
 {
@@ -143,6 +156,8 @@ void output::exit(bool success, std::optional<std::string> message)
 
 void output::exit()
 {
+    if (has_lost_message_)
+        throw std::bad_alloc{};
     if (final_message_ && success_)
         log(*final_message_, color::normal);
     else if (final_message_)
@@ -159,7 +174,16 @@ void output::exit()
         if (stdout_error_ != EPIPE) // a reader that went away needs no telling
             error(std::string{"Cannot write to standard output: "} + std::strerror(stdout_error_));
     }
+    ivra_log_set_handler(nullptr); // what the platform says from here on finds no output any more
     std::exit(success_ ? EXIT_SUCCESS : EXIT_FAILURE);
+}
+
+void output::exit_without_memory()
+{
+    constexpr std::string_view message = "Out of memory\n";
+    [[maybe_unused]] const ::ssize_t written = ::write(STDERR_FILENO, message.data(), message.size());
+    ivra_log_set_handler(nullptr);
+    std::exit(EXIT_FAILURE);
 }
 
 } // namespace ivra::bsp

@@ -1,16 +1,18 @@
 #ifndef IVRA_OUTPUT_OUTPUT_H
 #define IVRA_OUTPUT_OUTPUT_H
 
+#include "output/json_allocator.h"
 #include "output/section.h"
 #include "output/text.h"
+#include "text_stream.h"
 
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include <cstdarg>
 #include <cstdint>
 #include <list>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -65,8 +67,13 @@ public:
 
     /// Says how the run ended, completes and writes the JSON document, and ends the process: status 0 after success, 1
     /// after a failure, which a standard output that could not be written is too. No platform handle may be open.
+    /// Throws std::bad_alloc when there is no memory for that, or was none for a message.
     [[noreturn]] void exit();
     [[noreturn]] void exit(bool success, std::optional<std::string> message = std::nullopt);
+
+    /// Ends a process that has no memory left, without asking for any: says so on standard error, status 1. In JSON
+    /// mode there is no document then.
+    [[noreturn]] static void exit_without_memory();
 
     // Terminal text, on standard output. Every line is flushed at once: progress is visible in a pipe, too.
     void print_line(const std::string& text, color c, unsigned short indent);
@@ -87,6 +94,9 @@ public:
 private:
     output();
 
+    static void handle_log(int level, const char* file, int line, const char* function, const char* format,
+                           std::va_list args) noexcept;
+
     std::ostream& log_stream();
     void flush(std::ostream& stream);
 
@@ -106,11 +116,13 @@ private:
     color_map stdout_colors_;
     color_map stderr_colors_;
     color_map log_colors_;
-    rapidjson::StringBuffer json_buffer_;
-    rapidjson::Writer<rapidjson::StringBuffer> json_writer_{json_buffer_};
+    using json_buffer_t = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, json_allocator>;
+    json_buffer_t json_buffer_;
+    rapidjson::Writer<json_buffer_t, rapidjson::UTF8<>, rapidjson::UTF8<>, json_allocator> json_writer_{json_buffer_};
     std::vector<log_message> messages_;
-    std::ostringstream pending_line_;
-    int stdout_error_ = 0; ///< errno of the first failed write
+    text_stream pending_line_;
+    int stdout_error_ = 0;          ///< errno of the first failed write
+    bool has_lost_message_ = false; ///< there was no memory for one of the platform's
 };
 
 } // namespace ivra::bsp

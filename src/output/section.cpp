@@ -1,8 +1,9 @@
 #include "output/section.h"
 
+#include "text_stream.h"
+
 #include <cmath>
 #include <ios>
-#include <sstream>
 #include <utility>
 
 namespace ivra::bsp {
@@ -12,9 +13,14 @@ namespace {
 template <class T>
 std::string to_text(const T& value)
 {
-    std::ostringstream stream;
+    text_stream stream;
     stream << value;
     return stream.str();
+}
+
+std::string to_text(const char* value)
+{
+    return value == nullptr ? std::string{} : value;
 }
 
 } // namespace
@@ -69,7 +75,7 @@ double without_nan_sign(double value)
 template <class T>
 std::string stat_str(T value, const std::string& unit, std::size_t precision)
 {
-    std::ostringstream stream;
+    text_stream stream;
     stream.setf(std::ios_base::fixed, std::ios_base::floatfield);
     stream.precision(static_cast<std::streamsize>(precision));
     stream << without_nan_sign(value) << ' ' << unit;

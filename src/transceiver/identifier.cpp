@@ -1,7 +1,8 @@
 #include "transceiver/identifier.h"
 
+#include "text_stream.h"
+
 #include <ios>
-#include <sstream>
 #include <stdexcept>
 
 namespace ivra::bsp::transceiver {
@@ -82,7 +83,7 @@ module_type_t get_module_type(std::uint8_t identifier)
     default:
         break;
     }
-    std::ostringstream text;
+    text_stream text;
     text << "Unsupported transceiver found with identifier 0x" << std::hex << unsigned{identifier};
     if (const auto name = find_identifier_name(identifier))
         text << " (" << *name << ")";

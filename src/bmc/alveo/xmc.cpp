@@ -1,12 +1,12 @@
 #include "bmc/alveo/xmc.h"
 
 #include "hw/sleep.h"
+#include "text_stream.h"
 
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <optional>
-#include <sstream>
 #include <system_error>
 #include <vector>
 
@@ -46,7 +46,7 @@ void write(const hw::core& core, const ivra_hw_register_description& description
     if (!status.has_value() && !error.has_value())
         throw std::system_error{error.error(), "Cannot read XMC status and error"};
 
-    std::ostringstream message;
+    text_stream message;
     message << "XMC init timeout: " << std::hex;
     if (status.has_value())
         message << "status: 0x" << status.value();

@@ -1,6 +1,7 @@
 #include "bmc/bittware/ipmi_serial.h"
 
 #include "hw/sleep.h"
+#include "text_stream.h"
 
 #include <ivra/log.h>
 
@@ -9,7 +10,6 @@
 #include <iomanip>
 #include <iterator>
 #include <map>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -30,15 +30,17 @@ constexpr std::uint8_t escape_byte = 0xAA;
 using escapes_t = std::map<std::uint8_t, std::uint8_t>;
 
 /// Byte of a message, and what follows the escape byte in its place (IPMI 2.0, table 14-5).
-const escapes_t escapes{
-    {0xA0, 0xB0}, {0xA5, 0xB5}, {0xA6, 0xB6}, {0xAA, 0xBA}, {0x1B, 0x3B},
-};
+const escapes_t& escapes()
+{
+    static const escapes_t map{{0xA0, 0xB0}, {0xA5, 0xB5}, {0xA6, 0xB6}, {0xAA, 0xBA}, {0x1B, 0x3B}};
+    return map;
+}
 
 const escapes_t& unescapes()
 {
     static const escapes_t map = [] {
         escapes_t reverse;
-        for (const auto& [raw, escaped] : escapes)
+        for (const auto& [raw, escaped] : escapes())
             reverse.emplace(escaped, raw);
         return reverse;
     }();
@@ -57,7 +59,7 @@ constexpr int remains_line = 154;
 
 std::string invalid_escape_text(std::uint8_t byte)
 {
-    std::ostringstream text;
+    text_stream text;
     text << "Invalid IPMI escaped byte: 0x" << std::hex << std::setw(2) << std::setfill('0') << unsigned{byte};
     return text.str();
 }
@@ -96,7 +98,7 @@ std::vector<std::uint8_t> encode_frame(std::span<const std::uint8_t> message)
 {
     std::vector<std::uint8_t> frame{start_byte};
     for (const std::uint8_t byte : message) {
-        if (const auto escape = escapes.find(byte); escape != escapes.end())
+        if (const auto escape = escapes().find(byte); escape != escapes().end())
             frame.insert(frame.end(), {escape_byte, escape->second});
         else
             frame.push_back(byte);

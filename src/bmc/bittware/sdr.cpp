@@ -1,11 +1,12 @@
 #include "bmc/bittware/sdr.h"
 
+#include "text_stream.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <iomanip>
 #include <ios>
-#include <sstream>
 #include <stdexcept>
 
 namespace ivra::bsp::bmc::bittware {
@@ -60,7 +61,7 @@ void check_completion_code(std::uint8_t code)
 
 [[noreturn]] void throw_size_mismatch(std::size_t expected, std::size_t size)
 {
-    std::ostringstream text;
+    text_stream text;
     text << "Size mismatch in IPMI response: expected 0x" << std::hex << expected << ", got 0x" << size;
     throw std::runtime_error{text.str()};
 }
@@ -135,7 +136,7 @@ std::string units_text(const sensor_record_t& record)
 std::string value_text(const sensor_record_t& record, std::uint8_t raw)
 {
     const double value = convert_reading(record, raw);
-    std::ostringstream text;
+    text_stream text;
     // What is no number has a sign, which is another one on another machine.
     text << std::fixed << std::setprecision(2) << (std::isnan(value) ? std::abs(value) : value);
     // Deliberate: without a base unit there is no space, whatever else follows.

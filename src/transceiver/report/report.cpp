@@ -1,9 +1,10 @@
 #include "transceiver/report/report.h"
 
+#include "text_stream.h"
+
 #include <cmath>
 #include <cstddef>
 #include <optional>
-#include <sstream>
 #include <variant>
 
 namespace ivra::bsp {
@@ -46,7 +47,7 @@ section& add_channel(section::list& channels, std::size_t number)
 template <class T>
 std::string optical_power_str(T milliwatts)
 {
-    std::ostringstream stream;
+    text_stream stream;
     stream.setf(std::ios_base::fixed, std::ios_base::floatfield);
     stream.precision(decimals);
     stream << without_nan_sign(milliwatts) << " mW";

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
@@ -13,10 +14,25 @@
 #include <sys/syscall.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstddef>
 #include <cstdlib>
 #include <functional>
 #include <stdexcept>
+
+namespace {
+
+ivra_log_handler installed_handler = nullptr;
+
+} // namespace
+
+/// The library's, which also lets this program know.
+void ivra_log_set_handler(ivra_log_handler handler)
+{
+    installed_handler = handler;
+    const auto next = reinterpret_cast<decltype(&ivra_log_set_handler)>(::dlsym(RTLD_NEXT, "ivra_log_set_handler"));
+    next(handler);
+}
 
 namespace ivra::bsp {
 namespace {
@@ -256,6 +272,63 @@ TEST(platform_log, a_message_that_cannot_be_formatted_has_an_empty_text)
         ivra_log_log(IVRA_LOG_INFO, "file", 1, "get_i2c", "%ls", not_encodable);
     });
     EXPECT_EQ(r.out, "get_i2c: \n");
+}
+
+/// What a platform library would do that calls the handler itself.
+void say(const char* function, const char* format, ...)
+{
+    std::va_list args;
+    va_start(args, format);
+    installed_handler(IVRA_LOG_INFO, "file", 1, function, format, args);
+    va_end(args);
+}
+
+TEST(platform_log, a_message_may_come_without_function_or_format)
+{
+    const run_t r = run([](output& out) {
+        say(nullptr, "%s", "nobody's");
+        say("somebody", nullptr);
+        say(nullptr, nullptr);
+        out.log("said");
+    });
+    EXPECT_EQ(r.out, "nobody's\nsomebody: \n\nsaid\n");
+    EXPECT_EQ(r.status, 0);
+}
+
+TEST(platform_log, line_breaks_at_the_end_of_a_message_are_dropped)
+{
+    const run_t r = run([](output& out) {
+        out.set_format(output_format_t::json);
+        say("f", "retrying\n");
+        say("f", "%s", "retrying\r\n\n");
+        say("f", "\n");
+        say("f", "one\ntwo ");
+    });
+    EXPECT_EQ(r.err, "f: retrying\nf: retrying\nf: \nf: one?two \n");
+    EXPECT_EQ(r.out, R"({"data":{},"status":{"success":true},"log":[{"type":"info","message":"f: retrying"},)"
+                     R"({"type":"info","message":"f: retrying"},{"type":"info","message":"f: "},)"
+                     R"({"type":"info","message":"f: one\ntwo "}]})"
+                     "\n");
+}
+
+TEST(platform_log, goes_to_the_library_again_when_the_process_ends)
+{
+    const auto end_with_a_message = [](const std::function<void()>& end) {
+        return tests::run_in_child([&] {
+            // Registered before the output exists, and so called after it is gone.
+            std::atexit([] { ivra_log_log(IVRA_LOG_ERROR, "file", 1, "close", "%s", "late"); });
+            output::get().log("said");
+            end();
+        });
+    };
+    const run_t ended = end_with_a_message([] { output::get().exit(false, "no luck"); });
+    EXPECT_EQ(ended.out, "said\n");
+    EXPECT_EQ(ended.err, "no luck\nclose: late\n");
+    EXPECT_EQ(ended.status, 1);
+    const run_t without_memory = end_with_a_message([] { output::exit_without_memory(); });
+    EXPECT_EQ(without_memory.out, "said\n");
+    EXPECT_EQ(without_memory.err, "Out of memory\nclose: late\n");
+    EXPECT_EQ(without_memory.status, 1);
 }
 
 TEST(standard_output, that_cannot_be_written_makes_the_run_fail)
