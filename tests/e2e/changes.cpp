@@ -144,7 +144,8 @@ bool holds_signals(::pid_t process)
     return false;
 }
 
-run_t run_and_signal(rack_t& rack, const std::string& words, int signal, const std::function<bool(::pid_t)>& is_time)
+run_t run_and_signal(rack_t& rack, const std::string& words, int signal, const std::function<bool(::pid_t)>& is_time,
+                     streams_t streams)
 {
     rack.environment("IVRA_VIRTUAL_CLOCK");
     const ::pid_t sender = ::fork();
@@ -158,7 +159,7 @@ run_t run_and_signal(rack_t& rack, const std::string& words, int signal, const s
             std::this_thread::sleep_for(std::chrono::milliseconds{1});
         }
     }
-    const run_t run = rack.run(words);
+    const run_t run = rack.run(words, streams);
     ::kill(sender, SIGKILL); // when it waits in vain
     int status = 0;
     EXPECT_EQ(::waitpid(sender, &status, 0), sender);

@@ -81,7 +81,8 @@ bool holds_signals(::pid_t process);
 
 /// Runs a command by the real clock, and sends it a signal as soon as `is_time` for the process; expects that it comes
 /// to that.
-run_t run_and_signal(rack_t& rack, const std::string& words, int signal, const std::function<bool(::pid_t)>& is_time);
+run_t run_and_signal(rack_t& rack, const std::string& words, int signal, const std::function<bool(::pid_t)>& is_time,
+                     streams_t streams = {});
 
 /// The platform's handles of the first board, for what a test does to it without the tool.
 class first_board_t

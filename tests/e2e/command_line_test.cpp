@@ -21,6 +21,7 @@ std::string outcome(const std::string& words, const std::vector<std::string>& en
 const std::string show_ran = "Accelerator\n";
 const std::string list_ran = "card-0\n";
 const std::string flash_ran = "Flash memory\n";
+const std::string sensors_ran = "Retrieving sensor data... done\n";
 const std::string no_boot_image = "Getting current boot image is only supported on Bittware boards\n";
 // A switch cannot do any of these, and says so after the line.
 const std::string setup_ran = "Setting up board card-0...fail\n";
@@ -66,6 +67,9 @@ TEST(info_word, stands_for_the_first_info_that_contains_it)
         {"flash",       flash_ran},
         {"s",           flash_ran}, // the first in the order that has an "s"
         {"l",           flash_ran},
+        {"ns",          sensors_ran}, // "transceivers" has it, too
+        {"rs",          sensors_ran},
+        {"sensors",     sensors_ran},
         {"a",           no_boot_image},
         {"transceiver", no_transceivers},
         {"all",         show_ran},
@@ -87,6 +91,11 @@ TEST(set_words, are_checked_before_anything_is_done)
         {"set speed 1 10",                  speed_ran},
         {"set transceiver-speed 0",         speed_ran},
         {"set qsfp high",                   "Setting all QSFP to high power mode... fail\n"},
+        {"set a primary",                   "Setting boot image to primary... fail\n"}, // "transceiver-speed" has it, too
+        {"set o primary",                   "Setting boot image to primary... fail\n"}, // and "qsfp-power-mode" this
+        {"set s 1",                         speed_ran},                                // which "qsfp-power-mode" has, too
+        {"set w high",                      "Setting all QSFP to high power mode... fail\n"},
+        {"set  a",                          "Setting boot image to primary... fail\n"}, // an empty word is in each keyword
         {"set boot-image x",                "Invalid value for boot-image: 'x'\n"},
         {"set speed 10G 100G",              "Invalid value for transceiver-speed: '100G'\n"},
         {"set qsfp-power-mode medium",      "Invalid value for qsfp-power-mode: 'medium'\n"},
@@ -172,6 +181,23 @@ TEST(usage, errors_repeat_words_as_a_screen_may_show_them)
         << "a document keeps them";
 }
 
+TEST(usage, of_set_takes_65535_values_and_no_more)
+{
+    rack_t rack;
+    rack.plug("m48l_xcvu7p").host(switch_host);
+    std::vector<std::string> words{"set", "boot-image", "primary"};
+    words.resize(2 + 65535, "x");
+    const run_t most = rack.run(words);
+    EXPECT_EQ(most.out, "Setting boot image to primary... fail\n");
+    EXPECT_EQ(most.status, 1);
+    words.emplace_back("last");
+    const run_t too_many = rack.run(words);
+    EXPECT_EQ(too_many.out, "");
+    EXPECT_TRUE(too_many.err.starts_with("ivra-bsp board set: Too many arguments, starting with \"last\".\n"))
+        << too_many.err;
+    EXPECT_EQ(too_many.status, 64);
+}
+
 TEST(usage, without_a_command_is_an_error)
 {
     rack_t rack;
@@ -216,6 +242,8 @@ TEST(color, is_one_of_three_words_exactly)
     EXPECT_EQ(outcome("list", {"IVRA_BSP_COLOR=always"}), "\033[1mcard-0\033[0m\n");
     EXPECT_EQ(outcome("list --color never", {"IVRA_BSP_COLOR=always"}), list_ran);
     EXPECT_EQ(outcome("list --color never", {"IVRA_BSP_COLOR=wrong"}), list_ran);
+    EXPECT_EQ(outcome("list --color=", {"IVRA_BSP_COLOR=always"}), list_ran) << "given, and it means auto";
+    EXPECT_EQ(outcome("list --color=", {"IVRA_BSP_COLOR=wrong"}), list_ran);
 }
 
 TEST(color, that_is_wrong_is_told_in_plain_text_also_when_json_was_asked_for)

@@ -60,12 +60,16 @@ TEST(selection, takes_anything_else_as_a_name)
 {
     rack_t rack;
     rack.plug("m48l_xcvu7p")
+        .plug("m48l_xcvu7p")
         .plug("m48l_xcvu7p", {{"name", "\"1x\""}})
+        .plug("m48l_xcvu7p", {{"name", "\"0x\""}})
+        .plug("m48l_xcvu7p", {{"name", "\"1 \""}})
         .plug("m48l_xcvu7p", {{"name", "\"99999999999999999999\""}});
     rack.host({.serial = "S1", .address = {}});
-    EXPECT_EQ(selected(rack, {"-a", "card-0"}), "card-0");
-    EXPECT_EQ(selected(rack, {"-a", "1x"}), "1x");
-    EXPECT_EQ(selected(rack, {"-a", "99999999999999999999"}), "99999999999999999999");
+    // None of them stands at the index with which its name begins.
+    for (const std::string name : {"card-0", "card-1", "1x", "0x", "1 ", "99999999999999999999"})
+        EXPECT_EQ(selected(rack, {"-a", name}), name);
+    EXPECT_EQ(selected(rack, {"-a", "1y"}), "No such accelerator: 1y\n");
 }
 
 TEST(selection, that_matches_nothing_names_the_selector_as_typed)

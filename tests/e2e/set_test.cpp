@@ -276,6 +276,29 @@ TEST(set_transceiver_speed, of_a_u55c_are_the_frequencies_of_its_first_two_outpu
         }
 }
 
+TEST(set_transceiver_speed, takes_parts_of_words_for_the_first_speed_that_has_them)
+{
+    // Each begins with another speed than the words stand for.
+    rack_t u50;
+    u50.plug("xilinx_u50");
+    for (const auto& [words, before, after] : {std::tuple{"transceiver-speed 0", "1G", "10G"},
+                                               {"transceiver-speed 0G", "1G", "10G"},
+                                               {"speed 10", "1G", "10G"},
+                                               {"speed 1", "10G", "1G"},
+                                               {"transceiver-speed G", "10G", "1G"}}) {
+        expect_speed_set(u50.run(std::string{"set transceiver-speed "} + before));
+        expect_speed_set(u50.run(std::string{"set "} + words));
+        EXPECT_EQ(shown(u50, "Clock"), u50_clock(after)) << words;
+    }
+    rack_t u55c;
+    u55c.plug("xilinx_u55c");
+    for (const auto& [words, first, second] :
+         {std::tuple{"speed 1 10", "1G", "10G"}, {"speed 0 G", "10G", "1G"}, {"speed 10 0", "10G", "10G"}}) {
+        expect_speed_set(u55c.run(std::string{"set "} + words));
+        EXPECT_EQ(shown(u55c, "Clock"), u55c_clock(first, second)) << words;
+    }
+}
+
 TEST(set_transceiver_speed, tells_its_story_in_json_and_on_a_terminal)
 {
     rack_t rack;

@@ -320,6 +320,10 @@ TEST(setup, of_a_flash_without_a_second_section_for_parameters_is_refused)
     plug(none, family("xilinx_u200"));
     none.faults(R"({"call": "ivra_flash_get_sections", "count": 0})");
     expect_refused(none, "", "Expected at least 2 PARAMS flash sections, got 0");
+    rack_t fewer;
+    plug(fewer, family("xilinx_u200"));
+    fewer.faults(R"({"call": "ivra_flash_get_sections", "nth": 2, "count": 1})");
+    expect_refused(fewer, "", "Expected at least 2 PARAMS flash sections, got 1");
 }
 
 TEST(setup, that_cannot_look_up_the_sections_fails)

@@ -186,6 +186,22 @@ TEST(show_flash, ends_with_the_text_of_what_could_not_be_read)
     }
 }
 
+TEST(show_flash, shows_as_many_sections_as_the_second_enumeration_has)
+{
+    rack_t rack;
+    rack.plug("m48l_xcvu7p", {{"flash", flash("0x10000", usual)}});
+    rack.faults(R"({"call": "ivra_flash_get_sections", "nth": 2, "count": 2})");
+    EXPECT_EQ(rack.run("show flash").out, "Flash memory\n"
+                                          "\tMemory size: 65536 bytes (0 MB)\n"
+                                          "\tSector size: 4096 bytes\n"
+                                          "\tSections\n"
+                                          "\t\tPGM: 0x000 - 0xfff\n" // by the starts of these two
+                                          "\t\tUSR: 0x1000 - 0x1fff\n");
+    EXPECT_EQ(calls(rack, "ivra_flash_get_section_name"), 2U);
+    rack.faults(R"({"call": "ivra_flash_get_sections", "nth": 2, "count": 0})");
+    EXPECT_TRUE(rack.run("show flash").out.ends_with("\tSections\n"));
+}
+
 TEST(show_flash, fails_when_one_of_the_four_usual_sections_is_missing)
 {
     rack_t rack;

@@ -155,6 +155,38 @@ TEST(show_info, of_a_temperature_that_is_no_number_has_no_sign)
     EXPECT_TRUE(rack.run("show info").out.ends_with("\tTemperature  : nan°C\n"));
 }
 
+TEST(show_info, of_a_switch_that_does_not_tell_its_serial_logs_it_as_information)
+{
+    const std::string before = "Accelerator\n"
+                               "\tName         : card-0\n"
+                               "\tID           : 0\n"
+                               "\tBoard model  : m48l_xcvu7p\n"
+                               "\tBoard serial : Not available\n"
+                               "\tFPGA device  : xcvu7p-flva2104-2-e\n"
+                               "\tFPGA serial  : 0x4002000001285c0f1a104280\n"
+                               "\tMAC addresses: 02:00:00:00:00:00 - 02:00:00:00:00:03\n"
+                               "\tTemperature  : 45.5°C\n";
+    rack_t rack;
+    rack.plug("m48l_xcvu7p");
+    const run_t told = rack.environment("IVRA_LOG_LEVEL=2").run("show info"); // information, and what is worse
+    EXPECT_EQ(told.out, "get_serial: Could not get serial of this switch\n" + before);
+    EXPECT_EQ(told.err, "");
+    EXPECT_EQ(told.status, 0);
+    EXPECT_EQ(rack.environment("IVRA_LOG_LEVEL=1").run("show info").out, before) << "it is no warning";
+}
+
+TEST(show_info, of_a_name_that_fills_its_room_shows_it_and_a_longer_one_cannot_be_read)
+{
+    const std::string name(1023, 'n'); // and a NUL
+    rack_t rack;
+    rack.plug("m48l_xcvu7p", {{"name", "\"" + name + "\""}}).plug("m48l_xcvu7p", {{"name", "\"" + name + "n\""}});
+    rack.host(switch_host);
+    const std::string first = rack.run("show info -a " + name).out;
+    EXPECT_TRUE(first.starts_with("Accelerator\n\tName         : " + name + "\n\tID           : 0\n")) << first;
+    const std::string second = rack.run("show info -a " + name + "n").out;
+    EXPECT_TRUE(second.starts_with("Accelerator\n\tName         : board-1\n\tID           : 1\n")) << second;
+}
+
 TEST(show_info, of_an_alveo_board_without_its_controller_shows_the_serial_as_an_error)
 {
     rack_t rack;

@@ -1,8 +1,11 @@
 #include "support/process.h"
 
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -13,9 +16,11 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -202,6 +207,8 @@ running_t::running_t(const std::function<void()>& body, streams_t streams) : sta
         err.parent.close();
         become(STDOUT_FILENO, out);
         become(STDERR_FILENO, err);
+        if (!streams.has_input)
+            ::close(STDIN_FILENO);
         out.child.close();
         err.child.close();
         try {
@@ -247,7 +254,7 @@ bool running_t::waits_for_a_lock()
     return state_->waits_until([&] {
         std::ifstream locks{"/proc/locks"};
         for (std::string line; std::getline(locks, line);)
-            if (line.find(": -> ") != std::string::npos && line.find(waiter) != std::string::npos)
+            if (line.find("-> ") != std::string::npos && line.find(waiter) != std::string::npos)
                 return true;
         return false;
     });
@@ -279,6 +286,21 @@ run_t running_t::end()
 run_t run_in_child(const std::function<void()>& body, streams_t streams)
 {
     return running_t{body, streams}.end();
+}
+
+void forbid_terminal_size()
+{
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_ioctl, 0, 3),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[1])),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, TIOCGWINSZ, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program{.len = static_cast<unsigned short>(std::size(filter)), .filter = filter};
+    if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
+        throw std::system_error{errno, std::generic_category(), "seccomp"};
 }
 
 void set_environment(const std::vector<std::string>& environment)

@@ -26,6 +26,7 @@ struct streams_t
 {
     stream_t out = stream_t::file;
     stream_t err = stream_t::file;
+    bool has_input = true; ///< otherwise there is no descriptor of standard input, else it is the caller's
 };
 
 /// What a process said and how it ended.
@@ -69,6 +70,9 @@ run_t run_in_child(const std::function<void()>& body, streams_t streams = {});
 /// Runs a program. An entry of `environment` is "NAME=value", or "NAME" to remove the variable.
 run_t run_program(const std::string& program, const std::vector<std::string>& arguments,
                   const std::vector<std::string>& environment = {}, streams_t streams = {});
+
+/// Makes every query of a terminal's size fail with EPERM, in the calling process and in what it runs.
+void forbid_terminal_size();
 
 /// Changes the environment of the calling process, entry by entry as in run_program().
 void set_environment(const std::vector<std::string>& environment);

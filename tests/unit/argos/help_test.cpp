@@ -369,6 +369,43 @@ TEST(help_screen, hides_what_is_hidden_but_accepts_it)
     EXPECT_EQ(args.value("word").as_string(), "y");
 }
 
+TEST(help_screen, does_not_tell_of_a_hidden_option_that_is_mandatory_all_the_same)
+{
+    Console console;
+    console.parser.auto_help(false)
+        .add(Option{"-k", "--key"}.argument("key").optional(false).visibility(Visibility::HIDDEN).help("secret"))
+        .add(Option{"-o"}.argument("out").optional(false).help("where to"));
+    EXPECT_EQ(help_of(console), "USAGE\n  prog -o <out>\n\nOPTIONS\n  -o <out>  where to\n");
+    EXPECT_EQ(console.parser.parse({"-o", "x"}).result_code(), ResultCode::ERROR);
+    EXPECT_EQ(console.errors.str(), "prog: Mandatory option \"-k, --key\" is missing.\nUsage: prog -o <out>\n");
+}
+
+TEST(help_screen, shows_what_has_a_section_of_its_own_there_whatever_the_current_one_is)
+{
+    Console console;
+    console.parser.auto_help(false)
+        .add(Argument{"before"}.section("PLACES").help("no current one yet"))
+        .section("NETWORK")
+        .add(Argument{"host"}.help("in the current one"))
+        .add(Argument{"port"}.section("PLACES").help("beside the first"))
+        .add(Option{"-t"}.section("TIME").help("alone"))
+        .add(Option{"-n"}.help("beside the host"));
+    EXPECT_EQ(help_of(console), R"(USAGE
+  prog [OPTIONS] <before> <host> <port>
+
+PLACES
+  <before>  no current one yet
+  <port>    beside the first
+
+NETWORK
+  <host>    in the current one
+  -n        beside the host
+
+TIME
+  -t        alone
+)");
+}
+
 TEST(help_screen, shows_sections_under_their_own_headings)
 {
     Console console;

@@ -438,6 +438,22 @@ TEST(values, a_value_in_the_next_word_may_look_like_anything)
     }
 }
 
+TEST(values, of_a_flag_that_is_an_equals_sign_follow_it_like_those_of_any_other)
+{
+    const auto parsed = [](const words_t& words) {
+        Console console;
+        console.parser.add(Option{"-="}.argument("x")).add(Option{"-v"}).add(Argument{"word"}.optional());
+        const auto args = console.parser.parse({words.begin(), words.end()});
+        return console.errors.str() + args.value("-=").as_string("absent") + (args.has("-v") ? " -v" : "") +
+               (args.has("word") ? " word" : "");
+    };
+    EXPECT_EQ(parsed({"-=", "next"}), "next");
+    EXPECT_EQ(parsed({"-=", "-v"}), "-v") << "whatever it looks like";
+    EXPECT_EQ(parsed({"-=rest", "next"}), "rest word");
+    EXPECT_EQ(parsed({"-v=rest"}), "rest -v") << "in a cluster";
+    EXPECT_EQ(parsed({"-=="}), "=");
+}
+
 TEST(values, a_missing_value_is_an_error)
 {
     for (const std::string_view flag : {"-n", "--name"}) {
@@ -589,8 +605,24 @@ TEST(letter_case, can_be_ignored_in_clusters_and_abbreviations)
     EXPECT_TRUE(args.has("-a") && args.has("-B") && args.has("--Verbose"));
 }
 
+TEST(letter_case, can_be_ignored_from_a_to_z)
+{
+    for (char c = 'a'; c <= 'z'; ++c) {
+        const std::string small{'-', c};
+        const std::string large{'-', static_cast<char>(c - 'a' + 'A')};
+        for (const auto& [flag, word] : {std::pair{small, large}, {large, small}}) {
+            Console console;
+            console.parser.auto_help(false).ignore_case(true).add(Option{flag});
+            EXPECT_TRUE(console.parser.parse({word}).has(flag)) << word;
+        }
+    }
+}
+
 TEST(letter_case, is_ignored_for_ascii_letters_only)
 {
+    Console before_a;
+    before_a.parser.ignore_case(true).add(Option{"-@"});
+    EXPECT_EQ(error_of(before_a, {"-`"}), "prog: Unknown option: -`");
     Console latin;
     latin.parser.ignore_case(true).add(Option{"--\xE5"});
     EXPECT_EQ(error_of(latin, {"--\xC5"}), "prog: Unknown option: --\xC5");

@@ -87,6 +87,28 @@ TEST(registers, that_cannot_be_accessed_give_the_error)
               "generic:5 generic:13");
 }
 
+/// How many characters the name and the UID of a board have, or why they cannot be read.
+std::string text_sizes(const std::string& name, const std::string& uid)
+{
+    tests::rack_t rack;
+    rack.plug("m48l_xcvu7p", {{"name", "\"" + name + "\""}, {"uid", "\"" + uid + "\""}});
+    return rack
+        .in_child([] {
+            const accelerator_descriptor descriptor = enumerate_accelerators().at(0);
+            for (const auto& text : {descriptor.properties().name(), descriptor.properties().uid()})
+                std::cout << (text.has_value() ? std::to_string(text.value().size()) : text.error().message()) << '\n';
+        })
+        .out;
+}
+
+TEST(properties, have_room_for_1023_characters_and_a_nul)
+{
+    const std::string longest(1023, 'x');
+    EXPECT_EQ(text_sizes(longest, longest), "1023\n1023\n");
+    EXPECT_EQ(text_sizes(longest + "x", longest + "x"),
+              "Numerical result out of range\nNumerical result out of range\n");
+}
+
 TEST(hw_top, answers_its_queries)
 {
     tests::rack_t rack;

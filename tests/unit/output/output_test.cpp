@@ -6,19 +6,16 @@
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
-#include <linux/audit.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/ioctl.h>
-#include <sys/prctl.h>
-#include <sys/syscall.h>
+#include <fcntl.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdarg>
-#include <cstddef>
 #include <cstdlib>
 #include <functional>
-#include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -65,6 +62,43 @@ TEST(output_text, messages_go_to_standard_output_and_errors_to_standard_error)
     EXPECT_EQ(r.out, "Retrieving... done\n");
     EXPECT_EQ(r.err, "went wrong\n");
     EXPECT_EQ(r.status, 0);
+}
+
+/// What each write to standard output had, in their order.
+std::vector<std::string> writes(const std::function<void(output&)>& body)
+{
+    std::array<int, 2> ends{};
+    EXPECT_EQ(::pipe2(ends.data(), O_DIRECT | O_CLOEXEC), 0); // each read gets what one write gave
+    run([&](output& out) {
+        ::dup2(ends[1], STDOUT_FILENO);
+        body(out);
+    });
+    ::close(ends[1]);
+    std::vector<std::string> all;
+    std::array<char, 4096> buffer{};
+    for (ssize_t size = 0; (size = ::read(ends[0], buffer.data(), buffer.size())) > 0;)
+        all.emplace_back(buffer.data(), static_cast<std::size_t>(size));
+    ::close(ends[0]);
+    return all;
+}
+
+TEST(output_text, each_line_and_each_part_of_one_is_written_at_once)
+{
+    const auto written = writes([](output& out) {
+        out.log("Chosen");
+        out.log_part("Retrieving... ");
+        out.log("done", color::green);
+        out.print_line("Report", color::bold, 0);
+        section report{"Report", std::nullopt, 0};
+        report.add_stat({"a", "1", color::normal}).add_stat({"b", "2", color::normal});
+        report.add_list("list").add_section("Item", "key", 1).add_stat({"c", "3", color::normal});
+        report.entries.emplace_back(section::array{"k", "S", {"V"}, {{"r", {"1"}, {}}}, 0});
+        out.print_out_content(report.entries, report.level);
+        out.exit(true, "over");
+    });
+    EXPECT_EQ(written, (std::vector<std::string>{"Chosen\n", "Retrieving... ", "done\n", "Report\n", "\ta: 1\n",
+                                                 "\tb: 2\n", "\tItem\n", "\t\tc: 3\n", "┌───┬───┐\n", "│ S │ V │\n",
+                                                 "├───┼───┤\n", "│ r │ 1 │\n", "└───┴───┘\n", "over\n"}));
 }
 
 TEST(output_text, on_a_terminal_everything_is_coloured)
@@ -349,6 +383,20 @@ TEST(standard_output, that_cannot_be_written_makes_the_run_fail)
     EXPECT_EQ(closed.status, 1);
 }
 
+TEST(standard_output, that_cannot_be_written_is_told_with_the_reason_of_the_first_time)
+{
+    const run_t r = run(
+        [](output& out) {
+            out.log("said");
+            errno = EIO; // as any other call may leave it, while the stream is not even tried again
+            out.log("more");
+            errno = EPERM;
+        },
+        {stream_t::full_disk, stream_t::file});
+    EXPECT_EQ(r.err, "Cannot write to standard output: No space left on device\n");
+    EXPECT_EQ(r.status, 1);
+}
+
 TEST(standard_output, that_is_full_is_told_after_the_commands_own_message)
 {
     const run_t r = run(
@@ -361,27 +409,11 @@ TEST(standard_output, that_is_full_is_told_after_the_commands_own_message)
     EXPECT_EQ(r.status, 1);
 }
 
-/// Makes every ioctl TIOCGWINSZ of this process fail with EPERM.
-void forbid_terminal_size()
-{
-    sock_filter filter[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_ioctl, 0, 3),
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[1])),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, TIOCGWINSZ, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    const sock_fprog program{.len = static_cast<unsigned short>(std::size(filter)), .filter = filter};
-    if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
-        throw std::runtime_error{"cannot install the filter"};
-}
-
 TEST(terminal_size, that_cannot_be_read_is_reported_and_otherwise_ignored)
 {
     const run_t r = tests::run_in_child(
         [] {
-            forbid_terminal_size();
+            tests::forbid_terminal_size();
             output::get().log("said");
             output::get().exit();
         },
@@ -396,7 +428,7 @@ TEST(terminal_size, is_not_asked_for_in_json_mode)
     const run_t r = tests::run_in_child(
         [] {
             output::get().set_format(output_format_t::json);
-            forbid_terminal_size();
+            tests::forbid_terminal_size();
             output::get().set_format(output_format_t::json);
             output::get().exit();
         },

@@ -171,6 +171,17 @@ TEST(table, values_are_measured_in_code_points)
                               "└───┴─────────┘\n");
 }
 
+TEST(table, is_as_wide_as_its_widest_value_has_code_points)
+{
+    const section::array table{"k", "S", {"V", "T"}, {{"a", {"45.25 \u00b0C", "1"}, {}}, {"b", {"1 mV", "2"}, {}}}, 0};
+    EXPECT_EQ(printed(table), "┌───┬──────────┬───┐\n"
+                              "│ S │ V        │ T │\n"
+                              "├───┼──────────┼───┤\n"
+                              "│ a │ 45.25 \u00b0C │ 1 │\n"
+                              "│ b │     1 mV │ 2 │\n"
+                              "└───┴──────────┴───┘\n");
+}
+
 TEST(table, names_and_headers_are_measured_in_bytes)
 {
     const section::array table{"k", "S", {"\u00b0\u00b0"}, {{"\u00e9", {"1"}, {}}}, 0};
