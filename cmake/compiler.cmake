@@ -6,7 +6,7 @@ option(IVRA_SANITIZE "Build everything with the address and undefined-behaviour 
 # Errors only where CMAKE_COMPILE_WARNING_AS_ERROR says so, as the scripts do: another compiler may know more of them.
 add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow)
 
-# A false alarm of g++ 12: at -O3 it believes that "text" + std::string could copy a text onto itself (GCC bug 105651).
+# A false alarm of g++ 12: at -O3 it believes that "text" + std::string could copy a text onto itself.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 12
    AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     add_compile_options(-Wno-restrict)

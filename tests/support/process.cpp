@@ -154,6 +154,16 @@ void read_file(const channel& c, std::string& text)
     }
 }
 
+/// Takes signals as a process started by a shell does, whatever the caller was started by.
+void take_signals()
+{
+    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGALRM, SIGTERM, SIGTSTP, SIGTTIN, SIGTTOU})
+        std::signal(number, SIG_DFL);
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
 void become(int target, const channel& c)
 {
     if (c.child.get() >= 0)
@@ -203,6 +213,7 @@ running_t::running_t(const std::function<void()>& body, streams_t streams) : sta
     if (state_->process == 0) {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         ::setpgid(0, 0);
+        take_signals();
         out.parent.close();
         err.parent.close();
         become(STDOUT_FILENO, out);
@@ -318,7 +329,6 @@ void exec_program(const std::string& program, const std::vector<std::string>& ar
                   const std::vector<std::string>& environment)
 {
     set_environment(environment);
-    std::signal(SIGPIPE, SIG_DFL);
     std::vector<std::string> words{program};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> pointers;
