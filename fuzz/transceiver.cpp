@@ -9,8 +9,6 @@
 #include <ivra/i2c.h>
 
 #include <rapidjson/document.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -86,13 +84,13 @@ module_t plug(std::span<const std::uint8_t> input)
 
 // The document of a run ends with the run; here, every input has one of its own. An explicit instantiation may name
 // what is private.
-rapidjson::StringBuffer& buffer_of(output& out);
-rapidjson::Writer<rapidjson::StringBuffer>& writer_of(output& out);
+json_buffer& buffer_of(output& out);
+json_writer& writer_of(output& out);
 template <auto buffer, auto writer>
 struct access
 {
-    friend rapidjson::StringBuffer& buffer_of(output& out) { return out.*buffer; }
-    friend rapidjson::Writer<rapidjson::StringBuffer>& writer_of(output& out) { return out.*writer; }
+    friend json_buffer& buffer_of(output& out) { return out.*buffer; }
+    friend json_writer& writer_of(output& out) { return out.*writer; }
 };
 template struct access<&output::json_buffer_, &output::json_writer_>;
 

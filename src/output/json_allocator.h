@@ -1,6 +1,10 @@
 #ifndef IVRA_OUTPUT_JSON_ALLOCATOR_H
 #define IVRA_OUTPUT_JSON_ALLOCATOR_H
 
+#include <rapidjson/encodings.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
@@ -26,6 +30,9 @@ public:
     }
     static void Free(void* memory) { ::operator delete(memory); }
 };
+
+using json_buffer = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, json_allocator>;
+using json_writer = rapidjson::Writer<json_buffer, rapidjson::UTF8<>, rapidjson::UTF8<>, json_allocator>;
 
 } // namespace ivra::bsp
 

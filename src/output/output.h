@@ -6,9 +6,6 @@
 #include "output/text.h"
 #include "text_stream.h"
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include <cstdarg>
 #include <cstdint>
 #include <list>
@@ -116,9 +113,8 @@ private:
     color_map stdout_colors_;
     color_map stderr_colors_;
     color_map log_colors_;
-    using json_buffer_t = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, json_allocator>;
-    json_buffer_t json_buffer_;
-    rapidjson::Writer<json_buffer_t, rapidjson::UTF8<>, rapidjson::UTF8<>, json_allocator> json_writer_{json_buffer_};
+    json_buffer json_buffer_;
+    json_writer json_writer_{json_buffer_};
     std::vector<log_message> messages_;
     text_stream pending_line_;
     int stdout_error_ = 0;          ///< errno of the first failed write

@@ -21,10 +21,10 @@ color_map get_color_map(bool enabled);
 /// Number of code points. Throws std::range_error when `s` is not UTF-8.
 std::size_t strlen_utf8(const std::string& s);
 
-/// `s` as a screen may show it: each control character (U+0001 to U+001F, U+007F to U+009F) and each one that is invisible
-/// or turns text around (U+200B to U+200F, U+2028 to U+202E, U+2060 to U+2069, U+FEFF) is a "?", so that no device can
-/// send escape sequences to a terminal or show what it does not say. So is a byte 0x80 to 0x9F that is not part of UTF-8;
-/// others of these pass unchanged, as does NUL.
+/// `s` as a screen may show it: each control character (U+0001 to U+001F, U+007F to U+009F) and each one that is
+/// invisible or turns text around (U+200B to U+200F, U+2028 to U+202E, U+2060 to U+2069, U+FEFF) is a "?", so that no
+/// device can send escape sequences to a terminal or show what it does not say. So is a byte 0x80 to 0x9F that is not
+/// part of UTF-8; others of these pass unchanged, as does NUL.
 std::string printable(std::string_view s);
 
 /// `s` as a JSON document may hold it: each byte that is not part of valid UTF-8 is U+FFFD.
