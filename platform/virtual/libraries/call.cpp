@@ -11,6 +11,7 @@
 #include <thread>
 
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,12 +27,20 @@ void signal_this_process(int signal)
         ::pause();
 }
 
-/// Stops this process as SIGSTOP does. A child waits for so long and then continues it.
+/// Stops this process as SIGSTOP does. A child waits for so long and then continues it; no signal that a terminal sends
+/// to both ends the child before, and it does not outlive this process.
 void stop_this_process(std::chrono::microseconds duration)
 {
     const ::pid_t process = ::getpid();
+    sigset_t all;
+    sigset_t before;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before);
     const ::pid_t child = ::fork();
+    if (child != 0)
+        ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (child == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         ::kill(process, SIGSTOP);
         std::this_thread::sleep_for(duration);
         ::kill(process, SIGCONT);
@@ -86,6 +95,8 @@ void call::begin()
         std::this_thread::sleep_for(fault_->delay);
     if (fault_->stop.count() > 0)
         stop_this_process(fault_->stop);
+    if (fault_->log)
+        log_message(IVRA_LOG_WARNING, name_, *fault_->log);
     if (fault_->signal != 0 && fault_->when == fault_t::before) {
         if (tracing_ && fault_->signal == SIGKILL)
             trace_result("killed");

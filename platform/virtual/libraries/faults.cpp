@@ -165,6 +165,7 @@ constexpr member_t members[] = {
     {"count",       counts,    true,  [](fault_rule_t& r, const Value& v, const place_t& p) { r.fault.count = static_cast<int>(number_of(v, 0, 1'000'000, p)); }},
     {"text",        text,      true,  [](fault_rule_t& r, const Value& v, const place_t& p) { r.fault.text = text_of(v, p, "a text"); }},
     {"stop",        0,         true,  [](fault_rule_t& r, const Value& v, const place_t& p) { r.fault.stop = delay_of(v, p); }},
+    {"log",         0,         true,  [](fault_rule_t& r, const Value& v, const place_t& p) { r.fault.log = text_of(v, p, "a text"); }},
     {"signal",      0,         true,  [](fault_rule_t& r, const Value& v, const place_t& p) { r.fault.signal = signal_of(v, p); }},
     {"when",        0,         false, [](fault_rule_t& r, const Value& v, const place_t& p) { r.fault.when = when_of(v, p); }},
     {"kill",        0,         true,  [](fault_rule_t& r, const Value& v, const place_t& p) { r.fault.signal = SIGKILL; r.fault.when = when_of(v, p); }},
@@ -201,7 +202,7 @@ fault_rule_t rule_of(const Value& value, const place_t& place)
         place.expected("\"errno\" or \"short\", not both"); // the handles would be lost
     if (!has_effect)
         place.expected("an effect: \"errno\", \"short\", \"delay\", \"stop\", \"garble\", \"count\", \"text\", "
-                       "\"signal\" or \"kill\"");
+                       "\"log\", \"signal\" or \"kill\"");
     return rule;
 }
 

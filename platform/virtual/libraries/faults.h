@@ -26,6 +26,7 @@ struct fault_t
     std::vector<std::uint8_t> garble;       ///< XORed over what the call stores, from its first byte on
     std::optional<int> count;               ///< returned instead of the true count
     std::optional<std::string> text;        ///< stored or returned instead of the true text
+    std::optional<std::string> log;         ///< a warning of the library, before anything is done
     int signal = 0;                         ///< that the process sends itself; 0: none
     enum
     {

@@ -278,6 +278,32 @@ TEST_F(faults, stop_stops_the_process_for_a_time)
     run([] { EXPECT_EQ(read_word(opened{}.core(475), 0x20), 7U); });
 }
 
+TEST_F(faults, stop_ends_also_when_a_terminal_has_sent_a_signal_meanwhile)
+{
+    plan(R"([{"call": "ivra_hw_write", "stop": "300 ms"}])");
+    const ::pid_t process = start([] {
+        ::setpgid(0, 0);
+        write_word(opened{}.core(475), 0x20, 7);
+    });
+    int status = 0;
+    ASSERT_EQ(::waitpid(process, &status, WUNTRACED), process);
+    ASSERT_TRUE(WIFSTOPPED(status));
+    ::kill(-process, SIGTERM);
+    EXPECT_EQ(end_of(process).signal, SIGTERM);
+}
+
+TEST_F(faults, log_is_what_the_library_says_of_a_call_that_does_its_work)
+{
+    plan(R"([{"call": "ivra_hw_read", "nth": 1, "log": "odd %s\n"}])");
+    run([] {
+        const opened board;
+        const log_t log;
+        write_word(board.core(475), 0x20, 7);
+        EXPECT_EQ(read_word(board.core(475), 0x20), 7U);
+        EXPECT_THAT(log.lines(), ::testing::ElementsAre("1 ivra_hw_read: odd %s\n"));
+    });
+}
+
 TEST_F(faults, stop_takes_its_time_from_the_clock_of_a_test)
 {
     plan(R"([{"call": "ivra_hw_read", "stop": "1 s"}])");
@@ -395,6 +421,7 @@ TEST_F(faults, a_plan_that_is_malformed_is_refused_loudly_with_the_place_of_the_
         {R"([{"call": "ivra_hw_read", "count": 1}])", "/0/count: expected no such member for ivra_hw_read"},
         {R"([{"call": "ivra_hw_read", "text": "a"}])", "/0/text: expected no such member for ivra_hw_read"},
         {R"([{"call": "ivra_hw_read", "stop": "20"}])", "/0/stop: expected a time"},
+        {R"([{"call": "ivra_hw_read", "log": 20}])", "/0/log: expected a text"},
         {R"([{"call": "ivra_hw_read", "signal": "INT"}])", "/0/signal: expected the name of a signal"},
         {R"([{"call": "ivra_hw_read", "signal": 2}])", "/0/signal: expected the name of a signal"},
         {R"([{"call": "ivra_hw_read", "signal": "SIGINT", "when": "now"}])",
