@@ -26,6 +26,7 @@ shared_mutex::shared_mutex(const std::string& name)
 void shared_mutex::lock()
 {
     const waiting_notice notice{patience};
+    errno = 0; // the notice may have left something
     int result = ivra_hw_shared_mutex_lock(handle_.get());
     if (result < 0 && errno == EINTR && notice.was_given()) // it was the notice that interrupted the call
         result = ivra_hw_shared_mutex_lock(handle_.get());

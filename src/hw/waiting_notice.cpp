@@ -1,5 +1,6 @@
 #include "hw/waiting_notice.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,7 +19,10 @@ volatile std::sig_atomic_t given = 0;
 void give_notice(int)
 {
     const int error = errno;
-    [[maybe_unused]] const ::ssize_t written = ::write(STDERR_FILENO, notice.data(), notice.size());
+    pollfd terminal{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
+    if (::poll(&terminal, 1, 0) == 1 && terminal.revents == POLLOUT) { // the lock may have been taken meanwhile
+        [[maybe_unused]] const ::ssize_t written = ::write(STDERR_FILENO, notice.data(), notice.size());
+    }
     given = 1;
     errno = error;
 }
@@ -32,7 +36,7 @@ waiting_notice::waiting_notice(std::chrono::milliseconds patience)
         return;
     sigevent event{};
     event.sigev_notify = SIGEV_SIGNAL;
-    event.sigev_signo = SIGALRM;
+    event.sigev_signo = SIGURG;
     if (::timer_create(CLOCK_MONOTONIC, &event, &timer_) != 0)
         return; // then nobody is told
     is_set_ = true;
@@ -42,11 +46,11 @@ waiting_notice::waiting_notice(std::chrono::milliseconds patience)
     };
     action.sa_handler = &give_notice;
     action.sa_flags = SA_RESTART;
-    ::sigaction(SIGALRM, &action, &action_before_);
-    sigset_t alarm;
-    ::sigemptyset(&alarm);
-    ::sigaddset(&alarm, SIGALRM);
-    ::pthread_sigmask(SIG_UNBLOCK, &alarm, &mask_before_);
+    ::sigaction(SIGURG, &action, &action_before_);
+    sigset_t urgent;
+    ::sigemptyset(&urgent);
+    ::sigaddset(&urgent, SIGURG);
+    ::pthread_sigmask(SIG_UNBLOCK, &urgent, &mask_before_);
     const auto seconds = std::chrono::floor<std::chrono::seconds>(patience);
     const std::chrono::nanoseconds rest = patience - seconds;
     const itimerspec once{.it_interval = {}, .it_value = {.tv_sec = seconds.count(), .tv_nsec = rest.count()}};
@@ -59,7 +63,7 @@ waiting_notice::~waiting_notice()
         return;
     ::timer_delete(timer_); // a signal of it that is on its way arrives before this call returns
     ::pthread_sigmask(SIG_SETMASK, &mask_before_, nullptr);
-    ::sigaction(SIGALRM, &action_before_, nullptr);
+    ::sigaction(SIGURG, &action_before_, nullptr);
 }
 
 bool waiting_notice::was_given() const

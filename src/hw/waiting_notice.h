@@ -9,7 +9,8 @@ namespace ivra::hw {
 inline namespace v5 {
 
 /// Tells who sits at a terminal that this process waits for another one, once it has lasted for `patience`. Where
-/// standard error is no terminal, it does nothing. One at a time; it uses SIGALRM, which may interrupt a call.
+/// standard error is no terminal, it does nothing. One at a time; it uses SIGURG, which nobody sends to end a
+/// process, and which may interrupt a call. A terminal that takes no text now is not told.
 class waiting_notice
 {
 public:

@@ -37,7 +37,7 @@ TEST(waiting_notice, is_given_once_on_a_terminal)
 TEST(waiting_notice, is_given_nowhere_else)
 {
     const tests::run_t run = tests::run_in_child([] {
-        std::signal(SIGALRM, [](int) { ::_exit(2); });
+        std::signal(SIGURG, [](int) { ::_exit(2); });
         const waiting_notice notice{1ms};
         ::usleep(20000);
         std::cout << notice.was_given();
@@ -45,6 +45,30 @@ TEST(waiting_notice, is_given_nowhere_else)
     EXPECT_EQ(run.out, "0");
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.status, 0);
+}
+
+TEST(waiting_notice, does_not_wait_for_a_terminal_whose_user_has_pressed_ctrl_s)
+{
+    const tests::run_t run = tests::run_in_child(
+        [] {
+            const waiting_notice notice{1ms};
+            while (!notice.was_given())
+                ::usleep(1000);
+        },
+        {.out = tests::stream_t::file, .err = tests::stream_t::held});
+    EXPECT_EQ(run.status, 0);
+}
+
+TEST(waiting_notice, leaves_alarms_what_they_are)
+{
+    const tests::run_t run = tests::run_in_child(
+        [] {
+            const waiting_notice notice{1h};
+            std::raise(SIGALRM);
+        },
+        on_a_terminal);
+    EXPECT_EQ(run.status, 128 + SIGALRM);
+    EXPECT_EQ(run.err, "");
 }
 
 TEST(waiting_notice, is_not_given_before_its_time)
@@ -60,35 +84,35 @@ TEST(waiting_notice, is_not_given_before_its_time)
     EXPECT_EQ(run.err, "");
 }
 
-volatile std::sig_atomic_t alarms = 0;
+volatile std::sig_atomic_t signals = 0;
 
 TEST(waiting_notice, leaves_nothing_behind)
 {
     const tests::run_t run = tests::run_in_child(
         [] {
-            std::signal(SIGALRM, [](int) { alarms = alarms + 1; });
-            sigset_t alarm;
+            std::signal(SIGURG, [](int) { signals = signals + 1; });
+            sigset_t urgent;
             sigset_t after;
-            ::sigemptyset(&alarm);
-            ::sigaddset(&alarm, SIGALRM);
-            ::sigprocmask(SIG_BLOCK, &alarm, nullptr);
+            ::sigemptyset(&urgent);
+            ::sigaddset(&urgent, SIGURG);
+            ::sigprocmask(SIG_BLOCK, &urgent, nullptr);
             {
                 const waiting_notice notice{1ms};
                 while (!notice.was_given())
                     ::usleep(1000);
             }
-            ::sigprocmask(SIG_UNBLOCK, &alarm, &after);
-            std::cout << "held as before: " << ::sigismember(&after, SIGALRM) << '\n';
+            ::sigprocmask(SIG_UNBLOCK, &urgent, &after);
+            std::cout << "held as before: " << ::sigismember(&after, SIGURG) << '\n';
             {
                 const waiting_notice notice{10ms};
             }
             ::usleep(30000); // its timer would have come now
-            std::cout << "alarms: " << alarms;
-            std::raise(SIGALRM);
-            std::cout << ", then " << alarms;
+            std::cout << "signals: " << signals;
+            std::raise(SIGURG);
+            std::cout << ", then " << signals;
         },
         on_a_terminal);
-    EXPECT_EQ(run.out, "held as before: 1\nalarms: 0, then 1");
+    EXPECT_EQ(run.out, "held as before: 1\nsignals: 0, then 1");
     EXPECT_EQ(run.err, text) << "in spite of the hold";
 }
 
@@ -117,7 +141,7 @@ std::string locked_after(const std::string& members, tests::streams_t streams, s
 TEST(waiting_notice, that_interrupts_a_lock_does_not_fail_it)
 {
     std::string err;
-    EXPECT_EQ(locked_after(R"(, "signal": "SIGALRM")", on_a_terminal, err), "locked");
+    EXPECT_EQ(locked_after(R"(, "signal": "SIGURG")", on_a_terminal, err), "locked");
     EXPECT_EQ(err, text);
 }
 
