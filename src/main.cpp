@@ -1,6 +1,7 @@
 #include "board/helpers.h"
 #include "board_monitor.h"
 #include "command_line.h"
+#include "hw/mutex.h"
 #include "output/output.h"
 #include "set_commands.h"
 #include "show_commands.h"
@@ -71,6 +72,9 @@ void run(const board_monitor_p::Args& args)
 [[noreturn]] void run(const std::vector<std::string_view>& words)
 {
     output& out = output::get();
+    // Nothing is written to a screen under a lock.
+    watch_locks({.held = []() noexcept { output::get().hold_log(); },
+                 .released = []() noexcept { output::get().release_log(); }});
     try {
         const board_monitor_p::Args args = board_monitor_p::parse_command_line(words);
         out.set_color_mode(args.color);

@@ -37,6 +37,28 @@ void mutex::fail_when_busy(std::string message)
     message_ = std::move(message);
 }
 
+namespace {
+
+lock_watcher_t watcher{.held = []() noexcept {}, .released = []() noexcept {}};
+
+} // namespace
+
+void watch_locks(const lock_watcher_t& w)
+{
+    watcher = w;
+}
+
+held_lock::tells_release::~tells_release()
+{
+    watcher.released();
+}
+
+held_lock::held_lock(mutex& m) : mutex_{m}
+{
+    mutex_.lock();
+    watcher.held();
+}
+
 held_lock::~held_lock()
 {
     if (!is_locked_)

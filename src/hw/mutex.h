@@ -34,13 +34,22 @@ private:
     std::string message_;
 };
 
+/// What is called when this process has got a lock, and when it has released one (or was not given it) and holds no
+/// signal back any more: for what must wait until no lock is held.
+struct lock_watcher_t
+{
+    void (*held)() noexcept;
+    void (*released)() noexcept;
+};
+void watch_locks(const lock_watcher_t& watcher);
+
 /// A lock that is held for as long as this lives, or until unlock(). Nobody is stopped with it: Ctrl-Z waits from
 /// before the lock is asked for until it is free again. What ends the process works also while it waits for the lock.
 class held_lock
 {
 public:
     /// Waits. Throws as mutex::lock().
-    explicit held_lock(mutex& m) : mutex_{m} { mutex_.lock(); }
+    explicit held_lock(mutex& m);
     ~held_lock();
     held_lock(const held_lock&) = delete;
     held_lock& operator=(const held_lock&) = delete;
@@ -52,6 +61,12 @@ public:
     void unlock(); ///< Once. Throws std::system_error.
 
 private:
+    struct tells_release
+    {
+        ~tells_release();
+    };
+
+    tells_release tells_release_; // when all others are gone
     hw::stop_hold no_stop_;
     mutex& mutex_;
     bool is_locked_ = true;

@@ -46,13 +46,32 @@ void output::handle_log(int level, const char* /*file*/, int /*line*/, const cha
     output& out = get();
     try {
         const std::string message = format_message(format, args);
-        const std::string text = function == nullptr ? message : std::string{function} + ": " + message;
-        if (level == IVRA_LOG_ERROR)
-            out.error(text);
-        else
-            out.log(text, color::normal);
+        out.library_messages_.push_back({level == IVRA_LOG_ERROR ? 1U : 0U,
+                                         function == nullptr ? message : std::string{function} + ": " + message});
     } catch (const std::exception&) {
         out.has_lost_message_ = true;
+    }
+    if (!out.is_holding_log_)
+        out.release_log();
+}
+
+void output::hold_log() noexcept
+{
+    is_holding_log_ = true;
+}
+
+void output::release_log() noexcept
+{
+    is_holding_log_ = false;
+    try {
+        for (const log_message& message : std::exchange(library_messages_, {})) {
+            if (message.kind == 1)
+                error(message.text);
+            else
+                log(message.text, color::normal);
+        }
+    } catch (const std::exception&) {
+        has_lost_message_ = true;
     }
 }
 
@@ -156,6 +175,7 @@ void output::exit(bool success, std::optional<std::string> message)
 
 void output::exit()
 {
+    release_log();
     if (has_lost_message_)
         throw std::bad_alloc{};
     if (final_message_ && success_)

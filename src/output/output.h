@@ -62,6 +62,11 @@ public:
     /// An error line, on standard error in both formats.
     void error(const std::string& text);
 
+    /// From now on what the platform logs waits for release_log(): somebody may have stopped the screen.
+    void hold_log() noexcept;
+    /// Says what the platform has logged meanwhile, and from now on everything at once.
+    void release_log() noexcept;
+
     /// Says how the run ended, completes and writes the JSON document, and ends the process: status 0 after success, 1
     /// after a failure, which a standard output that could not be written is too. No platform handle may be open.
     /// Throws std::bad_alloc when there is no memory for that, or was none for a message.
@@ -117,6 +122,8 @@ private:
     json_writer json_writer_{json_buffer_};
     std::vector<log_message> messages_;
     text_stream pending_line_;
+    std::vector<log_message> library_messages_; ///< of the platform, not said yet
+    bool is_holding_log_ = false;
     int stdout_error_ = 0;          ///< errno of the first failed write
     bool has_lost_message_ = false; ///< there was no memory for one of the platform's
 };

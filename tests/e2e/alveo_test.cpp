@@ -103,6 +103,8 @@ TEST(alveo_bring_up, gives_up_after_150_looks_and_says_what_it_saw)
         EXPECT_EQ(run.status, 0);
         EXPECT_EQ(count(rack.trace(), " 0x28018[31:0]"), 151U) << "and once more for the message";
         EXPECT_EQ(count(rack.trace(), " ivra_hw_shared_mutex_unlock("), 1U);
+        EXPECT_LT(rack.trace().find(" ivra_hw_shared_mutex_unlock("), rack.trace().find("\"get_xmc\""))
+            << "nothing is said under the lock";
     }
 }
 

@@ -119,7 +119,7 @@ void expect_right_after(const interruption_t& story)
     }
 }
 
-/// After the command, at each place of its another one of those that talk to the BMC is right.
+/// After the command every one of those that talk to the BMC is right, and at each place of it another one comes first.
 void expect_right_answers_after(const std::string& words)
 {
     const std::vector<std::string> nexts{"show boot-image", "show sensors", "show info", "list",
@@ -134,12 +134,13 @@ void expect_right_answers_after(const std::string& words)
     EXPECT_EQ(expected_when_set[0], "Boot image\n\tCurrent boot: backup\n\tNext reload : backup\n");
     std::size_t place = 0;
     expect_right_after({.plug = &plug_bmc, .words = words, .check = [&](rack_t& rack) {
-                            const bool is_set = words.starts_with("set") && calls(rack, "ivra_uart_write_all") != 0;
-                            const std::size_t first = place++ % nexts.size();
-                            for (const std::size_t next : {first, std::size_t{0}})
-                                EXPECT_EQ(rack.run(nexts[next]).out, is_set || (next == 0 && first == 4)
-                                                                         ? expected_when_set[next]
-                                                                         : expected[next]);
+                            bool is_set = words.starts_with("set") && calls(rack, "ivra_uart_write_all") != 0;
+                            const std::size_t first = place++;
+                            for (std::size_t i = 0; i < nexts.size(); ++i) {
+                                const std::size_t next = (first + i) % nexts.size();
+                                EXPECT_EQ(rack.run(nexts[next]).out, is_set ? expected_when_set[next] : expected[next]);
+                                is_set = is_set || nexts[next].starts_with("set");
+                            }
                         }});
 }
 
@@ -398,6 +399,45 @@ TEST(stopped, output_of_a_command_stops_no_other_one)
         }
 }
 
+TEST(stopped, output_of_what_the_library_says_under_a_lock_stops_no_other_command)
+{
+    struct row_t
+    {
+        plug_t plug;
+        const char* words;
+        const char* call; ///< under a lock
+    };
+    for (const row_t& row : {row_t{&plug_bmc, "show boot-image", "ivra_uart_read"},
+                             {&plug_u200, "show transceivers", "ivra_i2c_bus_read_register"},
+                             {&plug_u55c, "set transceiver-speed 1G 1G", "ivra_i2c_bus_write_register"}}) {
+        SCOPED_TRACE(row.words);
+        rack_t rack;
+        row.plug(rack);
+        rack.environment("IVRA_LOG_LEVEL=1");
+        rack.faults(std::string{R"({"call": ")"} + row.call + R"(", "nth": 1, "log": "Noise"})");
+        running_t first = rack.start(row.words, {.out = stream_t::full_pipe, .err = stream_t::file});
+        ASSERT_TRUE(first.waits_to_write());
+        running_t second = rack.start_neighbour(row.words);
+        ASSERT_FALSE(second.waits_for_a_lock());
+        EXPECT_EQ(second.end().status, 0);
+        first.signal(SIGTERM);
+        EXPECT_EQ(first.end().status, 128 + SIGTERM);
+    }
+}
+
+TEST(stopped, command_says_what_the_library_said_under_a_lock_when_that_is_free)
+{
+    rack_t rack;
+    plug_bmc(rack);
+    rack.environment("IVRA_LOG_LEVEL=1");
+    rack.faults(R"({"call": "ivra_uart_read", "nth": 1, "log": "Noise"},
+                   {"call": "ivra_uart_write_all", "nth": 2, "log": "Echo", "errno": "EIO"})");
+    const run_t run = rack.run("show boot-image");
+    EXPECT_EQ(run.out, "ivra_uart_read: Noise\n" + remains + "ivra_uart_write_all: Echo\n");
+    EXPECT_EQ(run.err, "Error sending IPMI data: Input/output error\n");
+    EXPECT_EQ(run.status, 1);
+}
+
 // ---- waiting ----
 
 const std::string waiting_line = "\nWaiting for another process that uses this board...\n";
@@ -432,7 +472,7 @@ TEST(waiting, is_no_part_of_the_document)
     rack_t rack;
     plug_bmc(rack);
     const run_t expected = rack.run("--json show sensors");
-    rack.faults(R"({"call": "ivra_hw_shared_mutex_lock", "nth": 1, "signal": "SIGALRM"})"); // as if 2 s had passed
+    rack.faults(R"({"call": "ivra_hw_shared_mutex_lock", "nth": 1, "signal": "SIGURG"})"); // as if 2 s had passed
     const run_t run = rack.run("--json --color never show sensors", {.out = stream_t::file, .err = stream_t::terminal});
     EXPECT_EQ(run.out, expected.out);
     EXPECT_EQ(run.err, "Retrieving sensor data... " + waiting_line + "done\n");

@@ -13,6 +13,8 @@
 #include <string_view>
 #include <vector>
 
+#include <dlfcn.h>
+#include <ivra/log.h>
 #include <link.h>
 #include <sys/mman.h>
 #include <unwind.h>
@@ -59,8 +61,12 @@ int note_platform(dl_phdr_info* info, std::size_t, void*)
     return 0;
 }
 
+ivra_log_handler log_handler = nullptr; ///< of this program, although the platform calls it
+
 _Unwind_Reason_Code look_for_platform(_Unwind_Context* context, void* found)
 {
+    if (_Unwind_GetRegionStart(context) == reinterpret_cast<std::uintptr_t>(log_handler))
+        return _URC_END_OF_STACK;
     const std::uintptr_t at = _Unwind_GetIP(context);
     for (std::size_t i = 0; i < platform_count; ++i)
         if (at >= platform[i].begin && at < platform[i].end)
@@ -91,6 +97,14 @@ void* request(std::size_t size)
 }
 
 } // namespace
+
+/// The library's, which also lets this program know.
+void ivra_log_set_handler(ivra_log_handler handler)
+{
+    log_handler = handler;
+    const auto next = reinterpret_cast<decltype(&ivra_log_set_handler)>(::dlsym(RTLD_NEXT, "ivra_log_set_handler"));
+    next(handler);
+}
 
 void* operator new(std::size_t size)
 {
@@ -149,6 +163,18 @@ run_t run(rack_t& rack, const std::string& line, std::size_t fails)
 }
 
 const std::string no_memory = "Out of memory\n";
+const std::string remark = "recv_data: Data remains after end of IPMI transaction.\n"; // of the BMC's line
+
+/// Whether this is the beginning of what a command says otherwise, or would be but for one remark that got lost.
+bool is_beginning(const std::string& out, const std::string& whole)
+{
+    if (whole.starts_with(out))
+        return true;
+    for (std::size_t at = 0; (at = whole.find(remark, at)) != std::string::npos; ++at)
+        if ((whole.substr(0, at) + whole.substr(at + remark.size())).starts_with(out))
+            return true;
+    return false;
+}
 
 /// Lets each request of a command's own fail in turn. A command that cannot get memory says so, fails, has released
 /// everything, and has said nothing but the beginning of what it says otherwise.
@@ -184,7 +210,7 @@ void expect_told(const std::function<void(rack_t&)>& plug, const std::string& li
             if (is_json)
                 EXPECT_EQ(r.out, "");
             else
-                EXPECT_TRUE(whole.out.starts_with(r.out)) << r.out;
+                EXPECT_TRUE(is_beginning(r.out, whole.out)) << r.out;
         } else { // it did without
             EXPECT_EQ(r.out, whole.out);
             EXPECT_EQ(r.err, whole.err);
