@@ -24,11 +24,11 @@ add_compile_options(-fstack-protector-strong)
 add_compile_definitions(_GLIBCXX_ASSERTIONS)
 add_link_options(-Wl,-z,relro,-z,now)
 # FORTIFY works where the compiler optimizes, and would hide calls from a sanitizer.
-if(IVRA_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL "Debug")
+if(IVRA_SANITIZE OR CMAKE_BUILD_TYPE MATCHES "^[Dd][Ee][Bb][Uu][Gg]$")
     set(IVRA_FORTIFY OFF)
 else()
     set(IVRA_FORTIFY ON)
-    add_compile_options(-D_FORTIFY_SOURCE=2)
+    add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
 endif()
 
 if(IVRA_SANITIZE)

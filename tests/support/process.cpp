@@ -22,6 +22,7 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -190,13 +191,15 @@ struct running_t::state_t
         return status.has_value();
     }
 
-    /// Waits until it has ended (false) or `is_so` (true).
+    /// Waits until it has ended (false) or `is_so` (true). Throws std::runtime_error after a minute or so.
     template <class Condition>
     bool waits_until(Condition is_so)
     {
-        while (!has_ended(WNOHANG)) {
+        for (int i = 0; !has_ended(WNOHANG); ++i) {
             if (is_so())
                 return true;
+            if (i == 300000)
+                throw std::runtime_error{"waited in vain for a process"};
             ::usleep(200);
         }
         return false;

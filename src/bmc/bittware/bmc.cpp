@@ -3,7 +3,6 @@
 #include "bmc/bittware/fru.h"
 #include "bmc/bittware/sdr.h"
 
-#include <algorithm>
 #include <iterator>
 #include <set>
 #include <span>
@@ -62,11 +61,10 @@ ipmi_response_t bmc::ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::vec
     }
 }
 
-ipmi_response_t bmc::ipmi_request_bittware_oem(std::uint8_t cmd, const std::vector<std::uint8_t>& data)
+ipmi_response_t bmc::ipmi_request_bittware_oem(std::uint8_t cmd, std::vector<std::uint8_t> data)
 {
-    std::vector<std::uint8_t> request{std::begin(manufacturer_id), std::end(manufacturer_id)};
-    std::copy(data.begin(), data.end(), std::back_inserter(request));
-    ipmi_response_t response = ipmi_request(netfn_oem, cmd, std::move(request));
+    data.insert(data.begin(), std::begin(manufacturer_id), std::end(manufacturer_id));
+    ipmi_response_t response = ipmi_request(netfn_oem, cmd, std::move(data));
     if (response.data.size() < std::size(manufacturer_id))
         throw std::runtime_error{"Incomplete IPMI OEM command response received from BMC"};
     // Deliberate: whose identifier it is, is not looked at.

@@ -36,7 +36,7 @@ public:
     ipmi_response_t ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::vector<std::uint8_t> data);
 
     /// The same for a command of the board's maker, whose identifier is added to the request and taken off the answer.
-    ipmi_response_t ipmi_request_bittware_oem(std::uint8_t cmd, const std::vector<std::uint8_t>& data);
+    ipmi_response_t ipmi_request_bittware_oem(std::uint8_t cmd, std::vector<std::uint8_t> data);
 
     boot_image_t get_boot_image();
     void set_boot_image(boot_image_t image);

@@ -137,7 +137,7 @@ std::string value_text(const sensor_record_t& record, std::uint8_t raw)
 {
     const double value = convert_reading(record, raw);
     text_stream text;
-    // What is no number has a sign, which is another one on another machine.
+    // The sign of what is no number differs between machines: it is not shown.
     text << std::fixed << std::setprecision(2) << (std::isnan(value) ? std::abs(value) : value);
     // Deliberate: without a base unit there is no space, whatever else follows.
     if (!unit_name(record.base_unit).empty())
