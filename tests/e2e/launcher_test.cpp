@@ -91,7 +91,7 @@ TEST(launcher, lists_the_commands_for_a_word_that_is_none)
     folder.add("not-executable", "");
     fs::permissions(folder.path() / "ivra-bsp-not-executable", fs::perms::owner_read);
     fs::create_directory(folder.path() / "ivra-bsp-folder");
-    std::ofstream{folder.path() / "ivra-bsp-"};
+    folder.add("", "exit 3");
 
     for (const std::string word : {"three", "../one", "./one", "on", "ONE", "--verbose", "folder", "not-executable"}) {
         const run_t run = folder.run({word});

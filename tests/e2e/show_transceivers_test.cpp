@@ -630,7 +630,7 @@ TEST(show_transceivers, needs_every_write_to_a_multiplexer)
     for (const row_t& row : rows)
         for (int nth = 1; nth <= row.writes; ++nth) {
             SCOPED_TRACE(std::string{row.model} + " " + std::to_string(nth));
-            for (const std::string& effect : {eio, std::string{R"("short": 0)"}}) {
+            for (const std::string& effect : {eio, std::string{R"("short": 0)"}, std::string{R"("count": 2)"}}) {
                 rack_t rack;
                 rack.plug(row.model, cages(row.cages)).faults(rule("ivra_i2c_bus_write", nth, effect));
                 expect_failure(rack, "Cannot select I2C multiplexer channel: Input/output error");

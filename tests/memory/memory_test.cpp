@@ -235,6 +235,12 @@ void plug_cages(rack_t& rack)
               {{"xmc", R"({"ready_after": ["0 s", "0 s"]})"}, {"i2c", R"({"cages": ["sfp-10g-sr", "qsfpdd-dr4"]})"}});
 }
 
+void plug_switch(rack_t& rack)
+{
+    rack.plug("m48l_xcvu7p")
+        .host({.serial = "a-serial-longer-than-a-string-holds\n", .address = "00:1c:73:00:00:01\n"});
+}
+
 TEST(memory, that_runs_out_in_a_list_is_told)
 {
     expect_told(&plug_bmc, "list");
@@ -244,6 +250,7 @@ TEST(memory, that_runs_out_in_a_list_is_told)
 TEST(memory, that_runs_out_in_a_report_is_told)
 {
     expect_told(&plug_bmc, "show sensors");
+    expect_told(&plug_switch, "show info");
     expect_told(&plug_cages, "--json show transceivers");
 }
 

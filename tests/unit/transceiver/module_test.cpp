@@ -411,8 +411,8 @@ void expect_failures(const std::string& module, const std::vector<std::string>& 
         SCOPED_TRACE(walk[i]);
         const bool is_write = failure.call == std::string{"write"};
         const int size = is_write ? 1 : std::stoi(walk[i].substr(walk[i].rfind(' ')));
-        for (const std::string& effect :
-             {std::string{R"("errno": "EIO")"}, R"("short": )" + std::to_string(size - 1)}) {
+        for (const std::string& effect : {std::string{R"("errno": "EIO")"}, R"("short": )" + std::to_string(size - 1),
+                                          R"("count": )" + std::to_string(size + 1)}) {
             const std::string faults = failed_at(failure.call, failure.nth, effect);
             const std::string error =
                 failure.text + std::string{*failure.text == '\0' ? "" : ": "} + "Input/output error";

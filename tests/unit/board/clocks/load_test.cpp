@@ -38,6 +38,7 @@ unsigned selected_page = 0;
 // What happens besides; positions count writes from 0.
 std::optional<std::size_t> failing_write;
 std::optional<std::size_t> short_write;
+std::optional<std::size_t> long_write;
 std::optional<std::size_t> signal_during_write;
 int signal_to_raise = SIGTERM;
 bool signal_during_get_bus = false;
@@ -114,7 +115,7 @@ int ivra_i2c_bus_write_register(ivra_i2c_bus*, std::uint8_t device, std::uint8_t
         selected_page = buffer[0];
     else
         held[selected_page << 8 | reg] = buffer[0];
-    return 1;
+    return position == long_write ? 2 : 1;
 }
 
 /// Sleeps for no time at all. Pauses in a row are one event of their sum.
@@ -246,6 +247,14 @@ TEST(clock_write, that_transfers_nothing_has_failed)
 {
     on_its_bus([](v6::i2c::bus& bus) {
         short_write = 0;
+        EXPECT_EQ(outcome([&] { i2c_write(bus, 0x68, 0x16, 0x02); }), write_failed);
+    });
+}
+
+TEST(clock_write, that_transfers_more_than_one_byte_has_failed)
+{
+    on_its_bus([](v6::i2c::bus& bus) {
+        long_write = 0;
         EXPECT_EQ(outcome([&] { i2c_write(bus, 0x68, 0x16, 0x02); }), write_failed);
     });
 }
