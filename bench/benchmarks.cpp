@@ -2,6 +2,7 @@
 
 #include "Argos/argument_parser.h"
 #include "output/output.h"
+#include "text/text.h"
 #include "output/section.h"
 #include "transceiver/report/report.h"
 

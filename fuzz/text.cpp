@@ -1,6 +1,6 @@
 // Texts of devices, made fit for screens and JSON documents.
 
-#include "output/text.h"
+#include "text/text.h"
 
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>

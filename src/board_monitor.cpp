@@ -1,6 +1,6 @@
 #include "board_monitor.h"
 
-#include "text_stream.h"
+#include "text/text_stream.h"
 #include "transceiver/report/report.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "command_line.h"
 
 #include "Argos/argument_parser.h"
-#include "output/text.h"
+#include "text/text.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,6 +1,6 @@
 // ivra-bsp: runs the command ivra-bsp-<word> that lies in its own folder.
 
-#include "output/text.h"
+#include "text/text.h"
 
 #include <fcntl.h>
 #include <unistd.h>

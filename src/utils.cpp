@@ -1,7 +1,7 @@
 #include "utils.h"
 
 #include "output/output.h"
-#include "text_stream.h"
+#include "text/text_stream.h"
 
 #include <ivra/log.h>
 

@@ -2,9 +2,9 @@
 #define IVRA_BOARD_ALVEO_H
 
 #include "bmc/alveo/xmc.h"
-#include "board/mac_addresses.h"
-#include "board/sensors.h"
 #include "hw/core.h"
+#include "records/mac_addresses.h"
+#include "records/sensors.h"
 
 #include <optional>
 #include <string>

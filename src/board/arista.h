@@ -1,8 +1,8 @@
 #ifndef IVRA_BOARD_ARISTA_H
 #define IVRA_BOARD_ARISTA_H
 
-#include "board/mac_addresses.h"
 #include "hw/core.h"
+#include "records/mac_addresses.h"
 
 #include <optional>
 #include <string>

@@ -2,13 +2,13 @@
 #define IVRA_BOARD_BITTWARE_H
 
 #include "bmc/bittware/bmc.h"
-#include "board/boot_image.h"
 #include "board/cages.h"
 #include "board/helpers.h"
-#include "board/mac_addresses.h"
-#include "board/sensors.h"
+#include "records/boot_image.h"
+#include "records/mac_addresses.h"
+#include "records/sensors.h"
+#include "records/transceiver_info.h"
 #include "transceiver/power_mode.h"
-#include "transceiver/transceiver_info.h"
 
 #include <cstdint>
 #include <optional>

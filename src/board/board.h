@@ -3,9 +3,6 @@
 
 #include "board/arista.h"
 #include "board/bittware.h"
-#include "board/boot_image.h"
-#include "board/mac_addresses.h"
-#include "board/sensors.h"
 #include "board/transceiver_speed.h"
 #include "board/u200.h"
 #include "board/u50.h"
@@ -15,8 +12,11 @@
 #include "hw/flash.h"
 #include "hw/hw_top.h"
 #include "hw/mmio.h"
+#include "records/boot_image.h"
+#include "records/mac_addresses.h"
+#include "records/sensors.h"
+#include "records/transceiver_info.h"
 #include "transceiver/power_mode.h"
-#include "transceiver/transceiver_info.h"
 
 #include <optional>
 #include <stdexcept>

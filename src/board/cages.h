@@ -2,8 +2,8 @@
 #define IVRA_BOARD_CAGES_H
 
 #include "hw/i2c.h"
+#include "records/transceiver_info.h"
 #include "transceiver/power_mode.h"
-#include "transceiver/transceiver_info.h"
 
 #include <cstdint>
 #include <optional>

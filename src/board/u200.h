@@ -5,10 +5,10 @@
 #include "board/alveo.h"
 #include "board/cages.h"
 #include "board/helpers.h"
-#include "board/mac_addresses.h"
-#include "board/sensors.h"
+#include "records/mac_addresses.h"
+#include "records/sensors.h"
+#include "records/transceiver_info.h"
 #include "transceiver/power_mode.h"
-#include "transceiver/transceiver_info.h"
 
 #include <optional>
 #include <string>

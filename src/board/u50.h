@@ -5,9 +5,9 @@
 #include "board/alveo.h"
 #include "board/clocks/load.h"
 #include "board/helpers.h"
-#include "board/mac_addresses.h"
-#include "board/sensors.h"
 #include "board/transceiver_speed.h"
+#include "records/mac_addresses.h"
+#include "records/sensors.h"
 
 #include <optional>
 #include <stdexcept>

@@ -1,5 +1,7 @@
 #include "output/output.h"
 
+#include "text/text.h"
+
 #include <type_traits>
 
 namespace ivra::bsp {

@@ -1,5 +1,7 @@
 #include "output/output.h"
 
+#include "text/text.h"
+
 #include <ivra/log.h>
 
 #include <sys/ioctl.h>

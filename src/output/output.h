@@ -3,8 +3,8 @@
 
 #include "output/json_allocator.h"
 #include "output/section.h"
-#include "output/text.h"
-#include "text_stream.h"
+#include "output/terminal.h"
+#include "text/text_stream.h"
 
 #include <cstdarg>
 #include <cstdint>

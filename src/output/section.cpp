@@ -1,6 +1,6 @@
 #include "output/section.h"
 
-#include "text_stream.h"
+#include "text/text_stream.h"
 
 #include <cmath>
 #include <ios>

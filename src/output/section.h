@@ -1,7 +1,7 @@
 #ifndef IVRA_OUTPUT_SECTION_H
 #define IVRA_OUTPUT_SECTION_H
 
-#include "board/boot_image.h"
+#include "records/boot_image.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,9 +1,9 @@
 #ifndef IVRA_TRANSCEIVER_DECODE_H
 #define IVRA_TRANSCEIVER_DECODE_H
 
+#include "records/transceiver_info.h"
 #include "transceiver/memory_map.h"
 #include "transceiver/power_mode.h"
-#include "transceiver/transceiver_info.h"
 
 #include <array>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "transceiver/identifier.h"
 
-#include "text_stream.h"
+#include "text/text_stream.h"
 
 #include <ios>
 #include <stdexcept>

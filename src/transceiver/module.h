@@ -2,9 +2,9 @@
 #define IVRA_TRANSCEIVER_MODULE_H
 
 #include "hw/i2c.h"
+#include "records/transceiver_info.h"
 #include "transceiver/identifier.h"
 #include "transceiver/power_mode.h"
-#include "transceiver/transceiver_info.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,7 +1,7 @@
 #ifndef IVRA_BMC_ALVEO_CARD_INFO_H
 #define IVRA_BMC_ALVEO_CARD_INFO_H
 
-#include "board/mac_addresses.h"
+#include "records/mac_addresses.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "bmc/alveo/xmc.h"
 
 #include "hw/sleep.h"
-#include "text_stream.h"
+#include "text/text_stream.h"
 
 #include <cerrno>
 #include <chrono>

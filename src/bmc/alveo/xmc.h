@@ -3,10 +3,10 @@
 
 #include "bmc/alveo/card_info.h"
 #include "bmc/alveo/registers.h"
-#include "board/mac_addresses.h"
-#include "board/sensors.h"
 #include "hw/core.h"
 #include "hw/mutex.h"
+#include "records/mac_addresses.h"
+#include "records/sensors.h"
 
 #include <string>
 

@@ -2,10 +2,10 @@
 #define IVRA_BMC_BITTWARE_BMC_H
 
 #include "bmc/bittware/ipmi_serial.h"
-#include "board/sensors.h"
 #include "hw/core.h"
 #include "hw/mutex.h"
 #include "hw/uart.h"
+#include "records/sensors.h"
 
 #include <cstdint>
 #include <string>

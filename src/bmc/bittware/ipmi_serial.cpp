@@ -1,7 +1,7 @@
 #include "bmc/bittware/ipmi_serial.h"
 
 #include "hw/sleep.h"
-#include "text_stream.h"
+#include "text/text_stream.h"
 
 #include <ivra/log.h>
 

@@ -1,6 +1,6 @@
 #include "bmc/bittware/sdr.h"
 
-#include "text_stream.h"
+#include "text/text_stream.h"
 
 #include <algorithm>
 #include <cmath>

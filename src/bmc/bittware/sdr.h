@@ -1,7 +1,7 @@
 #ifndef IVRA_BMC_BITTWARE_SDR_H
 #define IVRA_BMC_BITTWARE_SDR_H
 
-#include "board/sensors.h"
+#include "records/sensors.h"
 
 #include <array>
 #include <cstdint>

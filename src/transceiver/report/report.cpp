@@ -1,6 +1,6 @@
 #include "transceiver/report/report.h"
 
-#include "text_stream.h"
+#include "text/text_stream.h"
 
 #include <cmath>
 #include <cstddef>

@@ -2,7 +2,7 @@
 #define IVRA_TRANSCEIVER_REPORT_REPORT_H
 
 #include "output/section.h"
-#include "transceiver/transceiver_info.h"
+#include "records/transceiver_info.h"
 
 #include <string>
 

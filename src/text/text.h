@@ -1,22 +1,11 @@
-#ifndef IVRA_OUTPUT_TEXT_H
-#define IVRA_OUTPUT_TEXT_H
+#ifndef IVRA_TEXT_TEXT_H
+#define IVRA_TEXT_TEXT_H
 
-#include "output/section.h"
-
-#include <array>
 #include <cstddef>
-#include <map>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace ivra::bsp {
-
-/// Escape sequence of every colour; all empty where colour is off.
-using color_map = std::map<color, const char*>;
-
-/// The palette of this terminal, by COLORTERM ("truecolor") and TERM ("256color").
-color_map get_color_map(bool enabled);
 
 /// Number of code points. Throws std::range_error when `s` is not UTF-8.
 std::size_t strlen_utf8(const std::string& s);
@@ -29,9 +18,6 @@ std::string printable(std::string_view s);
 
 /// `s` as a JSON document may hold it: each byte that is not part of valid UTF-8 is U+FFFD.
 std::string valid_utf8(std::string_view s);
-
-/// A border line of a table: `pieces` are its left end, its junctions and its right end; `widths` are the columns'.
-std::string get_table_sep(const std::vector<unsigned short>& widths, const std::array<std::string, 3>& pieces);
 
 } // namespace ivra::bsp
 

@@ -1,5 +1,5 @@
-#ifndef IVRA_BOARD_MAC_ADDRESSES_H
-#define IVRA_BOARD_MAC_ADDRESSES_H
+#ifndef IVRA_RECORDS_MAC_ADDRESSES_H
+#define IVRA_RECORDS_MAC_ADDRESSES_H
 
 #include "hw/mac_address.h"
 

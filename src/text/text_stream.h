@@ -1,5 +1,5 @@
-#ifndef IVRA_TEXT_STREAM_H
-#define IVRA_TEXT_STREAM_H
+#ifndef IVRA_TEXT_TEXT_STREAM_H
+#define IVRA_TEXT_TEXT_STREAM_H
 
 #include <ios>
 #include <sstream>

@@ -1,8 +1,7 @@
-#include "output/text.h"
+#include "text/text.h"
 
 #include <algorithm>
 #include <codecvt>
-#include <cstdlib>
 #include <iterator>
 #include <locale>
 #include <stdexcept>
@@ -10,28 +9,6 @@
 namespace ivra::bsp {
 
 namespace {
-
-// The colours of terminals with 24 bits and with 256 colours can be told apart by colour-blind readers; plain terminals
-// fall back to the nearest of their eight, so red and vermilion are the same there.
-// clang-format off
-struct palette_row_t { bsp::color color; const char* truecolor; const char* color256; const char* plain; };
-constexpr palette_row_t palette[] = {
-    {color::normal,    "\033[0m",                  "\033[0m",        "\033[0m"},
-    {color::bold,      "\033[1m",                  "\033[1m",        "\033[1m"},
-    {color::red,       "\033[38;2;204;121;167m",   "\033[38;5;175m", "\033[31m"},
-    {color::green,     "\033[38;2;0;158;115m",     "\033[38;5;36m",  "\033[32m"},
-    {color::yellow,    "\033[38;2;240;228;66m",    "\033[38;5;227m", "\033[33m"},
-    {color::blue,      "\033[38;2;86;180;233m",    "\033[38;5;74m",  "\033[36m"},
-    {color::orange,    "\033[38;2;230;159;0m",     "\033[38;5;172m", "\033[35m"},
-    {color::vermilion, "\033[38;2;213;94;0m",      "\033[38;5;166m", "\033[31m"},
-};
-// clang-format on
-
-bool environment_contains(const char* variable, std::string_view word)
-{
-    const char* value = std::getenv(variable);
-    return value != nullptr && std::string_view{value}.find(word) != std::string_view::npos;
-}
 
 /// Only makes the facet's destructor public, so that a converter can own it.
 template <class Facet>
@@ -100,20 +77,6 @@ bool is_hidden(char32_t code)
 
 } // namespace
 
-color_map get_color_map(bool enabled)
-{
-    auto column = &palette_row_t::plain;
-    if (environment_contains("COLORTERM", "truecolor"))
-        column = &palette_row_t::truecolor;
-    else if (environment_contains("TERM", "256color"))
-        column = &palette_row_t::color256;
-
-    color_map map;
-    for (const palette_row_t& row : palette)
-        map.emplace(row.color, enabled ? row.*column : "");
-    return map;
-}
-
 std::size_t strlen_utf8(const std::string& s)
 {
     using facet = deletable_facet<std::codecvt<char32_t, char, std::mbstate_t>>;
@@ -146,17 +109,6 @@ std::string valid_utf8(std::string_view s)
         s.remove_prefix(length == 0 ? 1 : length);
     }
     return text;
-}
-
-std::string get_table_sep(const std::vector<unsigned short>& widths, const std::array<std::string, 3>& pieces)
-{
-    std::string line = pieces[0];
-    for (std::size_t i = 0; i < widths.size(); ++i) {
-        for (int n = widths[i] + 2; n > 0; --n)
-            line += "─";
-        line += i + 1 < widths.size() ? pieces[1] : pieces[2];
-    }
-    return line;
 }
 
 } // namespace ivra::bsp

@@ -1,63 +1,12 @@
-#include "output/text.h"
+#include "text/text.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <stdexcept>
-#include <vector>
+#include <string>
 
 namespace ivra::bsp {
 namespace {
-
-std::vector<std::string> palette(bool enabled, const char* colorterm, const char* term)
-{
-    const auto set = [](const char* name, const char* value) {
-        if (value == nullptr)
-            ::unsetenv(name);
-        else
-            ::setenv(name, value, 1);
-    };
-    set("COLORTERM", colorterm);
-    set("TERM", term);
-    std::vector<std::string> escapes;
-    for (unsigned c = 0; c < 8; ++c)
-        escapes.emplace_back(get_color_map(enabled).at(static_cast<color>(c)));
-    EXPECT_EQ(get_color_map(enabled).size(), 8U);
-    return escapes;
-}
-
-const std::vector<std::string> truecolor{
-    "\033[0m",
-    "\033[1m",
-    "\033[38;2;204;121;167m",
-    "\033[38;2;0;158;115m",
-    "\033[38;2;240;228;66m",
-    "\033[38;2;86;180;233m",
-    "\033[38;2;230;159;0m",
-    "\033[38;2;213;94;0m",
-};
-const std::vector<std::string> color256{
-    "\033[0m",        "\033[1m",       "\033[38;5;175m", "\033[38;5;36m",
-    "\033[38;5;227m", "\033[38;5;74m", "\033[38;5;172m", "\033[38;5;166m",
-};
-const std::vector<std::string> plain{
-    "\033[0m", "\033[1m", "\033[31m", "\033[32m", "\033[33m", "\033[36m", "\033[35m", "\033[31m",
-};
-
-TEST(color_map, has_three_palettes_and_none_when_colour_is_off)
-{
-    EXPECT_EQ(palette(true, "truecolor", "xterm"), truecolor);
-    EXPECT_EQ(palette(true, nullptr, "xterm-256color"), color256);
-    EXPECT_EQ(palette(true, nullptr, "xterm"), plain);
-    EXPECT_EQ(palette(true, nullptr, nullptr), plain);
-    EXPECT_EQ(palette(true, "24bit", "dumb"), plain) << "only the word truecolor counts";
-    EXPECT_EQ(palette(false, "truecolor", "xterm-256color"), std::vector<std::string>(8, ""));
-}
-
-TEST(color_map, truecolor_takes_precedence_over_256color)
-{
-    EXPECT_EQ(palette(true, "xtruecolorx", "xterm-256color"), truecolor);
-}
 
 TEST(strlen_utf8, counts_code_points)
 {
@@ -71,12 +20,6 @@ TEST(strlen_utf8, invalid_utf8_is_a_range_error)
 {
     EXPECT_THROW(strlen_utf8("\xff"), std::range_error);
     EXPECT_THROW(strlen_utf8("\xc2"), std::range_error);
-}
-
-TEST(table_sep, repeats_a_line_two_wider_than_each_column)
-{
-    EXPECT_EQ(get_table_sep({4, 11}, {"┌", "┬", "┐"}), "┌──────┬─────────────┐");
-    EXPECT_EQ(get_table_sep({0}, {"<", "|", ">"}), "<──>");
 }
 
 TEST(printable, shows_control_characters_as_question_marks)

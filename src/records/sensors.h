@@ -1,5 +1,5 @@
-#ifndef IVRA_BOARD_SENSORS_H
-#define IVRA_BOARD_SENSORS_H
+#ifndef IVRA_RECORDS_SENSORS_H
+#define IVRA_RECORDS_SENSORS_H
 
 #include <string>
 #include <vector>

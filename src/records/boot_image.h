@@ -1,5 +1,5 @@
-#ifndef IVRA_BOARD_BOOT_IMAGE_H
-#define IVRA_BOARD_BOOT_IMAGE_H
+#ifndef IVRA_RECORDS_BOOT_IMAGE_H
+#define IVRA_RECORDS_BOOT_IMAGE_H
 
 #include <cstdint>
 
