@@ -2,8 +2,8 @@
 
 #include "Argos/argument_parser.h"
 #include "output/output.h"
-#include "text/text.h"
 #include "output/section.h"
+#include "text/text.h"
 #include "transceiver/report/report.h"
 
 #include <benchmark/benchmark.h>
