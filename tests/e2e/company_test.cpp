@@ -12,7 +12,6 @@
 #include <chrono>
 #include <csignal>
 #include <functional>
-#include <numeric>
 #include <string>
 #include <vector>
 
@@ -82,6 +81,25 @@ const std::string slow_outputs = "running\nOUT0  125 MHz\nOUT1  125 MHz\nOUT2  1
 const std::string fast_outputs =
     "running\nOUT0  161.1328125 MHz\nOUT1  161.1328125 MHz\nOUT2  100 MHz\nOUT3  100 MHz\n";
 
+using choose_t = std::function<std::vector<std::size_t>(const std::vector<traced_call_t>&)>;
+
+/// The platform calls of a command on a new board: those that `choose` picks, or all of them.
+std::vector<traced_call_t> calls_of(plug_t plug, const std::string& words, const choose_t& choose)
+{
+    rack_t rack;
+    plug(rack);
+    EXPECT_EQ(rack.run(words).status, 0);
+    std::vector<traced_call_t> calls = traced_calls(rack);
+    EXPECT_FALSE(calls.empty());
+    if (!choose)
+        return calls;
+    std::vector<traced_call_t> chosen;
+    for (const std::size_t position : choose(calls))
+        chosen.push_back(calls[position]);
+    EXPECT_FALSE(chosen.empty());
+    return chosen;
+}
+
 // ---- interrupted ----
 
 struct interruption_t
@@ -90,27 +108,19 @@ struct interruption_t
     std::string words;
     /// Looks at the board after the command died.
     std::function<void(rack_t&)> check;
-    std::function<std::vector<std::size_t>(const std::vector<traced_call_t>&)> choose = {};
+    choose_t choose = {};
 };
 
 /// Lets a command get SIGINT, SIGTERM, SIGHUP or SIGQUIT after each of its calls. It dies of each.
 void expect_right_after(const interruption_t& story)
 {
-    rack_t whole;
-    story.plug(whole);
-    EXPECT_EQ(whole.run(story.words).status, 0);
-    const std::vector<traced_call_t> calls = traced_calls(whole);
-    std::vector<std::size_t> positions(calls.size());
-    std::iota(positions.begin(), positions.end(), 0U);
-    if (story.choose)
-        positions = story.choose(calls);
-    ASSERT_FALSE(positions.empty());
-    for (const std::size_t position : positions) {
-        const std::size_t which = position % ending_signals.size();
-        SCOPED_TRACE(story.words + ", " + ending_names[which] + " after " + calls[position].line);
+    std::size_t which = 0;
+    for (const traced_call_t& call : calls_of(story.plug, story.words, story.choose)) {
+        which = (which + 1) % ending_signals.size();
+        SCOPED_TRACE(story.words + ", " + ending_names[which] + " after " + call.line);
         rack_t rack;
         story.plug(rack);
-        rack.faults(calls[position].fault(std::string{R"("when": "after", "signal": ")"} + ending_names[which] + '"'));
+        rack.faults(call.fault(std::string{R"("when": "after", "signal": ")"} + ending_names[which] + '"'));
         ASSERT_EQ(rack.run(story.words).status, 128 + ending_signals[which]);
         rack.environment("IVRA_VIRTUAL_FAULTS");
         story.check(rack);
@@ -221,27 +231,19 @@ struct meeting_t
     std::string neighbour;
     /// Looks at the board and at what the two have said.
     std::function<void(rack_t&, const run_t& first, const run_t& second)> check;
-    std::function<std::vector<std::size_t>(const std::vector<traced_call_t>&)> choose = {};
+    choose_t choose = {};
 };
 
 /// Lets a second command come between two platform calls of a first one, at each of them in turn: the first one stands
 /// still until the second one has ended, or waits for a lock.
 void expect_right_beside(const meeting_t& story)
 {
-    rack_t whole;
-    story.plug(whole);
-    EXPECT_EQ(whole.run(story.words).status, 0);
-    const std::vector<traced_call_t> calls = traced_calls(whole);
-    std::vector<std::size_t> positions(calls.size());
-    std::iota(positions.begin(), positions.end(), 0U);
-    if (story.choose)
-        positions = story.choose(calls);
     std::size_t waited = 0;
-    for (const std::size_t position : positions) {
-        SCOPED_TRACE(story.words + ", beside " + story.neighbour + " after " + calls[position].line);
+    for (const traced_call_t& call : calls_of(story.plug, story.words, story.choose)) {
+        SCOPED_TRACE(story.words + ", beside " + story.neighbour + " after " + call.line);
         rack_t rack;
         story.plug(rack);
-        rack.faults(calls[position].fault(R"("when": "after", "signal": "SIGSTOP")"));
+        rack.faults(call.fault(R"("when": "after", "signal": "SIGSTOP")"));
         running_t first = rack.start(story.words);
         ASSERT_TRUE(first.stops());
         running_t second = rack.start_neighbour(story.neighbour);
