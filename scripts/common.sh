@@ -36,11 +36,18 @@ quietly() {
     rm -f "$log"
 }
 
-# build FOLDER TARGET CMAKE-OPTION...: always builds and links the virtual platform, and takes warnings for errors.
+# configure FOLDER CMAKE-OPTION...: always builds and links the virtual platform, and takes warnings for errors.
+configure() {
+    local folder=$1
+    shift
+    quietly cmake -S . -B "$folder" -G Ninja -DIVRA_PLATFORM=virtual -DCMAKE_COMPILE_WARNING_AS_ERROR=ON "$@"
+}
+
+# build FOLDER TARGET CMAKE-OPTION...
 build() {
     local folder=$1 target=$2
     shift 2
-    quietly cmake -S . -B "$folder" -G Ninja -DIVRA_PLATFORM=virtual -DCMAKE_COMPILE_WARNING_AS_ERROR=ON "$@"
+    configure "$folder" "$@"
     quietly cmake --build "$folder" --target "$target"
 }
 

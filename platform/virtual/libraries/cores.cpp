@@ -42,7 +42,7 @@ field_t field_of(const ivra_hw_core* core, const ivra_hw_register_description* d
     const std::uint64_t space = core->description == nullptr ? 0 : core->description->size;
     const std::uint64_t end = (std::uint64_t{bit_offset} + width + 31) / 32 * 4;
     require(offset <= space && end <= space - offset, ERANGE);
-    return {offset + bit_offset / 32 * 4, bit_offset % 32, width};
+    return {offset + std::uint64_t{bit_offset} / 32 * 4, bit_offset % 32, width};
 }
 
 /// The words of a core's space: those of the device behind it, or else those that the board remembers.
@@ -149,7 +149,7 @@ int ivra_hw_read(ivra_hw_core* core, const ivra_hw_register_description* descrip
         const words space{*core};
         std::uint64_t bits = 0;
         for (std::uint32_t n = 0; n < field.words(); ++n) {
-            const std::uint64_t word = space.read(field.offset + 4 * n);
+            const std::uint64_t word = space.read(field.offset + std::uint64_t{4} * n);
             bits |= n == 0 ? word >> field.shift : word << (32 * n - field.shift);
         }
         c.store(value, bits & field.all());
@@ -164,7 +164,7 @@ int ivra_hw_write(ivra_hw_core* core, const ivra_hw_register_description* descri
         require(value <= field.all(), ERANGE);
         const words space{*core};
         for (std::uint32_t n = 0; n < field.words(); ++n) {
-            const std::uint64_t offset = field.offset + 4 * n;
+            const std::uint64_t offset = field.offset + std::uint64_t{4} * n;
             const std::uint32_t mask = field.mask(n);
             // Deliberate: a whole word is written without being read, as reading may do something.
             const std::uint32_t kept = mask == ~0U ? 0 : space.read(offset) & ~mask;
