@@ -1,5 +1,6 @@
 #include "board_monitor.h"
 
+#include "text/text.h"
 #include "text/text_stream.h"
 #include "transceiver/report/report.h"
 

@@ -48,8 +48,8 @@ void output::handle_log(int level, const char* /*file*/, int /*line*/, const cha
     output& out = get();
     try {
         const std::string message = format_message(format, args);
-        out.library_messages_.push_back({level == IVRA_LOG_ERROR ? 1U : 0U,
-                                         function == nullptr ? message : std::string{function} + ": " + message});
+        out.platform_messages_.push_back({level == IVRA_LOG_ERROR ? 1U : 0U,
+                                          function == nullptr ? message : std::string{function} + ": " + message});
     } catch (const std::exception&) {
         out.has_lost_message_ = true;
     }
@@ -66,7 +66,7 @@ void output::release_log() noexcept
 {
     is_holding_log_ = false;
     try {
-        for (const log_message& message : std::exchange(library_messages_, {})) {
+        for (const log_message& message : std::exchange(platform_messages_, {})) {
             if (message.kind == 1)
                 error(message.text);
             else

@@ -122,7 +122,7 @@ private:
     json_writer json_writer_{json_buffer_};
     std::vector<log_message> messages_;
     text_stream pending_line_;
-    std::vector<log_message> library_messages_; ///< of the platform, not said yet
+    std::vector<log_message> platform_messages_; ///< logged by the platform, not said yet
     bool is_holding_log_ = false;
     int stdout_error_ = 0;          ///< errno of the first failed write
     bool has_lost_message_ = false; ///< there was no memory for one of the platform's

@@ -1,8 +1,8 @@
 #include "output/section.h"
 
+#include "text/text.h"
 #include "text/text_stream.h"
 
-#include <cmath>
 #include <ios>
 #include <utility>
 
@@ -65,11 +65,6 @@ section& section::list::add_section(const std::string& section_name, const std::
 {
     entries.emplace_back(section{section_name, section_key, section_level});
     return std::get<section>(entries.back());
-}
-
-double without_nan_sign(double value)
-{
-    return std::isnan(value) ? std::abs(value) : value;
 }
 
 template <class T>

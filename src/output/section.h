@@ -103,9 +103,6 @@ struct section::entry : std::variant<stat_t, section, section::list, section::ca
     using variant::variant;
 };
 
-/// The number; of what is no number, the one without a sign ("nan" when written): the sign differs between machines.
-double without_nan_sign(double value);
-
 /// A number with `precision` decimals, a space and the unit (the space also before an empty unit).
 /// Instantiated for double.
 template <class T>

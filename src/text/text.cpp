@@ -1,6 +1,7 @@
 #include "text/text.h"
 
 #include <algorithm>
+#include <cmath>
 #include <codecvt>
 #include <iterator>
 #include <locale>
@@ -109,6 +110,11 @@ std::string valid_utf8(std::string_view s)
         s.remove_prefix(length == 0 ? 1 : length);
     }
     return text;
+}
+
+double without_nan_sign(double value)
+{
+    return std::isnan(value) ? std::abs(value) : value;
 }
 
 } // namespace ivra::bsp

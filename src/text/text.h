@@ -19,6 +19,9 @@ std::string printable(std::string_view s);
 /// `s` as a JSON document may hold it: each byte that is not part of valid UTF-8 is U+FFFD.
 std::string valid_utf8(std::string_view s);
 
+/// The number; of what is no number, the one without a sign ("nan" when written): the sign differs between machines.
+double without_nan_sign(double value);
+
 } // namespace ivra::bsp
 
 #endif

@@ -1,5 +1,6 @@
 #include "bmc/bittware/sdr.h"
 
+#include "text/text.h"
 #include "text/text_stream.h"
 
 #include <algorithm>
@@ -135,10 +136,8 @@ std::string units_text(const sensor_record_t& record)
 
 std::string value_text(const sensor_record_t& record, std::uint8_t raw)
 {
-    const double value = convert_reading(record, raw);
     text_stream text;
-    // The sign of what is no number differs between machines: it is not shown.
-    text << std::fixed << std::setprecision(2) << (std::isnan(value) ? std::abs(value) : value);
+    text << std::fixed << std::setprecision(2) << without_nan_sign(convert_reading(record, raw));
     // Deliberate: without a base unit there is no space, whatever else follows.
     if (!unit_name(record.base_unit).empty())
         text << ' ';

@@ -1,5 +1,6 @@
 #include "transceiver/report/report.h"
 
+#include "text/text.h"
 #include "text/text_stream.h"
 
 #include <cmath>
