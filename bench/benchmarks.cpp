@@ -1,14 +1,13 @@
 // What the tool itself costs, without a platform: interpreting a command line and rendering reports.
 
 #include "Argos/argument_parser.h"
-#include "output/output.h"
 #include "output/section.h"
+#include "output/terminal.h"
 #include "text/text.h"
 #include "transceiver/report/report.h"
 
 #include <benchmark/benchmark.h>
 
-#include <iostream>
 #include <sstream>
 #include <string>
 
@@ -53,15 +52,14 @@ void report_modules_of_eight_lanes(benchmark::State& state)
     const transceiver::transceiver_info_t info{
         "QSFP-DD Double Density 8X pluggable transceiver", "SAMPLE CO", "SAMPLE-1", stats, {}};
     std::ostringstream text;
-    std::streambuf* const screen = std::cout.rdbuf(text.rdbuf());
+    terminal screen{text};
     for (auto _ : state) {
         text.str({});
         section::list ports{"Transceivers", 0, {}};
         for (std::int64_t i = 0; i < state.range(0); ++i)
             add_transceiver(info, ports.add_section("Port " + std::to_string(i + 1), "Port", 1));
-        output::get().print_out_content(ports.entries, ports.level);
+        screen.print_out_content(ports.entries, ports.level);
     }
-    std::cout.rdbuf(screen);
     state.SetComplexityN(state.range(0));
 }
 BENCHMARK(report_modules_of_eight_lanes)->RangeMultiplier(2)->Range(1, 8)->Complexity(benchmark::oN);

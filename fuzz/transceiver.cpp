@@ -2,7 +2,8 @@
 // bus with a module, whose memory is the input. Everything else is a plain board of the virtual platform.
 
 #include "board.h"
-#include "output/output.h"
+#include "output/json.h"
+#include "output/terminal.h"
 #include "transceiver/module.h"
 #include "transceiver/report/report.h"
 
@@ -15,7 +16,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <iostream>
 #include <optional>
 #include <span>
 #include <sstream>
@@ -82,37 +82,20 @@ module_t plug(std::span<const std::uint8_t> input)
     return plugged;
 }
 
-// The document of a run ends with the run; here, every input has one of its own. An explicit instantiation may name
-// what is private.
-json_buffer& buffer_of(output& out);
-json_writer& writer_of(output& out);
-template <auto buffer, auto writer>
-struct access
-{
-    friend json_buffer& buffer_of(output& out) { return out.*buffer; }
-    friend json_writer& writer_of(output& out) { return out.*writer; }
-};
-template struct access<&output::json_buffer_, &output::json_writer_>;
-
 std::string text_of(const section::list& ports)
 {
     std::ostringstream text;
-    std::streambuf* const screen = std::cout.rdbuf(text.rdbuf());
-    output::get().print_line(ports.name, color::bold, ports.level);
-    output::get().print_out_content(ports.entries, ports.level);
-    std::cout.rdbuf(screen);
+    terminal screen{text};
+    screen.print_line(ports.name, color::bold, ports.level);
+    screen.print_out_content(ports.entries, ports.level);
     return text.str();
 }
 
 std::string document_of(const section::list& ports)
 {
-    output& out = output::get();
-    buffer_of(out).Clear();
-    writer_of(out).Reset(buffer_of(out));
-    writer_of(out).StartObject();
-    out.print_json_list(ports);
-    writer_of(out).EndObject();
-    return {buffer_of(out).GetString(), buffer_of(out).GetSize()};
+    json_document document;
+    document.add(ports);
+    return document.complete(true, std::nullopt, {});
 }
 
 void check(const transceiver::transceiver_info_t& info)
@@ -130,8 +113,8 @@ void check(const transceiver::transceiver_info_t& info)
     const std::string written = document_of(ports);
     rapidjson::Document document;
     document.Parse<rapidjson::kParseValidateEncodingFlag>(written.data(), written.size());
-    require(!document.HasParseError() && document["Transceivers"].Size() == 1);
-    const auto& port = document["Transceivers"][0];
+    require(!document.HasParseError() && document["data"]["Transceivers"].Size() == 1);
+    const auto& port = document["data"]["Transceivers"][0];
     require(port["Port"] == "Port 1" && port.HasMember("Error") == info.error.has_value());
     require(info.error || port["Type"] == info.type.value().c_str());
     if (port.HasMember("Channels"))
@@ -182,8 +165,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const board_t board{"bittware_xupp3r"};
     static const ivra::v6::i2c::i2c controller{board.root()};
     static ivra::v6::i2c::bus bus = controller.get_bus(1).value();
-
-    output::get().set_color_mode(color_mode_t::never);
 
     module = plug({data, size});
     const std::optional<transceiver::transceiver_info_t> report = transceiver::get_module_report(bus);

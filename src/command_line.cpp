@@ -2,6 +2,7 @@
 
 #include "Argos/argument_parser.h"
 #include "text/text.h"
+#include "text/text_stream.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -16,10 +17,17 @@ using argos::Argument;
 using argos::ArgumentParser;
 using argos::Option;
 
+/// What parsers write here, the output prints.
+text_stream& help_text()
+{
+    static text_stream instance;
+    return instance;
+}
+
 ArgumentParser make_parser(std::string program_name)
 {
     ArgumentParser parser{std::move(program_name)};
-    parser.error_filter(printable);
+    parser.error_filter(printable).help_stream(help_text());
     return parser;
 }
 
@@ -106,7 +114,7 @@ bool _help_env()
 [[noreturn]] void write_help(const auto& parser)
 {
     parser.write_help_text();
-    output::get().flush_stdout();
+    output::get().print_text(help_text().str());
     throw StopParsing{};
 }
 

@@ -2,7 +2,6 @@
 
 #include "output/output.h"
 
-#include <iostream>
 #include <optional>
 #include <string>
 
@@ -81,10 +80,8 @@ void show_all_info(board_monitor& monitor)
 {
     show_board_info(monitor);
     for (const auto show : {show_boot_image, show_flash_info, show_transceivers_info, show_sensors}) {
-        if (!output::get().is_json()) {
-            std::cout << '\n';
-            output::get().flush_stdout();
-        }
+        if (!output::get().is_json())
+            output::get().print_text("\n");
         show(monitor);
     }
 }

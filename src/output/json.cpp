@@ -1,111 +1,163 @@
-#include "output/output.h"
+#include "output/json.h"
 
 #include "text/text.h"
 
+#include <rapidjson/encodings.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <new>
 #include <type_traits>
 
 namespace ivra::bsp {
 
-void output::write_json_string(const std::string& text)
-{
-    const std::string valid = valid_utf8(text);
-    json_writer_.String(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
-}
+namespace {
 
-void output::write_json_key(const std::string& text)
+/// Memory for RapidJSON, which does not look whether it was given any: where there is none, this throws std::bad_alloc.
+/// The names are RapidJSON's.
+class json_allocator
 {
-    const std::string valid = valid_utf8(text);
-    json_writer_.Key(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
-}
+public:
+    static constexpr bool kNeedFree = true;
 
-void output::print_json_content(const section::entry& e)
-{
-    std::visit(
-        [this](const auto& node) {
-            using node_t = std::decay_t<decltype(node)>;
-            if constexpr (std::is_same_v<node_t, section::stat_t>) {
-                write_json_key(node.name);
-                write_json_string(node.value);
-            } else if constexpr (std::is_same_v<node_t, section>) {
-                print_json_section(node);
-            } else if constexpr (std::is_same_v<node_t, section::array>) {
-                write_json_key(node.first_header);
-                json_writer_.StartArray();
-                for (const section::array_entry_t& row : node.rows) {
-                    json_writer_.StartObject();
-                    write_json_key(node.row_key);
-                    write_json_string(row.name);
-                    for (std::size_t j = 0; j < row.values.size(); ++j) {
-                        write_json_key(node.headers.at(j));
-                        write_json_string(row.values[j]);
-                    }
-                    json_writer_.EndObject();
-                }
-                json_writer_.EndArray();
-            } else {
-                print_json_list(node);
-            }
-        },
-        e);
-}
-
-void output::print_json_section(const section& s)
-{
-    if (s.key) { // an item of a list: its object is open already
-        write_json_key(*s.key);
-        write_json_string(s.name);
-    } else {
-        write_json_key(s.name);
-        json_writer_.StartObject();
+    static void* Malloc(std::size_t size) { return size == 0 ? nullptr : ::operator new(size); }
+    static void* Realloc(void* old, std::size_t old_size, std::size_t size)
+    {
+        void* memory = Malloc(size);
+        if (memory != nullptr && old != nullptr)
+            std::memcpy(memory, old, std::min(old_size, size));
+        Free(old);
+        return memory;
     }
-    for (const section::entry& e : s.entries)
-        print_json_content(e);
-    if (!s.key)
-        json_writer_.EndObject();
-}
+    static void Free(void* memory) { ::operator delete(memory); }
+};
 
-void output::print_json_list(const section::list& l)
+using json_buffer = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, json_allocator>;
+using json_writer = rapidjson::Writer<json_buffer, rapidjson::UTF8<>, rapidjson::UTF8<>, json_allocator>;
+
+} // namespace
+
+/// Writes nodes at its current position, inside an object.
+class json_document::writer
 {
-    write_json_key(l.name);
-    json_writer_.StartArray();
-    for (const section::entry& e : l.entries) {
-        json_writer_.StartObject();
-        print_json_content(e);
-        json_writer_.EndObject();
+public:
+    writer()
+    {
+        json_.StartObject();
+        write_key("data");
+        json_.StartObject();
     }
-    json_writer_.EndArray();
-}
 
-void output::write_json_message(const log_message& message)
-{
-    json_writer_.StartObject();
-    write_json_key("type");
-    write_json_string(message.kind == 1 ? "error" : "info");
-    write_json_key("message");
-    write_json_string(message.text);
-    json_writer_.EndObject();
-}
-
-void output::complete_json_document()
-{
-    json_writer_.EndObject(); // "data"
-    write_json_key("status");
-    json_writer_.StartObject();
-    write_json_key("success");
-    json_writer_.Bool(success_);
-    if (final_message_) {
-        write_json_key("message");
-        write_json_string(*final_message_);
+    void write(const section& s)
+    {
+        if (s.key) { // an item of a list: its object is open already
+            write_member(*s.key, s.name);
+        } else {
+            write_key(s.name);
+            json_.StartObject();
+        }
+        for (const section::entry& e : s.entries)
+            write(e);
+        if (!s.key)
+            json_.EndObject();
     }
-    json_writer_.EndObject();
-    write_json_key("log");
-    json_writer_.StartArray();
-    for (const log_message& message : messages_)
-        write_json_message(message);
-    if (const std::string pending = pending_line_.str(); !pending.empty())
-        write_json_message({0, pending});
-    json_writer_.EndArray();
-    json_writer_.EndObject();
+
+    void write(const section::list& l)
+    {
+        write_key(l.name);
+        json_.StartArray();
+        for (const section::entry& e : l.entries) {
+            json_.StartObject();
+            write(e);
+            json_.EndObject();
+        }
+        json_.EndArray();
+    }
+
+    std::string complete(bool success, const std::optional<std::string>& final_message,
+                         const std::vector<log_message>& messages)
+    {
+        json_.EndObject(); // "data"
+        write_key("status");
+        json_.StartObject();
+        write_key("success");
+        json_.Bool(success);
+        if (final_message)
+            write_member("message", *final_message);
+        json_.EndObject();
+        write_key("log");
+        json_.StartArray();
+        for (const log_message& message : messages) {
+            json_.StartObject();
+            write_member("type", message.kind == 1 ? "error" : "info");
+            write_member("message", message.text);
+            json_.EndObject();
+        }
+        json_.EndArray();
+        json_.EndObject();
+        return {buffer_.GetString(), buffer_.GetSize()};
+    }
+
+private:
+    void write_key(const std::string& text)
+    {
+        const std::string valid = valid_utf8(text);
+        json_.Key(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
+    }
+
+    void write_member(const std::string& key, const std::string& value)
+    {
+        write_key(key);
+        const std::string valid = valid_utf8(value);
+        json_.String(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
+    }
+
+    void write(const stat_t& stat) { write_member(stat.name, stat.value); }
+
+    void write(const section::array& table)
+    {
+        write_key(table.first_header);
+        json_.StartArray();
+        for (const section::array_entry_t& row : table.rows) {
+            json_.StartObject();
+            write_member(table.row_key, row.name);
+            for (std::size_t j = 0; j < row.values.size(); ++j)
+                write_member(table.headers.at(j), row.values[j]);
+            json_.EndObject();
+        }
+        json_.EndArray();
+    }
+
+    void write(const section::entry& e)
+    {
+        std::visit([this](const auto& node) { write(node); }, e);
+    }
+
+    json_buffer buffer_;
+    json_writer json_{buffer_};
+};
+
+json_document::json_document() : writer_{std::make_unique<writer>()} {}
+
+json_document::~json_document() = default;
+
+void json_document::add(const section& report)
+{
+    writer_->write(report);
+}
+
+void json_document::add(const section::list& report)
+{
+    writer_->write(report);
+}
+
+std::string json_document::complete(bool success, const std::optional<std::string>& final_message,
+                                    const std::vector<log_message>& messages)
+{
+    return writer_->complete(success, final_message, messages);
 }
 
 } // namespace ivra::bsp

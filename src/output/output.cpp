@@ -83,11 +83,10 @@ output& output::get()
     return instance;
 }
 
-output::output() : stdout_is_tty_{::isatty(STDOUT_FILENO) == 1}, stderr_is_tty_{::isatty(STDERR_FILENO) == 1}
+output::output()
+    : stdout_is_tty_{::isatty(STDOUT_FILENO) == 1},
+      stderr_is_tty_{::isatty(STDERR_FILENO) == 1}, stdout_{std::cout}, stderr_{std::clog}
 {
-    json_writer_.StartObject();
-    json_writer_.Key("data");
-    json_writer_.StartObject();
     reset();
     ivra_log_set_handler(&handle_log);
 }
@@ -109,9 +108,8 @@ void output::reset()
     const auto colored = [this](bool is_tty) {
         return color_mode_ == color_mode_t::always || (color_mode_ == color_mode_t::automatic && is_tty);
     };
-    stdout_colors_ = get_color_map(!is_json() && colored(stdout_is_tty_));
-    stderr_colors_ = get_color_map(colored(stderr_is_tty_));
-    log_colors_ = is_json() ? stderr_colors_ : stdout_colors_;
+    stdout_.set_colors(get_color_map(!is_json() && colored(stdout_is_tty_)));
+    stderr_.set_colors(get_color_map(colored(stderr_is_tty_)));
 
     if (stdout_is_tty_ && !is_json()) {
         winsize size{};
@@ -122,31 +120,9 @@ void output::reset()
     }
 }
 
-std::ostream& output::log_stream()
-{
-    return is_json() ? std::clog : std::cout;
-}
-
-void output::flush(std::ostream& stream)
-{
-    if (&stream == &std::cout)
-        flush_stdout();
-    else
-        stream.flush();
-}
-
-void output::flush_stdout()
-{
-    std::cout.flush();
-    if (!std::cout && stdout_error_ == 0)
-        stdout_error_ = errno;
-}
-
 void output::log(const std::string& text, color c)
 {
-    std::ostream& stream = log_stream();
-    stream << log_colors_.at(c) << printable(text) << log_colors_.at(color::normal) << '\n';
-    flush(stream);
+    log_terminal().print_line(printable(text), c, 0);
     pending_line_ << text;
     messages_.push_back({0, pending_line_.str()});
     pending_line_.str({});
@@ -154,17 +130,13 @@ void output::log(const std::string& text, color c)
 
 void output::log_part(const std::string& text, color /*c*/)
 {
-    std::ostream& stream = log_stream();
-    // Deliberate: only what completes the line has a colour.
-    stream << log_colors_.at(color::normal) << printable(text) << log_colors_.at(color::normal);
-    flush(stream);
+    log_terminal().print_part(printable(text)); // Deliberate: only what completes the line has a colour.
     pending_line_ << text;
 }
 
 void output::error(const std::string& text)
 {
-    std::cerr << stderr_colors_.at(color::red) << printable(text) << stderr_colors_.at(color::normal) << '\n';
-    std::cerr.flush();
+    stderr_.print_line(printable(text), color::red, 0);
     messages_.push_back({1, text});
 }
 
@@ -186,15 +158,14 @@ void output::exit()
         error(*final_message_);
 
     if (is_json()) {
-        complete_json_document();
-        std::cout.write(json_buffer_.GetString(), static_cast<std::streamsize>(json_buffer_.GetSize()));
-        std::cout << '\n';
+        if (std::string pending = pending_line_.str(); !pending.empty())
+            messages_.push_back({0, std::move(pending)});
+        stdout_.print_text(document_.complete(success_, final_message_, messages_) + "\n");
     }
-    flush_stdout();
-    if (stdout_error_ != 0) {
+    if (const int reason = stdout_.error(); reason != 0) {
         success_ = false;
-        if (stdout_error_ != EPIPE) // a reader that went away needs no telling
-            error(std::string{"Cannot write to standard output: "} + std::strerror(stdout_error_));
+        if (reason != EPIPE) // a reader that went away needs no telling
+            error(std::string{"Cannot write to standard output: "} + std::strerror(reason));
     }
     ivra_log_set_handler(nullptr); // what the platform says from here on finds no output any more
     std::exit(success_ ? EXIT_SUCCESS : EXIT_FAILURE);

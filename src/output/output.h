@@ -1,7 +1,7 @@
 #ifndef IVRA_OUTPUT_OUTPUT_H
 #define IVRA_OUTPUT_OUTPUT_H
 
-#include "output/json_allocator.h"
+#include "output/json.h"
 #include "output/section.h"
 #include "output/terminal.h"
 #include "text/text_stream.h"
@@ -11,6 +11,7 @@
 #include <list>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace ivra::bsp {
@@ -28,23 +29,12 @@ enum class color_mode_t : std::uint32_t
     always = 2,
 };
 
-/// A message of the run.
-struct log_message
-{
-    std::uint32_t kind; ///< 0 info, 1 error
-    std::string text;
-};
-
 /// The one object through which everything that the program says passes: reports, progress, errors, messages of the
 /// platform libraries and the final status. In JSON mode standard output gets nothing but one document, at the end.
 class output
 {
 public:
-    enum class alignment_t
-    {
-        left = 0,
-        right = 1,
-    };
+    using alignment_t = bsp::alignment_t;
 
     /// The object, made on first use; from then on it also receives the platform's log.
     static output& get();
@@ -77,21 +67,27 @@ public:
     /// mode there is no document then.
     [[noreturn]] static void exit_without_memory();
 
-    // Terminal text, on standard output. Every line is flushed at once: progress is visible in a pipe, too.
-    void print_line(const std::string& text, color c, unsigned short indent);
-    void print_stat(const section::stat_t& stat, unsigned short pad, unsigned short indent);
-    void print_out_content(const std::list<section::entry>& entries, unsigned short indent);
-    void print_out_array(const section::array& table);
+    // Terminal text, on standard output, as a terminal does it.
+    void print_text(std::string_view text) { stdout_.print_text(text); }
+    void print_line(const std::string& text, color c, unsigned short indent) { stdout_.print_line(text, c, indent); }
+    void print_stat(const section::stat_t& stat, unsigned short pad, unsigned short indent)
+    {
+        stdout_.print_stat(stat, pad, indent);
+    }
+    void print_out_content(const std::list<section::entry>& entries, unsigned short indent)
+    {
+        stdout_.print_out_content(entries, indent);
+    }
+    void print_out_array(const section::array& table) { stdout_.print_out_array(table); }
     void print_table_row(const section::array_entry_t& row, const std::vector<unsigned short>& widths,
-                         alignment_t align, unsigned short indent);
+                         alignment_t align, unsigned short indent)
+    {
+        stdout_.print_table_row(row, widths, align, indent);
+    }
 
-    // JSON: written to the document at its current position, inside an object.
-    void print_json_section(const section& s);
-    void print_json_list(const section::list& l);
-
-    /// Flushes standard output and remembers why it could not be written, the first time that it could not. Whoever
-    /// writes there by another way than this object calls it afterwards.
-    void flush_stdout();
+    // JSON: written to the document.
+    void print_json_section(const section& s) { document_.add(s); }
+    void print_json_list(const section::list& l) { document_.add(l); }
 
 private:
     output();
@@ -99,14 +95,7 @@ private:
     static void handle_log(int level, const char* file, int line, const char* function, const char* format,
                            std::va_list args) noexcept;
 
-    std::ostream& log_stream();
-    void flush(std::ostream& stream);
-
-    void print_json_content(const section::entry& e);
-    void write_json_string(const std::string& text);
-    void write_json_key(const std::string& text);
-    void write_json_message(const log_message& message);
-    void complete_json_document();
+    terminal& log_terminal() { return is_json() ? stderr_ : stdout_; }
 
     std::uint16_t terminal_width_ = 0; ///< columns; 0 until known
     bool success_ = true;
@@ -115,16 +104,13 @@ private:
     bool stderr_is_tty_;
     color_mode_t color_mode_ = color_mode_t::automatic;
     output_format_t format_ = output_format_t::text;
-    color_map stdout_colors_;
-    color_map stderr_colors_;
-    color_map log_colors_;
-    json_buffer json_buffer_;
-    json_writer json_writer_{json_buffer_};
+    terminal stdout_;
+    terminal stderr_;
+    json_document document_;
     std::vector<log_message> messages_;
     text_stream pending_line_;
     std::vector<log_message> platform_messages_; ///< logged by the platform, not said yet
     bool is_holding_log_ = false;
-    int stdout_error_ = 0;          ///< errno of the first failed write
     bool has_lost_message_ = false; ///< there was no memory for one of the platform's
 };
 

@@ -1,12 +1,12 @@
 #include "output/terminal.h"
 
-#include "output/output.h"
 #include "text/text.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
-#include <iostream>
 #include <limits>
+#include <ostream>
 #include <string_view>
 #include <type_traits>
 
@@ -87,20 +87,41 @@ std::string get_table_sep(const std::vector<unsigned short>& widths, const std::
     return line;
 }
 
-void output::print_line(const std::string& text, color c, unsigned short indent)
+terminal::terminal(std::ostream& stream) : stream_{stream}, colors_{get_color_map(false)} {}
+
+void terminal::flush()
 {
-    std::cout << std::string(indent, '\t') << stdout_colors_.at(c) << text << stdout_colors_.at(color::normal) << '\n';
-    flush_stdout();
+    stream_.flush();
+    if (!stream_ && error_ == 0)
+        error_ = errno;
 }
 
-void output::print_stat(const section::stat_t& stat, unsigned short pad, unsigned short indent)
+void terminal::print_text(std::string_view text)
 {
-    print_line(bsp::printable(stat.name) + std::string(pad, ' ') + ": " + stdout_colors_.at(stat.color) +
-                   bsp::printable(stat.value) + stdout_colors_.at(color::normal),
+    stream_ << text;
+    flush();
+}
+
+void terminal::print_part(const std::string& text)
+{
+    stream_ << colors_.at(color::normal) << text << colors_.at(color::normal);
+    flush();
+}
+
+void terminal::print_line(const std::string& text, color c, unsigned short indent)
+{
+    stream_ << std::string(indent, '\t') << colors_.at(c) << text << colors_.at(color::normal) << '\n';
+    flush();
+}
+
+void terminal::print_stat(const section::stat_t& stat, unsigned short pad, unsigned short indent)
+{
+    print_line(bsp::printable(stat.name) + std::string(pad, ' ') + ": " + colors_.at(stat.color) +
+                   bsp::printable(stat.value) + colors_.at(color::normal),
                color::normal, indent);
 }
 
-void output::print_out_content(const std::list<section::entry>& entries, unsigned short indent)
+void terminal::print_out_content(const std::list<section::entry>& entries, unsigned short indent)
 {
     const auto label_length = [](const section::stat_t& stat) { return bsp::printable(stat.name).size(); };
 
@@ -127,7 +148,7 @@ void output::print_out_content(const std::list<section::entry>& entries, unsigne
     }
 }
 
-void output::print_out_array(const section::array& array)
+void terminal::print_out_array(const section::array& array)
 {
     const section::array table = printable(array);
 
@@ -152,11 +173,11 @@ void output::print_out_array(const section::array& array)
     print_line(get_table_sep(widths, {"└", "┴", "┘"}), color::normal, table.level);
 }
 
-void output::print_table_row(const section::array_entry_t& row, const std::vector<unsigned short>& widths,
-                             alignment_t align, unsigned short indent)
+void terminal::print_table_row(const section::array_entry_t& row, const std::vector<unsigned short>& widths,
+                               alignment_t align, unsigned short indent)
 {
-    const std::string c = stdout_colors_.at(row.color);
-    const std::string r = stdout_colors_.at(color::normal);
+    const std::string c = colors_.at(row.color);
+    const std::string r = colors_.at(color::normal);
 
     std::string line = "│ " + c + row.name + r + spaces(widths.at(0), row.name.size()) + " │";
     for (std::size_t j = 1; j < widths.size(); ++j) {
