@@ -3,6 +3,7 @@
 #include "text/text.h"
 #include "text/text_stream.h"
 #include "transceiver/report/report.h"
+#include "utils.h"
 
 #include <algorithm>
 #include <cmath>
@@ -116,7 +117,7 @@ section::list board_monitor::get_transceivers_info()
         if (transceiver)
             add_transceiver(*transceiver, port);
         else
-            port.add_stat<std::string>("Type", "no transceiver detected", color::normal);
+            port.add_stat("Type", transceiver::no_transceiver, color::normal);
     }
     return ports;
 }

@@ -52,6 +52,9 @@ struct stats_t
 };
 } // namespace qsfp_dd
 
+/// The type of what is in an empty cage.
+inline constexpr const char* no_transceiver = "no transceiver detected";
+
 /// A plugged module, as its memory describes it. A text that was not read, because something failed before it, is
 /// absent; one that was read may be blank.
 struct transceiver_info_t

@@ -2,7 +2,6 @@
 #define IVRA_TRANSCEIVER_IDENTIFIER_H
 
 #include <cstdint>
-#include <optional>
 #include <string_view>
 
 namespace ivra::bsp::transceiver {
@@ -16,10 +15,7 @@ enum class module_type_t
     qsfp_dd = 3,
 };
 
-/// What an identifier byte stands for (SFF-8024, Identifier Values); nothing for one without a name.
-std::optional<std::string_view> find_identifier_name(std::uint8_t identifier);
-
-/// The same, "Unknown" for one without a name.
+/// What an identifier byte stands for (SFF-8024, Identifier Values), "Unknown" for one without a name.
 std::string_view get_identifier_name(std::uint8_t identifier);
 
 /// Throws std::runtime_error for a module of no family that can be read.
