@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <functional>
-#include <stdexcept>
 #include <system_error>
 
 namespace ivra::bsp::board {
@@ -79,8 +78,7 @@ void select_channels(v6::i2c::bus& bus, std::uint8_t multiplexer, std::uint8_t m
 std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_stats(std::optional<v6::i2c::i2c>& i2c,
                                                                                    const cage_walk_t& walk)
 {
-    if (!i2c)
-        throw std::runtime_error{"Could not get transceiver statistics as no I2C MM bridge core are detected"};
+    require_i2c(i2c, "get transceiver statistics");
     mutex guard = make_i2c_mutex(*i2c);
     return locked(guard, [&] {
         std::vector<std::optional<transceiver::transceiver_info_t>> stats;
@@ -91,8 +89,7 @@ std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_sta
 
 void set_qsfp_power_mode(std::optional<v6::i2c::i2c>& i2c, const cage_walk_t& walk, transceiver::qsfp_power_mode_t mode)
 {
-    if (!i2c)
-        throw std::runtime_error{"Could not set QSFP power mode as no I2C MM bridge core are detected"};
+    require_i2c(i2c, "set QSFP power mode");
     mutex guard = make_i2c_mutex(*i2c);
     locked(guard, [&] {
         visit_cages(*i2c, walk, [mode](v6::i2c::bus& bus) {

@@ -4,6 +4,8 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <stdexcept>
+#include <string>
 #include <system_error>
 
 namespace ivra::bsp::board {
@@ -17,6 +19,12 @@ std::optional<v6::i2c::i2c> get_i2c(const hw::core& core)
                      error.what());
         return std::nullopt;
     }
+}
+
+void require_i2c(const std::optional<v6::i2c::i2c>& controller, const char* what)
+{
+    if (!controller)
+        throw std::runtime_error{std::string{"Could not "} + what + " as no I2C MM bridge core are detected"};
 }
 
 mutex make_i2c_mutex(const v6::i2c::i2c& controller)

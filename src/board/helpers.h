@@ -12,6 +12,9 @@ namespace ivra::bsp::board {
 /// The I2C controller below `core`. A board without one still works for everything else, so a failure is only logged.
 std::optional<v6::i2c::i2c> get_i2c(const hw::core& core);
 
+/// Throws std::runtime_error, which says that `what` cannot be done, for a board without an I2C controller.
+void require_i2c(const std::optional<v6::i2c::i2c>& controller, const char* what);
+
 /// Lock for what is behind a controller: whoever selects a channel or uses a device holds it from the first transfer or
 /// pin access to the last one, so that no other process comes in between. Throws std::system_error.
 mutex make_i2c_mutex(const v6::i2c::i2c& controller);

@@ -12,6 +12,8 @@ namespace {
 
 using v6::i2c::bus;
 
+constexpr auto cannot_read_channels = "Cannot read QSFP channel monitors registers"; // Deliberate: of a QSFP-DD, too
+
 /// A transfer is of all its bytes, or failed.
 hw::result<std::size_t> whole(hw::result<std::size_t> transferred, std::size_t size)
 {
@@ -60,14 +62,13 @@ void read_qsfp(bus& bus, transceiver_info_t& info)
     info.vendor_pn = read_string(bus, vendor_pn.byte);
     write(bus, page_select, module_monitors.page, cannot_select);
     const auto module = read<module_monitors>(bus, "Cannot read QSFP module monitors registers");
-    const auto channels = read<channel_monitors>(bus, "Cannot read QSFP channel monitors registers");
+    const auto channels = read<channel_monitors>(bus, cannot_read_channels);
     info.stats = decode_monitors(module, channels);
 }
 
 void read_qsfp_dd(bus& bus, transceiver_info_t& info)
 {
     using namespace cmis;
-    constexpr auto cannot_read_lanes = "Cannot read QSFP channel monitors registers"; // Deliberate: not "QSFP-DD"
     write(bus, page_select, vendor_name.page, "Cannot select QSFP-DD information memory page");
     info.vendor_name = read_string(bus, vendor_name.byte);
     write(bus, page_select, vendor_pn.page, "Cannot select QSFP-DD information page");
@@ -84,17 +85,17 @@ void read_qsfp_dd(bus& bus, transceiver_info_t& info)
     // Deliberate: selected even when nothing is read there.
     write(bus, page_select, rx_power.page, "Cannot select QSFP-DD lane status page");
     if (supported.rx_power) {
-        const auto bytes = read<rx_power>(bus, cannot_read_lanes);
+        const auto bytes = read<rx_power>(bus, cannot_read_channels);
         for (std::size_t i = 0; i < stats.lanes.size(); ++i)
             stats.lanes[i].rx_power = decode(rx_power, bytes, i);
     }
     if (supported.tx_power) {
-        const auto bytes = read<tx_power>(bus, cannot_read_lanes);
+        const auto bytes = read<tx_power>(bus, cannot_read_channels);
         for (std::size_t i = 0; i < stats.lanes.size(); ++i)
             stats.lanes[i].tx_power = decode(tx_power, bytes, i);
     }
     if (supported.tx_bias) {
-        const auto bytes = read<tx_bias>(bus, cannot_read_lanes);
+        const auto bytes = read<tx_bias>(bus, cannot_read_channels);
         for (std::size_t i = 0; i < stats.lanes.size(); ++i)
             stats.lanes[i].tx_bias = decode_tx_bias(bytes, i, supported.bias_multiplier);
     }

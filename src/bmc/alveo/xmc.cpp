@@ -22,6 +22,9 @@ constexpr std::uint8_t ready_reads = 150;
 constexpr auto mailbox_pause = 10ms; // between two looks at CONTROL
 constexpr unsigned mailbox_polls = 500;
 
+constexpr auto packet_error = "XMC mailbox packet error";
+constexpr auto cannot_read_mailbox = "Cannot read XMC mailbox content";
+
 [[noreturn]] void fail(int error, const std::string& what)
 {
     throw std::system_error{error, std::generic_category(), what};
@@ -95,14 +98,14 @@ void xmc::mailbox_wait()
         control = read(core_, registers::control, "Cannot read XMC control");
         hw::sleep(mailbox_pause);
         if (++polls == mailbox_polls)
-            fail(ETIMEDOUT, "XMC mailbox packet error");
+            fail(ETIMEDOUT, packet_error);
     } while ((control & registers::control_packet_posted) != 0);
 
     if (read(core_, registers::host_msg_error, "Cannot read XMC host msg error") == 0)
         return;
     if (hw::write(core_, registers::control, control | registers::control_clear_error))
         fail(0, "Cannot reset XMC control error"); // Deliberate: error value 0, that of the read before
-    fail(EIO, "XMC mailbox packet error");
+    fail(EIO, packet_error);
 }
 
 card_info_t xmc::read_card_info()
@@ -119,10 +122,10 @@ card_info_t xmc::exchange_card_info()
     mailbox_wait();
 
     const ivra_hw_register_description mailbox = mailbox_get_register();
-    const std::size_t size = decode_payload_size(read(core_, mailbox, "Cannot read XMC mailbox content"));
+    const std::size_t size = decode_payload_size(read(core_, mailbox, cannot_read_mailbox));
     std::vector<std::uint32_t> words((size + 3) / 4);
     for (std::size_t i = 0; i < words.size(); ++i)
-        words[i] = read(core_, advanced(mailbox, i + 1), "Cannot read XMC mailbox content");
+        words[i] = read(core_, advanced(mailbox, i + 1), cannot_read_mailbox);
 
     mailbox_wait(); // Deliberate: the response is acknowledged by the same wait as the request
     return decode_card_info(decode_payload(words, size));

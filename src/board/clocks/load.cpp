@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <chrono>
 #include <span>
-#include <stdexcept>
 #include <system_error>
 
 namespace ivra::bsp::clocks {
@@ -57,8 +56,7 @@ void load(v6::i2c::bus& bus, table_t& table)
 
 void load(const std::optional<v6::i2c::i2c>& controller, table_t& table)
 {
-    if (!controller)
-        throw std::runtime_error{"Could not apply speed configuration as no I2C MM bridge core are detected"};
+    board::require_i2c(controller, "apply speed configuration");
     auto found = controller->get_bus(bus_index);
     v6::i2c::bus& bus = found.access_value_or_throw(board::cannot_get_i2c_bus);
     mutex guard = board::make_i2c_mutex(*controller);
