@@ -1,6 +1,5 @@
 #include "board/board.h"
 
-#include <concepts>
 #include <string_view>
 
 namespace ivra::bsp::board {
@@ -15,16 +14,45 @@ struct overloaded : Visitors...
 template <class... Visitors>
 overloaded(Visitors...) -> overloaded<Visitors...>;
 
-template <class Kind>
-concept bittware_kind = std::derived_from<Kind, bittware>;
+// What a kind of boards may have.
 
-/// The kinds whose line rate can be chosen.
 template <class Kind>
-concept alveo_u5x_kind = std::same_as<Kind, u50> || std::same_as<Kind, u55c>;
+concept has_sensors = requires(Kind kind)
+{
+    kind.get_sensors();
+};
 
-/// The kinds whose cages can be reached.
 template <class Kind>
-concept cages_kind = bittware_kind<Kind> || std::same_as<Kind, u200>;
+concept has_vendor_mac_addresses = requires(Kind kind)
+{
+    kind.get_vendor_mac_addresses();
+};
+
+template <class Kind>
+concept has_cages = requires(Kind kind, transceiver::qsfp_power_mode_t mode)
+{
+    kind.get_transceivers_stats();
+    kind.set_qsfp_power_mode(mode);
+};
+
+template <class Kind>
+concept has_transceiver_speeds = requires(Kind kind, const std::vector<transceiver_speed_t>& speeds)
+{
+    kind.set_transceiver_speeds(speeds);
+};
+
+template <class Kind>
+concept has_boot_image = requires(Kind kind, boot_image_t image)
+{
+    kind.get_boot_image();
+    kind.get_current_boot_image();
+    kind.set_boot_image(image);
+};
+
+unsupported_feature only_on_bittware(const std::string& feature)
+{
+    return unsupported_feature{feature + " is only supported on Bittware boards"};
+}
 
 template <class Kind>
 board_variant make(const hw::core& root)
@@ -81,8 +109,8 @@ std::vector<v6::mac_address> board::get_mac_addresses()
 std::optional<mac_addresses_t> board::get_vendor_mac_addresses()
 {
     return std::visit(overloaded{
-                          [](arista& kind) { return kind.get_mac_addresses(); },
-                          [](auto& kind) { return kind.get_vendor_mac_addresses(); },
+                          [](has_vendor_mac_addresses auto& kind) { return kind.get_vendor_mac_addresses(); },
+                          [](auto& kind) { return kind.get_mac_addresses(); },
                       },
                       variant_);
 }
@@ -95,8 +123,8 @@ std::optional<std::string> board::get_serial()
 sensors_t board::get_sensors()
 {
     return std::visit(overloaded{
-                          [](arista&) { return sensors_t{}; },
-                          [](auto& kind) { return kind.get_sensors(); },
+                          [](has_sensors auto& kind) { return kind.get_sensors(); },
+                          [](auto&) { return sensors_t{}; },
                       },
                       variant_);
 }
@@ -105,7 +133,7 @@ std::vector<std::optional<transceiver::transceiver_info_t>> board::get_transceiv
 {
     using report_t = std::vector<std::optional<transceiver::transceiver_info_t>>;
     return std::visit(overloaded{
-                          [](cages_kind auto& kind) { return kind.get_transceivers_stats(); },
+                          [](has_cages auto& kind) { return kind.get_transceivers_stats(); },
                           [](auto& kind) -> report_t {
                               throw unsupported_feature{std::string{"Transceiver stats are unsupported for "} +
                                                         kind.family};
@@ -117,7 +145,7 @@ std::vector<std::optional<transceiver::transceiver_info_t>> board::get_transceiv
 void board::set_qsfp_power_mode(transceiver::qsfp_power_mode_t mode)
 {
     std::visit(overloaded{
-                   [mode](cages_kind auto& kind) { kind.set_qsfp_power_mode(mode); },
+                   [mode](has_cages auto& kind) { kind.set_qsfp_power_mode(mode); },
                    [](auto& kind) {
                        throw unsupported_feature{std::string{"Setting QSFP power mode is unsupported for "} +
                                                  kind.family};
@@ -129,7 +157,7 @@ void board::set_qsfp_power_mode(transceiver::qsfp_power_mode_t mode)
 void board::set_transceiver_speeds(const std::vector<transceiver_speed_t>& speeds)
 {
     std::visit(overloaded{
-                   [&speeds](alveo_u5x_kind auto& kind) { kind.set_transceiver_speeds(speeds); },
+                   [&speeds](has_transceiver_speeds auto& kind) { kind.set_transceiver_speeds(speeds); },
                    [](auto&) {
                        throw unsupported_feature{"Setting transceiver speeds is only supported on Alveo U5x boards"};
                    },
@@ -140,10 +168,8 @@ void board::set_transceiver_speeds(const std::vector<transceiver_speed_t>& speed
 boot_image_t board::get_boot_image()
 {
     return std::visit(overloaded{
-                          [](bittware_kind auto& kind) { return kind.get_boot_image(); },
-                          [](auto&) -> boot_image_t {
-                              throw unsupported_feature{"Getting boot image is only supported on Bittware boards"};
-                          },
+                          [](has_boot_image auto& kind) { return kind.get_boot_image(); },
+                          [](auto&) -> boot_image_t { throw only_on_bittware("Getting boot image"); },
                       },
                       variant_);
 }
@@ -151,11 +177,8 @@ boot_image_t board::get_boot_image()
 boot_image_t board::get_current_boot_image()
 {
     return std::visit(overloaded{
-                          [](bittware_kind auto& kind) { return kind.get_current_boot_image(); },
-                          [](auto&) -> boot_image_t {
-                              throw unsupported_feature{
-                                  "Getting current boot image is only supported on Bittware boards"};
-                          },
+                          [](has_boot_image auto& kind) { return kind.get_current_boot_image(); },
+                          [](auto&) -> boot_image_t { throw only_on_bittware("Getting current boot image"); },
                       },
                       variant_);
 }
@@ -163,8 +186,8 @@ boot_image_t board::get_current_boot_image()
 void board::set_boot_image(boot_image_t image)
 {
     std::visit(overloaded{
-                   [image](bittware_kind auto& kind) { kind.set_boot_image(image); },
-                   [](auto&) { throw unsupported_feature{"Setting boot image is only supported on Bittware boards"}; },
+                   [image](has_boot_image auto& kind) { kind.set_boot_image(image); },
+                   [](auto&) { throw only_on_bittware("Setting boot image"); },
                },
                variant_);
 }
