@@ -1,12 +1,12 @@
 #include "set_commands.h"
 
+#include "board/parameters.h"
 #include "board_monitor.h"
 #include "hw/signal_hold.h"
 #include "output/output.h"
+#include "utils.h"
 
-#include <array>
 #include <cstddef>
-#include <cstdint>
 #include <exception>
 #include <functional>
 #include <new>
@@ -99,24 +99,12 @@ void run(const board_monitor_p::Args& args, const change_t& change)
         output::get().exit(false, failure);
 }
 
-/// The record in the parameter section from which a design takes its MAC addresses, least significant bytes first:
-/// magic (4 bytes), 1 (4 bytes), 0 (8 bytes), first address (6 bytes), number of addresses (1 byte), 0.
-std::array<std::uint8_t, 24> encode_parameters(const board::mac_addresses_t& addresses)
-{
-    std::array<std::uint8_t, 24> record{0x5A, 0x5A, 0xA5, 0xA5, 1};
-    const std::uint64_t first = addresses.first.to_int();
-    for (std::size_t i = 0; i < 6; ++i)
-        record[16 + i] = static_cast<std::uint8_t>(first >> (8 * i) & 0xFFU);
-    record[22] = static_cast<std::uint8_t>(addresses.count & 0xFFU);
-    return record;
-}
-
 void write_parameters(board::board& board)
 {
     const std::optional<board::mac_addresses_t> addresses = board.get_vendor_mac_addresses();
     if (!addresses)
         throw std::runtime_error{"No vendor MAC available for this board"};
-    const std::array<std::uint8_t, 24> record = encode_parameters(*addresses);
+    const auto record = board::encode_parameters(*addresses);
     const std::vector<const char*> sections = board.get_flash()
                                                   .get_sections_char(IVRA_FLASH_SECTION_PARAMS)
                                                   .access_value_or_throw("Could not get PARAMS sections from flash");
