@@ -1,10 +1,10 @@
 #ifndef IVRA_BOARD_MONITOR_H
 #define IVRA_BOARD_MONITOR_H
 
+#include "accelerator_info.h"
 #include "board/board.h"
 #include "hw/accelerator.h"
 #include "output/section.h"
-#include "utils.h"
 
 namespace ivra::bsp {
 

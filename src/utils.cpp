@@ -1,10 +1,12 @@
 #include "utils.h"
 
+#include "accelerator_info.h"
 #include "output/output.h"
 #include "text/text_stream.h"
 
 #include <ivra/log.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <new>
@@ -61,32 +63,6 @@ std::string to_text(const v6::mac_address& address)
 }
 
 } // namespace
-
-accelerator_info::accelerator_info(const hw::accelerator_descriptor& descriptor)
-    : accelerator_{descriptor}, mmio_{accelerator_.enumerate_mmios().at(0)}, tree_{hw::enumerate_cores(mmio_)},
-      top_{tree_.root()}
-{
-}
-
-std::string accelerator_info::name() const
-{
-    const hw::properties properties = accelerator_.properties();
-    if (const auto name = properties.name(); name.has_value())
-        return name.value();
-    if (const auto index = properties.index(); index.has_value())
-        return "board-" + std::to_string(index.value());
-    return "(Unknown)";
-}
-
-std::uint32_t accelerator_info::id() const
-{
-    return accelerator_.properties().index().access_value_or_throw("Could not get accelerator ID");
-}
-
-std::string accelerator_info::board_model() const
-{
-    return top_.get_board_name().access_value_or_throw("Could not get accelerator model");
-}
 
 std::optional<hw::accelerator_descriptor> get_accelerator(const argos::ParsedArguments& args)
 {

@@ -4,13 +4,9 @@
 #include "Argos/parsed_arguments.h"
 #include "board/board.h"
 #include "hw/accelerator.h"
-#include "hw/core.h"
-#include "hw/hw_top.h"
-#include "hw/mmio.h"
 #include "output/section.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -24,30 +20,6 @@ extern const stat_t board_model;
 extern const stat_t board_base_mac;
 extern const stat_t board_serial;
 } // namespace stats
-
-/// An opened accelerator and what identifies it.
-class accelerator_info
-{
-public:
-    /// Opens the first MMIO space of an accelerator; throws std::out_of_range when it has none, std::system_error when
-    /// the platform fails.
-    explicit accelerator_info(const hw::accelerator_descriptor& descriptor);
-
-    /// The accelerator's name; "board-" and its index when it has none; "(Unknown)" when it has neither.
-    std::string name() const;
-    /// Its index. Throws std::system_error.
-    std::uint32_t id() const;
-    /// The board name that the design reports. Throws std::system_error.
-    std::string board_model() const;
-
-    const v6::hw_top::hw_top& top() const { return top_; }
-
-private:
-    hw::accelerator accelerator_;
-    hw::mmio mmio_;
-    hw::core_tree tree_;
-    v6::hw_top::hw_top top_;
-};
 
 /// The accelerator to work on: the one that --accelerator, else IVRA_BSP_ACCELERATOR, selects by index or by name; else
 /// the first. Nothing when there is none, which has been reported then. Throws std::system_error.
