@@ -21,7 +21,7 @@ namespace {
 class json_allocator
 {
 public:
-    static constexpr bool kNeedFree = true;
+    [[maybe_unused]] static constexpr bool kNeedFree = true; // a document would look at it
 
     static void* Malloc(std::size_t size) { return size == 0 ? nullptr : ::operator new(size); }
     static void* Realloc(void* old, std::size_t old_size, std::size_t size)
