@@ -1,4 +1,4 @@
-// Rack files: whatever the bytes, a rack or a rack_error; and a rack expands to a rack of the same accelerators.
+// Rack files: whatever the bytes, a rack or a file_error; and a rack expands to a rack of the same accelerators.
 #include "rack/rack.h"
 #include "rack/expand.h"
 
@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     rack_t rack;
     try {
         rack = parse_rack({text.data(), text.size()}, "rack.json");
-    } catch (const rack_error& error) {
+    } catch (const file_error& error) {
         if (!std::string_view{error.what()}.starts_with("rack.json: "))
             std::abort();
         return 0;

@@ -29,7 +29,7 @@ void signal_this_process(int signal)
 
 /// Stops this process as SIGSTOP does. A child waits for so long and then continues it; no signal that a terminal sends
 /// to both ends the child before, and it does not outlive this process.
-void stop_this_process(std::chrono::microseconds duration)
+void stop_this_process(std::chrono::nanoseconds duration)
 {
     const ::pid_t process = ::getpid();
     sigset_t all;
@@ -97,7 +97,7 @@ void call::begin()
         stop_this_process(fault_->stop);
     if (fault_->log)
         log_message(IVRA_LOG_WARNING, name_, *fault_->log);
-    if (fault_->signal != 0 && fault_->when == fault_t::before) {
+    if (fault_->signal != 0 && fault_->when == fault_moment_t::before) {
         if (tracing_ && fault_->signal == SIGKILL)
             trace_result("killed");
         signal_this_process(fault_->signal);
@@ -118,7 +118,7 @@ void call::finish_output()
 
 void call::leave()
 {
-    if (fault_ != nullptr && fault_->signal != 0 && fault_->when == fault_t::after)
+    if (fault_ != nullptr && fault_->signal != 0 && fault_->when == fault_moment_t::after)
         signal_this_process(fault_->signal);
     errno = saved_errno_;
 }
@@ -144,7 +144,7 @@ void call::fail(const char* shown_failure) noexcept
             trace_result(std::string{shown_failure} + " " + describe_error(error));
     } catch (...) { // no memory for the trace; the call fails all the same
     }
-    if (fault_ != nullptr && fault_->signal != 0 && fault_->when == fault_t::after)
+    if (fault_ != nullptr && fault_->signal != 0 && fault_->when == fault_moment_t::after)
         signal_this_process(fault_->signal);
     errno = error;
 }

@@ -2,8 +2,8 @@
 #define IVRA_VIRTUAL_CALL_H
 
 #include "libraries/api.h"
-#include "libraries/faults.h"
 #include "libraries/trace.h"
+#include "rack/fault_plan.h"
 #include "rack/rack.h"
 
 #include <cerrno>

@@ -1,8 +1,8 @@
 #ifndef IVRA_VIRTUAL_SESSION_H
 #define IVRA_VIRTUAL_SESSION_H
 
-#include "libraries/faults.h"
 #include "libraries/trace.h"
+#include "rack/fault_plan.h"
 #include "rack/rack.h"
 
 #include <optional>

@@ -1,7 +1,9 @@
 #include "document.h"
 
+#include "json/document.h"
+
 #include "rack.h"
-#include "text.h"
+#include "json/text.h"
 
 #include <rapidjson/error/en.h>
 #include <rapidjson/memorystream.h>
@@ -271,12 +273,6 @@ const Value* find(const Value& object, const char* name)
 {
     const auto member = object.FindMember(name);
     return member == object.MemberEnd() ? nullptr : &member->value;
-}
-
-void mistake(const std::filesystem::path& file, std::string_view place, std::string_view what)
-{
-    const std::string separator = place.empty() ? "" : ": ";
-    throw rack_error{printable(file.string() + ": " + std::string{place} + separator + std::string{what})};
 }
 
 rapidjson::Document read_document(std::string_view text, const std::filesystem::path& file, document_t kind)

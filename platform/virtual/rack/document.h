@@ -12,9 +12,6 @@ namespace ivra::virtual_platform {
 /// racks/rack.schema.json
 extern const std::string_view rack_schema;
 
-/// A mistake at `place`, a JSON pointer (or another place in words): "FILE: PLACE: MISTAKE". Throws rack_error.
-[[noreturn]] void mistake(const std::filesystem::path& file, std::string_view place, std::string_view what);
-
 /// The member of `object` called `name`; null when it has none.
 const rapidjson::Value* find(const rapidjson::Value& object, const char* name);
 
@@ -26,7 +23,7 @@ enum class document_t
 };
 
 /// Parses the text of a rack or module file and checks it against the schema: what is left to check is what a schema
-/// cannot say. `file` is named in errors. Throws rack_error.
+/// cannot say. `file` is named in errors. Throws file_error.
 rapidjson::Document read_document(std::string_view text, const std::filesystem::path& file,
                                   document_t kind = document_t::rack);
 

@@ -2,6 +2,7 @@
 
 #include "document.h"
 #include "node.h"
+#include "json/text.h"
 
 #include <algorithm>
 #include <string>

@@ -8,7 +8,7 @@
 
 namespace ivra::virtual_platform {
 
-/// The blocks of a module from a hexadecimal dump of its memory; `file` is named in errors. Throws rack_error.
+/// The blocks of a module from a hexadecimal dump of its memory; `file` is named in errors. Throws file_error.
 std::map<unsigned, block_t> parse_dump(std::string_view text, const std::filesystem::path& file);
 
 } // namespace ivra::virtual_platform

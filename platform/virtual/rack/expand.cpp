@@ -2,7 +2,7 @@
 
 #include "defaults.h"
 #include "open_errors.h"
-#include "text.h"
+#include "json/text.h"
 
 #include <algorithm>
 #include <iterator>

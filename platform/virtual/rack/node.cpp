@@ -1,17 +1,12 @@
 #include "node.h"
 
+#include "json/text.h"
+
 #include <algorithm>
 #include <charconv>
 #include <system_error>
 
 namespace ivra::virtual_platform {
-
-std::uint64_t parse_digits(std::string_view digits, int base)
-{
-    std::uint64_t value = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
-    return error == std::errc{} ? value : UINT64_MAX;
-}
 
 std::uint64_t read_number(const node_t& node)
 {

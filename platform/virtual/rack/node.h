@@ -2,6 +2,7 @@
 #define IVRA_VIRTUAL_NODE_H
 
 #include "document.h"
+#include "json/document.h"
 
 #include <rapidjson/document.h>
 
@@ -58,10 +59,7 @@ struct mac_range_t
     unsigned count;
 };
 
-/// A number that the schema has seen to be digits of `base`, and nothing but; saturates.
-std::uint64_t parse_digits(std::string_view digits, int base);
-
-// Values of the schema's definitions. Each throws rack_error for what the schema cannot see.
+// Values of the schema's definitions. Each throws file_error for what the schema cannot see.
 
 std::uint64_t read_number(const node_t& node);
 /// "1.5 s"; nothing for "never". What is finer than a nanosecond is dropped.

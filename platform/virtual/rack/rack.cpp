@@ -7,7 +7,7 @@
 #include "read_bmc.h"
 #include "read_i2c.h"
 #include "read_xmc.h"
-#include "text.h"
+#include "json/text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -33,20 +33,10 @@ using rapidjson::Value;
 
 namespace {
 
-constexpr std::size_t largest_file = 64U << 20U;
 constexpr std::uint64_t largest_flash = std::uint64_t{4} << 30U;
 constexpr std::uint64_t largest_sector = 16U << 20U;
 constexpr std::uint64_t largest_core = 16U << 20U;
 constexpr std::uint64_t last_address = (std::uint64_t{1} << 63U) - 1;
-
-/// A member's name as a part of a JSON pointer.
-std::string pointer_token(std::string_view name)
-{
-    std::string token;
-    for (const char c : name)
-        token += c == '~' ? "~0" : c == '/' ? "~1" : std::string{c};
-    return token;
-}
 
 /// "0x10" and nothing else.
 std::optional<std::uint64_t> parse_offset(std::string_view text)
@@ -320,24 +310,6 @@ void read_uids(const node_t& list, std::vector<accelerator_t>& accelerators)
     mistake(file, "", "cannot be read: " + std::generic_category().message(error));
 }
 
-/// Owns a file descriptor.
-class descriptor
-{
-public:
-    explicit descriptor(int number) : number_{number} {}
-    descriptor(const descriptor&) = delete;
-    descriptor& operator=(const descriptor&) = delete;
-    ~descriptor()
-    {
-        if (number_ >= 0)
-            ::close(number_);
-    }
-    int get() const { return number_; }
-
-private:
-    int number_;
-};
-
 /// File of the library or program that this code has become part of.
 std::filesystem::path this_file()
 {
@@ -391,33 +363,6 @@ std::vector<std::string> warnings(const rack_t& rack)
         }
     }
     return lines;
-}
-
-std::string read_file(const std::filesystem::path& file)
-{
-    // Deliberate: never waits for the other end of a FIFO, which is refused below.
-    const descriptor input{::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
-    struct stat status = {};
-    if (input.get() < 0 || ::fstat(input.get(), &status) != 0)
-        unreadable(file, errno);
-    if (S_ISDIR(status.st_mode))
-        unreadable(file, EISDIR);
-    if (!S_ISREG(status.st_mode))
-        mistake(file, "", "expected a regular file");
-
-    std::string text;
-    std::vector<char> piece(64U << 10U);
-    while (text.size() <= largest_file) {
-        const ssize_t count = ::read(input.get(), piece.data(), piece.size());
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            unreadable(file, errno);
-        if (count == 0)
-            return text;
-        text.append(piece.data(), static_cast<std::size_t>(count));
-    }
-    mistake(file, "", "expected a file of at most 64 MiB");
 }
 
 std::filesystem::path racks_folder()

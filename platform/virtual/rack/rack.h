@@ -4,13 +4,13 @@
 #include "bmc.h"
 #include "i2c.h"
 #include "xmc.h"
+#include "json/document.h"
 
 #include <array>
 #include <cstdint>
 #include <filesystem>
 #include <map>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -105,18 +105,10 @@ struct rack_t
     std::vector<accelerator_t> accelerators;
 };
 
-/// A rack file that cannot be used. The text names the file, the place in it (a JSON pointer, or the byte where the
-/// JSON breaks off) and what was expected there.
-class rack_error : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
-
 /// The rack that the platform libraries use: IVRA_VIRTUAL_RACK, or the showcase rack that lies beside them.
 std::filesystem::path rack_in_use();
 
-/// Reads and checks a rack file. Throws rack_error for the first mistake found.
+/// Reads and checks a rack file. Throws file_error for the first mistake found.
 rack_t load_rack(const std::filesystem::path& file);
 
 /// The same for a text that is in memory already; `file` names it in errors and becomes rack_t::file as it is.

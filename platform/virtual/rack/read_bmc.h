@@ -6,7 +6,7 @@
 
 namespace ivra::virtual_platform {
 
-/// Changes what the rack says of a board's BMC. Throws rack_error.
+/// Changes what the rack says of a board's BMC. Throws file_error.
 void read_bmc(const node_t& node, bmc_t& bmc);
 
 } // namespace ivra::virtual_platform

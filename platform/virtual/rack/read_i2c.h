@@ -10,7 +10,7 @@
 namespace ivra::virtual_platform {
 
 /// Reads what a rack says of an I2C controller over its defaults. What was read from other files is added to `text`.
-/// Throws rack_error.
+/// Throws file_error.
 void read_i2c(const node_t& node, std::string_view model, i2c_t& i2c, std::string& text);
 
 } // namespace ivra::virtual_platform

@@ -4,6 +4,7 @@
 #include "dump.h"
 #include "files.h"
 #include "rack.h"
+#include "json/text.h"
 
 #include <algorithm>
 #include <cmath>
@@ -446,7 +447,7 @@ module_t read_other_file(const node_t& node, const fs::path& file, std::string& 
         const std::string contents = read_file(file);
         text += '\n' + contents;
         return read(contents);
-    } catch (const rack_error& error) {
+    } catch (const file_error& error) {
         mistake(node.file, node.pointer, error.what());
     }
 }

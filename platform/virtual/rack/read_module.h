@@ -9,7 +9,7 @@
 namespace ivra::virtual_platform {
 
 /// Reads the module of a cage: its name, or an object. What is read from other files is added to `text`. Throws
-/// rack_error.
+/// file_error.
 module_t read_module(const node_t& node, std::string& text);
 
 } // namespace ivra::virtual_platform

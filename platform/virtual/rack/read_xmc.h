@@ -6,7 +6,7 @@
 
 namespace ivra::virtual_platform {
 
-/// Reads what a rack says of an XMC over its defaults. Throws rack_error.
+/// Reads what a rack says of an XMC over its defaults. Throws file_error.
 void read_xmc(const node_t& node, xmc_t& xmc);
 
 } // namespace ivra::virtual_platform

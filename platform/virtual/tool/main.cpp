@@ -3,8 +3,9 @@
 
 #include "rack/defaults.h"
 #include "rack/expand.h"
+#include "rack/fault_plan.h"
 #include "rack/rack.h"
-#include "rack/text.h"
+#include "json/text.h"
 
 #include <algorithm>
 #include <charconv>
@@ -39,11 +40,23 @@ struct words_t
     std::optional<std::size_t> count; ///< of --count
 };
 
-std::string accelerator_count(std::size_t count)
+std::string count_of(std::size_t count, const std::string& thing)
 {
-    if (count == 0)
-        return "no accelerators";
-    return std::to_string(count) + (count == 1 ? " accelerator" : " accelerators");
+    return (count == 0 ? "no" : std::to_string(count)) + ' ' + thing + (count == 1 ? "" : "s");
+}
+
+/// A list is a fault plan.
+void check_file(const std::string& file)
+{
+    const json::value_t document = json::parse(read_file(file), file, "a rack: { \"accelerators\": [ ... ] }");
+    if (document.as<json::list_t>() != nullptr) {
+        print(printable(file) + ": good, " + count_of(fault_plan{document, file}.size(), "rule") + '\n');
+        return;
+    }
+    const rack_t rack = load_rack(file);
+    print(printable(file) + ": good, " + count_of(rack.accelerators.size(), "accelerator") + '\n');
+    for (const std::string& warning : warnings(rack))
+        print_error(file + ": " + warning);
 }
 
 int check(const words_t& words)
@@ -51,11 +64,8 @@ int check(const words_t& words)
     int status = exit_success;
     for (const std::string& file : words.arguments) {
         try {
-            const rack_t rack = load_rack(file);
-            print(printable(file) + ": good, " + accelerator_count(rack.accelerators.size()) + '\n');
-            for (const std::string& warning : warnings(rack))
-                print_error(file + ": " + warning);
-        } catch (const rack_error& error) {
+            check_file(file);
+        } catch (const file_error& error) {
             print_error(error.what());
             status = exit_failure;
         }
@@ -119,11 +129,11 @@ constexpr std::size_t any_number = 1000;
 
 // clang-format off
 constexpr command_t commands[] = {
-    {"check", "RACK...", "Say whether rack files are good, or what is wrong",
-     "Reads each rack file and checks it. The first mistake of each is said on\n"
-     "standard error: the file, the place in it, and what was expected there. So\n"
-     "is a sensor of a good one that cannot show the value that it asks for.\n"
-     "The exit status is 0 when every file is good, else 1.\n",
+    {"check", "FILE...", "Say whether racks and fault plans are good",
+     "Reads each rack or fault plan and checks it. The first mistake of each is\n"
+     "said on standard error: the file, the place in it, and what was expected\n"
+     "there. So is a sensor of a good rack that cannot show the value that it asks\n"
+     "for. The exit status is 0 when every file is good, else 1.\n",
      1, any_number, false, &check},
     {"show", "RACK", "Show what is plugged where, and its state now",
      "Shows every accelerator of the rack: what it is, what its flash and its\n"
@@ -253,7 +263,7 @@ int run(const std::vector<std::string>& words)
         return run_command(*command, {words.begin() + 1, words.end()});
     } catch (const usage_error& error) {
         return usage(error.what(), command->name);
-    } catch (const rack_error& error) {
+    } catch (const file_error& error) {
         print_error(error.what());
     } catch (const std::exception& error) {
         print_error(word + ": " + error.what());

@@ -1,6 +1,6 @@
 #include "output.h"
 
-#include "rack/text.h"
+#include "json/text.h"
 
 #include <cerrno>
 #include <csignal>

@@ -1,8 +1,8 @@
 #include "commands.h"
 #include "output.h"
 
-#include "rack/text.h"
 #include "state/state.h"
+#include "json/text.h"
 
 #include <fstream>
 #include <stdexcept>

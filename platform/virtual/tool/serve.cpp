@@ -2,8 +2,8 @@
 #include "output.h"
 
 #include "devices/bmc.h"
-#include "rack/text.h"
 #include "state/state.h"
+#include "json/text.h"
 
 #include <algorithm>
 #include <array>

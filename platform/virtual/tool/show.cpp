@@ -9,8 +9,8 @@
 #include "devices/xmc.h"
 #include "rack/defaults.h"
 #include "rack/open_errors.h"
-#include "rack/text.h"
 #include "state/state.h"
+#include "json/text.h"
 
 #include <algorithm>
 #include <cstddef>

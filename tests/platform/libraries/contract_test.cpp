@@ -1,6 +1,6 @@
 #include "story.h"
 
-#include "libraries/calls.h"
+#include "rack/calls.h"
 
 #include <algorithm>
 #include <array>

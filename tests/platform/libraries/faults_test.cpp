@@ -1,12 +1,13 @@
 #include "story.h"
 
-#include "libraries/calls.h"
+#include "rack/calls.h"
 
 #include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 namespace ivra::platform_tests {
@@ -26,9 +27,9 @@ protected:
             EXPECT_FAILS(nullptr, EINVAL, ivra_hw_filter_create());
             ivra_mac_address address{};
             EXPECT_FAILS(-1, EINVAL, ivra_mac_address_from_int(0, &address));
-            ASSERT_EQ(log.lines().size(), 1U) << json;
-            EXPECT_THAT(log.lines()[0], ::testing::StartsWith("0 ivra_virtual_faults: " + folder.string()));
-            EXPECT_THAT(log.lines()[0], ::testing::HasSubstr(text));
+            EXPECT_THAT(log.lines(), ::testing::ElementsAre(
+                                         "0 ivra_virtual_faults: " + (folder / "faults.json").string() + ": " + text))
+                << json;
         });
     }
 };
@@ -147,7 +148,7 @@ TEST_F(faults, short_moves_fewer_bytes_and_with_an_errno_fails_after_them)
 TEST_F(faults, delay_makes_a_call_slow)
 {
     plan(
-        R"([{"call": "ivra_hw_count_accelerators", "delay": "60 ms"}, {"call": "ivra_hw_filter_create", "delay": "0.05 s"}])");
+        R"([{"call": "ivra_hw_count_accelerators", "delay": "60ms"}, {"call": "ivra_hw_filter_create", "delay": "0.05 s"}])");
     run([] {
         const auto start_time = std::chrono::steady_clock::now();
         EXPECT_EQ(ivra_hw_count_accelerators(), 1U) << "slow, but right";
@@ -382,55 +383,79 @@ TEST_F(faults, every_call_that_can_fail_takes_an_errno_and_no_other_does)
 
 TEST_F(faults, a_plan_that_is_malformed_is_refused_loudly_with_the_place_of_the_first_mistake)
 {
+    const std::string a_plan = R"(a list of at most 65536 rules: [{ "call": "ivra_hw_read", "errno": "EIO" }])";
+    const std::string a_rule = R"(a rule: { "call": "ivra_hw_read", "errno": "EIO" })";
+    const std::string an_effect = "an effect: errno, short, delay, stop, garble, count, text, log, signal or kill";
+    const std::string an_error = R"(the name of an error number, such as "EIO", or "0")";
+    const std::string a_signal = R"(the name of a signal, such as "SIGINT")";
+    const std::string a_time = R"(a time of at most an hour, such as "20 ms" or "1.5 s")";
+    const std::string some_bytes = R"(bytes as pairs of hexadecimal digits, such as "ff00")";
     const struct
     {
         std::string json, text;
     } rows[] = {
-        {"", "byte 0: expected JSON"},
-        {"[{]", "byte 2: expected JSON"},
-        {"[] x", "byte 3: expected JSON"},
-        {"{}", "top level: expected an array of rules"},
-        {"[1]", "/0: expected an object"},
+        {"", "empty, expected " + a_plan},
+        {"[{]", "line 1, column 3: not JSON: Missing a name for object member"},
+        {"[]\n x", "line 2, column 2: not JSON: The document root must not be followed by other values"},
+        {"{}", "expected " + a_plan},
+        {"[1]", "/0: expected " + a_rule},
         {R"([{"errno": "EIO"}])", R"(/0: expected a member "call")"},
         {R"([{"call": 1, "errno": "EIO"}])", "/0/call: expected the name of a platform call"},
         {R"([{"call": "ivra_hw_raed", "errno": "EIO"}])", "/0/call: expected the name of a platform call"},
         {R"([{"call": "ivra_log_log", "kill": "after"}])", "/0/call: expected the name of a platform call"},
-        {R"([{"call": "ivra_hw_read"}])", "/0: expected an effect"},
-        {R"([{"call": "ivra_hw_read", "nth": 1}])", "/0: expected an effect"},
+        {R"([{"call": "ivra_hw_read"}])", "/0: expected " + an_effect},
+        {R"([{"call": "ivra_hw_read", "nth": 1}])", "/0: expected " + an_effect},
         {R"([{"call": "ivra_hw_read", "errno": "EIO"}, {"call": "ivra_hw_read", "errno": "EOI"}])",
-         "/1/errno: expected the name of an error number"},
-        {R"([{"call": "ivra_hw_read", "errno": 5}])", "/0/errno: expected the name of an error number"},
-        {R"([{"call": "ivra_hw_read", "errno": "EIO", "tnh": 1}])", "/0/tnh: expected no such member"},
-        {R"([{"call": "ivra_hw_read", "errno": "EIO", "errno": "EIO"}])", "/0/errno: expected the member only once"},
-        {R"([{"call": "ivra_hw_read", "errno": "EIO", "nth": 0}])", "/0/nth: expected a whole number"},
-        {R"([{"call": "ivra_hw_read", "errno": "EIO", "nth": 1.5}])", "/0/nth: expected a whole number"},
-        {R"([{"call": "ivra_hw_read", "errno": "EIO", "nth": 1, "from": 1}])", R"(/0: expected "nth" or "from")"},
+         "/1/errno: expected " + an_error},
+        {R"([{"call": "ivra_hw_read", "errno": 5}])", "/0/errno: expected " + an_error},
+        {R"([{"call": "ivra_hw_read", "errno": "EIO", "tnh": 1}])",
+         "/0/tnh: unknown member, expected one of call, accelerator, nth, from, errno, short, delay, stop, garble, "
+         "count, "
+         "text, log, signal, when, kill"},
+        {R"([{"call": "ivra_hw_read", "errno": "EIO", "errno": "EIO"}])",
+         "/0/errno: expected this member once, but it comes again"},
+        {R"([{"call": "ivra_hw_read", "errno": "EIO", "nth": 0}])",
+         "/0/nth: expected a whole number, 1 to 18446744073709551615"},
+        {R"([{"call": "ivra_hw_read", "errno": "EIO", "nth": 1.5}])",
+         "/0/nth: expected a whole number, 1 to 18446744073709551615"},
+        {R"([{"call": "ivra_hw_read", "errno": "EIO", "nth": 1, "from": 1}])",
+         R"(/0: expected "nth" or "from", not both)"},
         {R"([{"call": "ivra_hw_read", "short": 1}])", "/0/short: expected no such member for ivra_hw_read"},
-        {R"([{"call": "ivra_uart_read", "short": -1}])", "/0/short: expected a whole number"},
-        {R"([{"call": "ivra_hw_core_enumerate", "short": 1, "errno": "EIO"}])", R"(/0: expected "errno" or "short")"},
-        {R"([{"call": "ivra_hw_read", "delay": 20}])", "/0/delay: expected a time"},
-        {R"([{"call": "ivra_hw_read", "delay": "20"}])", "/0/delay: expected a time"},
-        {R"([{"call": "ivra_hw_read", "delay": "ms"}])", "/0/delay: expected a time"},
-        {R"([{"call": "ivra_hw_read", "delay": "-1 ms"}])", "/0/delay: expected a time"},
-        {R"([{"call": "ivra_hw_read", "delay": "nan s"}])", "/0/delay: expected a time"},
-        {R"([{"call": "ivra_hw_read", "delay": "2 hours"}])", "/0/delay: expected a time"},
-        {R"([{"call": "ivra_hw_read", "garble": ""}])", "/0/garble: expected bytes"},
-        {R"([{"call": "ivra_hw_read", "garble": "f"}])", "/0/garble: expected bytes"},
-        {R"([{"call": "ivra_hw_read", "garble": "0x"}])", "/0/garble: expected bytes"},
+        {R"([{"call": "ivra_uart_read", "short": -1}])",
+         "/0/short: expected a whole number, 0 to 18446744073709551615"},
+        {R"([{"call": "ivra_hw_core_enumerate", "short": 1, "errno": "EIO"}])",
+         R"(/0: expected "errno" or "short", not both)"},
+        {R"([{"call": "ivra_hw_read", "delay": 20}])", "/0/delay: expected " + a_time},
+        {R"([{"call": "ivra_hw_read", "delay": "20"}])", "/0/delay: expected " + a_time},
+        {R"([{"call": "ivra_hw_read", "delay": "ms"}])", "/0/delay: expected " + a_time},
+        {R"([{"call": "ivra_hw_read", "delay": "-1 ms"}])", "/0/delay: expected " + a_time},
+        {R"([{"call": "ivra_hw_read", "delay": "nan s"}])", "/0/delay: expected " + a_time},
+        {R"([{"call": "ivra_hw_read", "delay": "2 hours"}])", "/0/delay: expected " + a_time},
+        {R"([{"call": "ivra_hw_read", "delay": "3601 s"}])", "/0/delay: expected " + a_time},
+        {R"([{"call": "ivra_hw_read", "delay": "never"}])", "/0/delay: expected " + a_time},
+        {R"([{"call": "ivra_hw_read", "kill": "now", "errno": "EOI"}, {"errno": 1}])", // the first in the file
+         R"(/0/kill: expected "before" or "after")"},
+        {R"([{"count": 1, "garble": "ff", "call": "ivra_hw_write"}])",
+         "/0/count: expected no such member for ivra_hw_write"},
+        {R"([{"call": "ivra_hw_read", "garble": ""}])", "/0/garble: expected " + some_bytes},
+        {R"([{"call": "ivra_hw_read", "garble": "f"}])", "/0/garble: expected " + some_bytes},
+        {R"([{"call": "ivra_hw_read", "garble": "0x"}])", "/0/garble: expected " + some_bytes},
         {R"([{"call": "ivra_hw_write", "garble": "ff"}])", "/0/garble: expected no such member for ivra_hw_write"},
         {R"([{"call": "ivra_hw_read", "count": 1}])", "/0/count: expected no such member for ivra_hw_read"},
         {R"([{"call": "ivra_hw_read", "text": "a"}])", "/0/text: expected no such member for ivra_hw_read"},
-        {R"([{"call": "ivra_hw_read", "stop": "20"}])", "/0/stop: expected a time"},
-        {R"([{"call": "ivra_hw_read", "log": 20}])", "/0/log: expected a text"},
-        {R"([{"call": "ivra_hw_read", "signal": "INT"}])", "/0/signal: expected the name of a signal"},
-        {R"([{"call": "ivra_hw_read", "signal": 2}])", "/0/signal: expected the name of a signal"},
+        {R"([{"call": "ivra_hw_read", "stop": "20"}])", "/0/stop: expected " + a_time},
+        {R"([{"call": "ivra_hw_read", "log": 20}])",
+         R"(/0/log: expected a text of at most 4096 bytes, or { "hex": "ff41" } for any bytes)"},
+        {R"([{"call": "ivra_hw_read", "signal": "INT"}])", "/0/signal: expected " + a_signal},
+        {R"([{"call": "ivra_hw_read", "signal": 2}])", "/0/signal: expected " + a_signal},
         {R"([{"call": "ivra_hw_read", "signal": "SIGINT", "when": "now"}])",
          R"(/0/when: expected "before" or "after")"},
         {R"([{"call": "ivra_hw_read", "errno": "EIO", "when": "after"}])", R"(/0: expected "when" only with "signal")"},
-        {R"([{"call": "ivra_hw_read", "signal": "SIGINT", "kill": "after"}])", R"(/0: expected "kill", or "signal")"},
+        {R"([{"call": "ivra_hw_read", "signal": "SIGINT", "kill": "after"}])",
+         R"(/0: expected "kill", or "signal" and "when")"},
         {R"([{"call": "ivra_hw_read", "kill": "now"}])", R"(/0/kill: expected "before" or "after")"},
         {R"([{"call": "ivra_hw_read", "accelerator": "nobody", "errno": "EIO"}])",
-         "/0/accelerator: expected the name or uid of an accelerator of "},
+         "/0/accelerator: expected the name or uid of an accelerator of " + (folder / "rack.json").string()},
         {R"([{"call": "ivra_hw_filter_create", "accelerator": "board", "errno": "EIO"}])",
          "/0/accelerator: expected no such member for ivra_hw_filter_create"},
     };
@@ -446,13 +471,14 @@ TEST_F(faults, a_plan_that_cannot_be_read_is_refused_loudly)
         const log_t log;
         EXPECT_FAILS(0U, EINVAL, ivra_hw_count_accelerators());
         EXPECT_THAT(log.lines(), ::testing::ElementsAre("0 ivra_virtual_faults: " + (folder / "faults.json").string() +
-                                                        ": cannot be read"));
+                                                        ": cannot be read: No such file or directory"));
     });
-    std::filesystem::create_directory(folder / "faults.json");
-    run([] {
+    ASSERT_EQ(::mkfifo((folder / "faults.json").c_str(), 0600), 0);
+    run([this] {
         const log_t log;
-        EXPECT_FAILS(0U, EINVAL, ivra_hw_count_accelerators());
-        EXPECT_EQ(log.lines().size(), 1U);
+        EXPECT_FAILS(0U, EINVAL, ivra_hw_count_accelerators()) << "without waiting for anybody";
+        EXPECT_THAT(log.lines(), ::testing::ElementsAre("0 ivra_virtual_faults: " + (folder / "faults.json").string() +
+                                                        ": expected a regular file"));
     });
 }
 

@@ -24,7 +24,7 @@ std::string error_of(const std::string& text)
 {
     try {
         parse_rack(text, "my.json");
-    } catch (const rack_error& error) {
+    } catch (const file_error& error) {
         return error.what();
     }
     return "no error";
@@ -34,7 +34,7 @@ std::string load_error_of(const fs::path& file)
 {
     try {
         load_rack(file);
-    } catch (const rack_error& error) {
+    } catch (const file_error& error) {
         return error.what();
     }
     return "no error";
@@ -88,7 +88,7 @@ TEST(bad_racks, a_file_name_cannot_send_control_characters_to_a_screen)
     try {
         parse_rack("{}", "a\x1b[2Jb");
         FAIL() << "no error";
-    } catch (const rack_error& error) {
+    } catch (const file_error& error) {
         EXPECT_EQ(std::string{error.what()}, R"(a\x1b[2Jb: expected a member "accelerators")");
     }
 }

@@ -2,7 +2,7 @@
 
 #include "rack/expand.h"
 #include "rack/rack.h"
-#include "rack/text.h"
+#include "json/text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -226,7 +226,7 @@ std::string dump_error(const std::string& dump)
 {
     try {
         parse_dump(dump, "my.hex");
-    } catch (const rack_error& error) {
+    } catch (const file_error& error) {
         return error.what();
     }
     return "no error";

@@ -145,6 +145,17 @@ TEST_F(tool, check_says_that_a_rack_is_good_and_how_many_accelerators_it_has)
     EXPECT_EQ(result.status, 0);
 }
 
+TEST_F(tool, check_takes_a_list_for_a_fault_plan)
+{
+    const fs::path none = file("none.json", "[]");
+    const fs::path one = file("one.json", R"([{"call": "ivra_hw_read", "delay": "20ms"}])");
+    const fs::path bad = file("bad.json", R"([{"call": "ivra_hw_raed", "errno": "EIO"}])");
+    const run_t result = run({"check", none, one, bad});
+    EXPECT_EQ(result.out, none.string() + ": good, no rules\n" + one.string() + ": good, 1 rule\n");
+    EXPECT_EQ(result.err, "ivra-virtual: " + bad.string() + ": /0/call: expected the name of a platform call\n");
+    EXPECT_EQ(result.status, 1);
+}
+
 TEST_F(tool, check_warns_of_a_sensor_that_cannot_show_its_value)
 {
     const fs::path rack = file("a.json", R"({"accelerators": [{"model": "x"}, {"model": "x", "bmc": {"sensors": [
@@ -493,7 +504,7 @@ TEST_F(tool, a_command_line_that_nobody_could_have_meant_is_64_and_says_where_he
         {{""}, "unknown command \"\"", "--help"},
         {{"chekc", "x"}, "unknown command \"chekc\"", "--help"},
         {{"--verbose"}, "unknown option \"--verbose\"", "--help"},
-        {{"check"}, "check: expected RACK...", "check --help"},
+        {{"check"}, "check: expected FILE...", "check --help"},
         {{"show"}, "show: expected RACK", "show --help"},
         {{"show", "a", "b"}, "show: unexpected argument \"b\"", "show --help"},
         {{"expand", "a", "b"}, "expand: unexpected argument \"b\"", "expand --help"},

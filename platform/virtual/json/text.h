@@ -1,5 +1,5 @@
-#ifndef IVRA_VIRTUAL_TEXT_H
-#define IVRA_VIRTUAL_TEXT_H
+#ifndef IVRA_VIRTUAL_JSON_TEXT_H
+#define IVRA_VIRTUAL_JSON_TEXT_H
 
 #include <array>
 #include <chrono>
@@ -24,6 +24,10 @@ std::string duration_text(std::chrono::nanoseconds duration);
 std::string mac_address_text(const std::array<std::uint8_t, 6>& address);
 /// 24 hexadecimal digits, most significant first.
 std::string serial_text(const std::array<std::uint32_t, 3>& serial);
+/// A number of digits of `base`, and nothing but; saturates.
+std::uint64_t parse_digits(std::string_view digits, int base);
+/// A member's name as a part of a JSON pointer.
+std::string pointer_token(std::string_view name);
 /// "0f"
 std::string hex_pair(std::uint8_t byte);
 /// "0x1002000"

@@ -1,10 +1,11 @@
-#include "text.h"
+#include "json/text.h"
 
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <iterator>
+#include <system_error>
 
 namespace ivra::virtual_platform {
 
@@ -89,6 +90,21 @@ bool is_utf8(std::string_view text)
         text.remove_prefix(length);
     }
     return true;
+}
+
+std::uint64_t parse_digits(std::string_view digits, int base)
+{
+    std::uint64_t value = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
+    return error == std::errc{} ? value : UINT64_MAX;
+}
+
+std::string pointer_token(std::string_view name)
+{
+    std::string token;
+    for (const char c : name)
+        token += c == '~' ? "~0" : c == '/' ? "~1" : std::string{c};
+    return token;
 }
 
 std::string hex_text(std::uint64_t value)

@@ -1,0 +1,72 @@
+#include "json/node.h"
+
+#include "json/text.h"
+
+#include <algorithm>
+
+namespace ivra::virtual_platform::json {
+
+void reading::note(std::size_t place, const std::string& pointer, std::string_view what)
+{
+    if (!is_beyond_mistake(place))
+        mistake_ = mistake_t{place, pointer, std::string{what}};
+}
+
+void reading::finish() const
+{
+    if (mistake_)
+        mistake(file_, mistake_->pointer, mistake_->what);
+}
+
+std::string node_t::pointer() const
+{
+    if (above_ == nullptr)
+        return "";
+    const bool is_element = above_->as<list_t>() != nullptr;
+    return above_->pointer() + '/' + (is_element ? std::to_string(index_) : pointer_token(name_));
+}
+
+void node_t::expected_at(std::initializer_list<step_t> path, std::string_view what) const
+{
+    expected_at(path.begin(), path.end(), what);
+}
+
+void node_t::expected_at(const step_t* begin, const step_t* end, std::string_view what) const
+{
+    const auto* list = as<list_t>();
+    const member_t* member = begin == end ? nullptr : find(*value_, begin->name);
+    if (member != nullptr)
+        below(*member).expected_at(begin + 1, end, what);
+    else if (begin != end && list != nullptr && begin->index < list->size())
+        below(*list, begin->index).expected_at(begin + 1, end, what);
+    else
+        expected(what);
+}
+
+const value_t& node_t::value_at(std::initializer_list<step_t> path) const
+{
+    static const value_t nothing;
+    const value_t* value = value_;
+    for (const step_t& step : path) {
+        const auto* list = value->as<list_t>();
+        const member_t* member = find(*value, step.name);
+        if (member != nullptr)
+            value = &member->value;
+        else if (list != nullptr && step.index < list->size())
+            value = &(*list)[step.index];
+        else
+            return nothing;
+    }
+    return *value;
+}
+
+const member_t* find(const value_t& object, std::string_view name)
+{
+    const auto* members = object.as<object_t>();
+    if (members == nullptr)
+        return nullptr;
+    const auto found = std::ranges::find(*members, name, &member_t::name);
+    return found == members->end() ? nullptr : &*found;
+}
+
+} // namespace ivra::virtual_platform::json

@@ -1,0 +1,96 @@
+#ifndef IVRA_VIRTUAL_JSON_NODE_H
+#define IVRA_VIRTUAL_JSON_NODE_H
+
+#include "json/document.h"
+
+#include <cstddef>
+#include <filesystem>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace ivra::virtual_platform::json {
+
+/// The reading of one file. Of several mistakes the one that comes first in the file counts.
+class reading
+{
+public:
+    explicit reading(const std::filesystem::path& file) : file_{file} {}
+
+    const std::filesystem::path& file() const { return file_; }
+
+    void note(std::size_t place, const std::string& pointer, std::string_view what);
+    /// Whether a mistake came before this place: what stands there does not count any more.
+    bool is_beyond_mistake(std::size_t place) const { return mistake_ && mistake_->place <= place; }
+    /// Throws file_error when there was a mistake.
+    void finish() const;
+
+private:
+    struct mistake_t
+    {
+        std::size_t place;
+        std::string pointer, what;
+    };
+
+    const std::filesystem::path& file_;
+    std::optional<mistake_t> mistake_;
+};
+
+/// One step from a value to one below it: a member's name, or an element's index.
+struct step_t
+{
+    step_t(const char* member) : name{member} {}
+    step_t(std::size_t element) : index{element} {}
+
+    std::string_view name{};
+    std::size_t index = 0;
+};
+
+/// A value that is being read, and the way to it from the top of the document. The node above outlives it.
+class node_t
+{
+public:
+    node_t(const value_t& value, json::reading& reading) : value_{&value}, reading_{&reading} {}
+
+    const value_t& value() const { return *value_; }
+    json::reading& reading() const { return *reading_; }
+
+    /// Null when the value is of another type.
+    template <class T>
+    const T* as() const
+    {
+        return value_->as<T>();
+    }
+
+    node_t below(const member_t& member) const { return {member.value, *this, member.name, 0}; }
+    node_t below(const list_t& list, std::size_t index) const { return {list[index], *this, {}, index}; }
+
+    /// Notes a mistake, here or at the last part of `path` that there is.
+    void expected(std::string_view what) const { note(value_->place, "expected " + std::string{what}); }
+    void expected_at(std::initializer_list<step_t> path, std::string_view what) const;
+    /// null when there is nothing there.
+    const value_t& value_at(std::initializer_list<step_t> path) const;
+    void note(std::size_t place, const std::string& what) const { reading_->note(place, pointer(), what); }
+
+private:
+    node_t(const value_t& value, const node_t& above, std::string_view name, std::size_t index)
+        : value_{&value}, reading_{above.reading_}, above_{&above}, name_{name}, index_{index}
+    {
+    }
+    std::string pointer() const;
+    void expected_at(const step_t* begin, const step_t* end, std::string_view what) const;
+
+    const value_t* value_;
+    json::reading* reading_;
+    const node_t* above_ = nullptr;
+    std::string_view name_{};
+    std::size_t index_ = 0;
+};
+
+/// The member of an object; null when it has none of the name, or is no object.
+const member_t* find(const value_t& object, std::string_view name);
+
+} // namespace ivra::virtual_platform::json
+
+#endif
