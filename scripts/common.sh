@@ -36,7 +36,7 @@ quietly() {
     rm -f "$log"
 }
 
-# configure FOLDER CMAKE-OPTION...: always builds and links the virtual platform, and takes warnings for errors.
+# configure FOLDER CMAKE-OPTION...: always links with the virtual platform, and takes warnings for errors.
 configure() {
     local folder=$1
     shift
@@ -53,7 +53,7 @@ build() {
 
 # use_virtual_platform FOLDER: no program started from here on reaches a real board.
 use_virtual_platform() {
-    export LD_LIBRARY_PATH=$PWD/$1/lib
+    export LD_LIBRARY_PATH=$PWD/$1/lib/ivra-virtual
 }
 
 # run_tests FOLDER CTEST-OPTION...: ends with ctest's own summary.

@@ -367,14 +367,14 @@ std::vector<std::string> warnings(const rack_t& rack)
 
 std::filesystem::path racks_folder()
 {
-    // lib/ and bin/ lie beside share/; a library may lie one deeper, as in lib/x86_64-linux-gnu.
-    const std::filesystem::path prefix = this_file().parent_path().parent_path();
+    // bin/ lies beside share/; libraries lie one or two folders deeper, as in lib/x86_64-linux-gnu/ivra-virtual.
+    const std::filesystem::path folder = this_file().parent_path();
     const std::filesystem::path racks = "share/ivra/racks";
     std::error_code ignored;
-    return std::filesystem::exists(prefix / racks, ignored) ||
-                   !std::filesystem::exists(prefix.parent_path() / racks, ignored)
-               ? prefix / racks
-               : prefix.parent_path() / racks;
+    for (const char* prefix : {"../..", "../../.."})
+        if (std::filesystem::exists(folder / prefix / racks, ignored))
+            return (folder / prefix / racks).lexically_normal();
+    return (folder / ".." / racks).lexically_normal();
 }
 
 std::filesystem::path rack_in_use()

@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
 #include <iterator>
-#include <regex>
 #include <set>
 
 #include <dlfcn.h>
@@ -176,18 +174,9 @@ TEST_F(contract, a_call_that_succeeds_leaves_errno_alone)
 
 TEST_F(contract, the_table_of_calls_is_the_one_of_the_headers)
 {
-    std::set<std::string> declared;
-    const std::filesystem::path headers = IVRA_PLATFORM_HEADERS;
-    const std::regex declaration{R"((ivra_[a-z0-9_]+)\()"};
-    for (const auto& entry : std::filesystem::directory_iterator{headers}) {
-        const std::string text =
-            std::regex_replace(read(entry.path()), std::regex{R"(/\*[^*]*\*+([^/*][^*]*\*+)*/)"}, "");
-        for (std::sregex_iterator match{text.begin(), text.end(), declaration}, end; match != end; ++match) {
-            if ((*match)[1].str().rfind("ivra_log_", 0) !=
-                0) // the log is no hardware: it can neither fail nor be traced
-                declared.insert((*match)[1]);
-        }
-    }
+    std::set<std::string> declared = declared_functions();
+    // the log is no hardware: it can neither fail nor be traced
+    std::erase_if(declared, [](const std::string& name) { return name.starts_with("ivra_log_"); });
     std::set<std::string> known;
     for (const auto& row : virtual_platform::calls) {
         known.emplace(row.name);

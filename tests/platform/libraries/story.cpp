@@ -201,6 +201,21 @@ ivra_hw_core* opened::core(std::uint32_t hardware_id, std::size_t n) const
     return cores.at(n);
 }
 
+std::set<std::string> declared_functions()
+{
+    const std::regex comment{R"(/\*[^*]*\*+([^/*][^*]*\*+)*/)"};
+    const std::regex declaration{R"((ivra_[a-z0-9_]+)\()"};
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator{IVRA_PLATFORM_HEADERS}) {
+        std::ostringstream stream;
+        stream << std::ifstream{entry.path()}.rdbuf();
+        const std::string text = std::regex_replace(stream.str(), comment, "");
+        for (std::sregex_iterator match{text.begin(), text.end(), declaration}, end; match != end; ++match)
+            names.insert((*match)[1]);
+    }
+    return names;
+}
+
 std::uint64_t read_word(ivra_hw_core* core, std::uint64_t offset)
 {
     const ivra_hw_register_description word{offset, 0, 32, "word"};

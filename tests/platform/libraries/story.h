@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -122,6 +123,9 @@ public:
 
     std::vector<const ivra_hw_accelerator_descriptor*> handles;
 };
+
+/// Names of all functions that the platform's headers declare.
+std::set<std::string> declared_functions();
 
 std::uint64_t read_word(ivra_hw_core* core, std::uint64_t offset);
 void write_word(ivra_hw_core* core, std::uint64_t offset, std::uint64_t value);
