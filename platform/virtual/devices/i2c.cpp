@@ -118,8 +118,8 @@ class module_target final : public memory_target
 public:
     module_target(const i2c_t& i2c, std::size_t cage, bool is_second_device, mapped_file& file)
         : memory_target{file, places_of(i2c).cages.at(cage) + (is_second_device ? 1U : 0U)}, file_{file},
-          start_{places_of(i2c).cages.at(cage) + cage_counters}, module_{remembered(i2c, cage, file)},
-          is_second_device_{is_second_device}
+          start_{places_of(i2c).cages.at(cage) + cage_counters}, plugged_{*i2c.cages.at(cage).module},
+          module_{remembered(i2c, cage, file)}, is_second_device_{is_second_device}
     {
     }
 
@@ -138,11 +138,12 @@ private:
 
     std::uint8_t read_byte(std::uint8_t at) override
     {
-        return visible_byte(module_, place_of(module_, is_second_device_, at));
+        return visible_byte(module_, plugged_, place_of(module_, is_second_device_, at));
     }
 
     mapped_file& file_;
     std::uint64_t start_;
+    const module_t& plugged_; ///< as it was
     module_t module_;
     bool is_second_device_;
 };

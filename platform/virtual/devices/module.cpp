@@ -125,8 +125,10 @@ std::size_t place_of(const module_t& module, bool is_second_device, std::uint8_t
     return upper(module.has_block(page + std::size_t{1}) ? page : std::size_t{0}, at);
 }
 
-std::uint8_t visible_byte(const module_t& module, std::size_t place)
+std::uint8_t visible_byte(const module_t& module, const module_t& start, std::size_t place)
 {
+    if (module.captured && power_mode_of(module) == power_mode_of(start))
+        return module.byte(place); // it was read in this mode
     if (module.map == memory_map_t::cmis && place == cmis_state) {
         const std::uint8_t state = saves_power(module) ? cmis_state_low_power : cmis_state_ready;
         return static_cast<std::uint8_t>((module.byte(place) & ~cmis_state_mask) | state);

@@ -26,8 +26,8 @@ power_mode_t power_mode_of(const module_t& module);
 /// The place that a host reaches at a byte of device 0x50, or of 0x51, which is the other half of an SFP.
 std::size_t place_of(const module_t& module, bool is_second_device, std::uint8_t at);
 
-/// A byte as its host reads it.
-std::uint8_t visible_byte(const module_t& module, std::size_t place);
+/// A byte as its host reads it, of a module that was `start` when it was plugged in.
+std::uint8_t visible_byte(const module_t& module, const module_t& start, std::size_t place);
 
 /// What becomes of a byte that its host writes; nothing: it stays as it is.
 std::optional<std::uint8_t> written_byte(const module_t& module, std::size_t place, std::uint8_t value);

@@ -374,6 +374,8 @@ Value module_value(const module_t& module, allocator_t& allocator)
     object.AddMember("map", plain(maps[static_cast<std::size_t>(module.map)], allocator), allocator);
     if (!is_sfp)
         object.AddMember("low_power_pin", module.low_power_pin, allocator);
+    if (module.captured)
+        object.AddMember("captured", true, allocator);
     object.AddMember("memory", memory, allocator);
     return object;
 }

@@ -1,7 +1,8 @@
 #ifndef IVRA_VIRTUAL_RACK_MODULE_H
 #define IVRA_VIRTUAL_RACK_MODULE_H
 
-#include <array>
+#include "devices/module/memory.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -9,17 +10,6 @@
 #include <string>
 
 namespace ivra::virtual_platform {
-
-/// How the memory of a transceiver is laid out.
-enum class memory_map_t
-{
-    sfp,  ///< SFF-8472: A0h at address 0x50, and A2h at 0x51
-    qsfp, ///< SFF-8636: a lower page, and upper pages selected by byte 127
-    cmis  ///< CMIS: the same, with other contents
-};
-
-inline constexpr std::size_t block_size = 128;
-using block_t = std::array<std::uint8_t, block_size>;
 
 /// A transceiver as it is plugged in. Its memory is counted in bytes from the start of block 0:
 /// block 0 is the lower half of A0h or the lower page, block 1 the upper half of A0h or page 00h, and then come the
@@ -29,6 +19,7 @@ struct module_t
     memory_map_t map = memory_map_t::qsfp;
     std::map<unsigned, block_t> blocks; ///< 0 and 1 are always there
     bool low_power_pin = false;         ///< whether its cage's pin asks it to save power
+    bool captured = false; ///< the memory is that of a real one: it tells its state until the host sets the power mode
 
     std::uint8_t byte(std::size_t place) const;
     void set_byte(std::size_t place, std::uint8_t value); ///< makes the block when there is none

@@ -1,9 +1,10 @@
 #include "read_module.h"
 
 #include "document.h"
-#include "dump.h"
 #include "files.h"
 #include "rack.h"
+
+#include "devices/module/dump.h"
 #include "json/text.h"
 
 #include <algorithm>
@@ -119,14 +120,6 @@ constexpr std::size_t identifier_place = 0;
 const map_row_t& row_of(memory_map_t map)
 {
     return *std::ranges::find(maps, map, &map_row_t::map);
-}
-
-/// The map that modules of an identifier (SFF-8024, table 4-1) have.
-memory_map_t map_of(std::uint8_t identifier)
-{
-    constexpr std::uint8_t sfp = 0x03;
-    constexpr std::uint8_t first_cmis = 0x18;
-    return identifier == sfp ? memory_map_t::sfp : identifier >= first_cmis ? memory_map_t::cmis : memory_map_t::qsfp;
 }
 
 std::string_view name_of(const rapidjson::Value& name)
@@ -433,6 +426,11 @@ module_t read_whole_module(const node_t& node)
         node.expected(R"(a member "map": "sfp", "qsfp" or "cmis")");
     module_t module;
     module.map = *map;
+    if (const auto captured = node.member("captured")) {
+        if (!memory)
+            captured->expected("no such member without memory");
+        module.captured = captured->value.GetBool();
+    }
     if (memory)
         read_memory(*memory, module);
     read_fields(node, module, !memory);
@@ -441,7 +439,7 @@ module_t read_whole_module(const node_t& node)
 
 /// Reads a file that a cage names. What is wrong with it is the cage's mistake.
 template <class Read>
-module_t read_other_file(const node_t& node, const fs::path& file, std::string& text, Read read)
+auto read_other_file(const node_t& node, const fs::path& file, std::string& text, Read read)
 {
     try {
         const std::string contents = read_file(file);
@@ -468,21 +466,137 @@ module_t read_named_module(const node_t& node, std::string& text)
     });
 }
 
-module_t read_dump(const node_t& node, std::optional<memory_map_t> map, std::string& text)
+// ---- dumps ----
+
+/// A module that dumps make.
+struct captured_t
 {
-    const std::string path = read_text(node);
+    module_t module;
+    fs::path file; ///< the last one
+    std::size_t last_line = 0;
+    std::set<std::size_t> repeated; ///< blocks that were page 00h again: the module does not have these pages
+};
+
+/// "line 7" of a dump, or nothing of a binary one.
+std::string line_text(std::size_t line)
+{
+    return line == 0 ? "" : "line " + std::to_string(line);
+}
+
+/// What a rack calls the part of a module that a dump is: as the members of "memory", but pages in small letters.
+dump_label_t read_page(const node_t& node)
+{
+    dump_label_t label;
+    const std::string_view name = node.patterned_text();
+    if (name == "A0" || name == "A2") {
+        label.device = name == "A0" ? module_device : diagnostics_device;
+    } else {
+        label.is_upper = name != "lower";
+        if (*label.is_upper)
+            label.page = static_cast<std::uint8_t>(parse_digits(name, 16));
+    }
+    return label;
+}
+
+/// The number of a block; nothing when modules here have no such one.
+std::optional<unsigned> block_of(const dump_place_t& place, memory_map_t map)
+{
+    if (map == memory_map_t::sfp && place.page == 0 && place.bank == 0)
+        return (place.device == module_device ? 0U : 2U) + (place.is_upper ? 1U : 0U);
+    if (map == memory_map_t::sfp || place.device != module_device || place.bank != 0)
+        return std::nullopt;
+    return place.is_upper ? place.page + 1U : 0U;
+}
+
+/// A dump that a cage names: its member "dump", or an element of that.
+dump_t read_dump_file(const node_t& cage, const node_t& dump, std::optional<memory_map_t> map, std::string& text,
+                      fs::path& file)
+{
+    const std::string path = read_text(dump);
     if (path.empty() || path.find('\0') != std::string::npos)
-        node.expected("the path of a file");
-    const fs::path file = node.file.parent_path() / path;
-    return read_other_file(node, file, text, [&](const std::string& contents) {
-        module_t module;
-        module.blocks = parse_dump(contents, file);
-        module.map = map.value_or(map_of(module.byte(identifier_place)));
-        const std::size_t last = module.map == memory_map_t::sfp ? a2(block_size) / block_size : last_block;
-        if (module.blocks.rbegin()->first > last)
-            mistake(file, "", "expected A0 and A2 alone, as of an SFP: at most 512 bytes");
-        return module;
+        dump.expected("the path of a file");
+    file = dump.file.parent_path() / path;
+    const auto page = cage.member("page");
+    const dump_hint_t hint{map, page ? std::optional{read_page(*page)} : std::nullopt};
+    return read_other_file(dump, file, text, [&](const std::string& contents) {
+        try {
+            return read_dump(contents, hint);
+        } catch (const dump_error& error) {
+            mistake(file, line_text(error.line), error.what());
+        }
     });
+}
+
+captured_t read_dumps(const node_t& cage, const node_t& dump, std::optional<memory_map_t> map, std::string& text)
+{
+    captured_t captured;
+    std::map<dump_place_t, dump_page_t> pages;
+    for (std::size_t at = 0; at < (dump.value.IsArray() ? dump.size() : 1); ++at) {
+        const node_t part = dump.value.IsArray() ? dump.element(at) : cage;
+        const dump_t read = read_dump_file(part, part.required("dump"), map, text, captured.file);
+        captured.last_line = read.last_line;
+        for (const auto& [place, page] : read.pages)
+            if (const auto [other, is_new] = pages.insert({place, page}); !is_new && other->second.bytes != page.bytes)
+                mistake(cage.file, part.pointer,
+                        captured.file.string() + ": " + line_text(page.line) + ": expected " + text_of(place) +
+                            " once, or the same again");
+    }
+    const auto lower = pages.find({});
+    if (lower == pages.end())
+        dump.expected("the lower page, or A0h, among the dumps");
+    module_t& module = captured.module;
+    module.captured = true;
+    const std::uint8_t identifier = lower->second.bytes.front();
+    module.map = map ? *map : map_of(identifier).value_or(memory_map_t::qsfp);
+    for (const auto& [place, page] : pages) {
+        const auto block = block_of(place, module.map);
+        if (!block)
+            dump.expected("no " + text_of(place) + ": of modules with identifier 0x" + hex_pair(identifier) +
+                          " there is none here");
+        module.blocks[*block] = page.bytes;
+    }
+    if (module.map != memory_map_t::sfp && module.has_block(1))
+        std::erase_if(module.blocks, [&](const auto& block) {
+            const bool is_repeated = block.first > 1 && block.second == module.blocks.at(1);
+            if (is_repeated)
+                captured.repeated.insert(block.first);
+            return is_repeated;
+        });
+    return captured;
+}
+
+/// A part of a module that has to be there while bits of a byte have a value.
+struct advertised_t
+{
+    memory_map_t map;
+    std::size_t byte;
+    std::uint8_t mask, value;
+    std::size_t block;
+    const char* what;
+};
+
+// clang-format off
+constexpr advertised_t advertised[] = {
+    {memory_map_t::sfp,  calibration_place, 0x44, 0x40, 2, R"(A2h, as byte 92 says that the module measures ("calibration": "none" beside the dump says otherwise))"},
+    {memory_map_t::qsfp, 0, 0x00, 0x00, 1,                        "page 00h"},
+    {memory_map_t::qsfp, 2, 0x04, 0x00, 0x03 + 1,                 R"(page 03h, as byte 2 says that there is one ("flat": true beside the dump says otherwise))"},
+    {memory_map_t::cmis, 0, 0x00, 0x00, 1,                        "page 00h"},
+    {memory_map_t::cmis, 2, 0x80, 0x00, advertising_page + 1,     R"(page 01h, as byte 2 says that there is one ("flat": true beside the dump says otherwise))"},
+    {memory_map_t::cmis, 2, 0x80, 0x00, threshold_page + 1,       R"(page 02h, as byte 2 says that there is one ("flat": true beside the dump says otherwise))"},
+    {memory_map_t::cmis, 2, 0x80, 0x00, lane_page + 1,            R"(page 11h, as byte 2 says that there is one ("flat": true beside the dump says otherwise))"},
+};
+// clang-format on
+
+/// What a dump lacks is a mistake: nobody knows what the module would have said there.
+void check_advertised(const node_t& node, const captured_t& captured)
+{
+    const module_t& module = captured.module;
+    for (const advertised_t& row : advertised) {
+        const bool is_there = module.has_block(row.block) || captured.repeated.contains(row.block);
+        if (row.map == module.map && (module.byte(row.byte) & row.mask) == row.value && !is_there)
+            node.expected(row.what + std::string{", which is not in "} + captured.file.string() +
+                          (captured.last_line == 0 ? "" : " up to its " + line_text(captured.last_line)));
+    }
 }
 
 } // namespace
@@ -495,17 +609,26 @@ module_t read_module(const node_t& node, std::string& text)
     } else {
         const auto name = node.member("module");
         const auto dump = node.member("dump");
-        if ((name || dump) && node.member("memory"))
-            node.required("memory").expected("no memory beside a module or a dump");
+        for (const char* member : {"memory", "captured"})
+            if (const auto other = node.member(member); other && (name || dump))
+                other->expected("no " + std::string{member} + " beside a module or a dump");
         if (name && dump)
             dump->expected("no dump beside a module");
         if (const auto map = node.member("map"); name && map)
             map->expected("no map beside a module, which has one");
-        if (!name && !dump) {
-            module = read_whole_module(node);
-        } else {
-            module = name ? read_named_module(*name, text) : read_dump(*dump, read_map(node), text);
+        if (const auto page = node.member("page"); page && (!dump || dump->value.IsArray()))
+            page->expected(dump ? "no page beside a list of dumps, in which each can have one"
+                                : "no page without a dump");
+        if (dump) {
+            captured_t captured = read_dumps(node, *dump, read_map(node), text);
+            read_fields(node, captured.module, false);
+            check_advertised(*dump, captured);
+            module = captured.module;
+        } else if (name) {
+            module = read_named_module(*name, text);
             read_fields(node, module, false);
+        } else {
+            module = read_whole_module(node);
         }
     }
     complete(module);

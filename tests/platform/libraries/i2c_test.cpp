@@ -638,7 +638,11 @@ TEST_F(module_in_a_cage, a_dump_makes_a_module)
 00000010  00 00 00 00 00 00 1c 40  00 00 7f e2 00 00 00 00  |.......@........|
 00000020  00 00 00 00 00 00 00 00  00 00 00 00 00 00 00 00  |................|
 *
+00000080  0d 00 00 00 00 00 00 00  00 00 00 00 00 00 00 00  |................|
 00000090  00 00 00 00 4d 49 4e 45  20 20 20 20 20 20 20 20  |....MINE        |
+000000a0  00 00 00 00 00 00 00 00  00 00 00 00 00 00 00 00  |................|
+*
+00000100
 )";
     plug_module(R"({"dump": "modules/mine.hex"})");
     use([](const bus& b) {
@@ -649,6 +653,65 @@ TEST_F(module_in_a_cage, a_dump_makes_a_module)
     });
     plug_module(R"({"dump": "modules/mine.hex", "temperature": 2})");
     use([](const bus& b) { EXPECT_THAT(b.read(0x50, 22, 2), ElementsAre(2, 0)); });
+}
+
+/// A captured CMIS module whose byte 3 says low power, although there is light and byte 26 does not ask for it.
+std::string captured_cmis(const std::string& members)
+{
+    std::string data_path_and_light(2 * 74, '0');
+    data_path_and_light.replace(0, 8, "77777777"); // initialised, but no output
+    data_path_and_light.replace(52, 4, "1234");    // transmit power of lane 1
+    data_path_and_light.replace(84, 4, "0bb8");    // its bias
+    return R"({"map": "cmis", "captured": true, "memory": {
+        "lower": "18400003000000000000000000002b40811c000000000000000000", "00": "18", "01": "00", "02": "00",
+        "11": ")" +
+           data_path_and_light + "\"}" + members + "}";
+}
+
+/// State, data path of two lanes, transmit power, bias.
+bytes_t state_and_light(const bus& b)
+{
+    bytes_t bytes = b.read(0x50, 3, 1);
+    b.write(0x50, 127, {0x11});
+    for (const std::uint8_t at : bytes_t{128, 154, 155, 170, 171})
+        bytes.push_back(b.read(0x50, at, 1).at(0));
+    return bytes;
+}
+
+TEST_F(module_in_a_cage, a_captured_module_says_what_it_said_until_its_host_sets_another_power_mode)
+{
+    const bytes_t as_captured{0x03, 0x77, 0x12, 0x34, 0x0b, 0xb8};
+    for (const char* members : {"", R"(, "low_power_pin": true, "bytes": {"26": "40"})"}) {
+        plug_module(captured_cmis(members));
+        use([&](const bus& b) {
+            EXPECT_EQ(state_and_light(b), as_captured);
+            const bool is_low = *members != '\0';
+            b.write(0x50, 26, {static_cast<std::uint8_t>(is_low ? 0x00 : 0x10)});
+            EXPECT_EQ(state_and_light(b),
+                      is_low ? (bytes_t{0x07, 0x44, 0x12, 0x34, 0x0b, 0xb8}) : (bytes_t{0x03, 0x11, 0, 0, 0, 0}));
+        });
+        use([&](const bus& b) {
+            b.write(0x50, 26, {static_cast<std::uint8_t>(*members != '\0' ? 0x10 : 0x00)});
+            EXPECT_EQ(state_and_light(b), as_captured) << "the mode that it was captured in";
+        });
+    }
+}
+
+TEST_F(module_in_a_cage, a_captured_qsfp_in_low_power_shows_the_light_that_it_had)
+{
+    const std::string lower = "110602" + std::string(2 * 31, '0') + "03e8" + std::string(2 * 6, '0') + "0fa0" +
+                              std::string(2 * 6, '0') + "2710" + std::string(2 * 41, '0') + "03";
+    plug_module(R"({"map": "qsfp", "captured": true, "memory": {"lower": ")" + lower +
+                R"(", "00": "11c0", "03": "00"}})");
+    use([](const bus& b) {
+        EXPECT_THAT(b.read(0x50, 93, 1), ElementsAre(0x03));
+        EXPECT_EQ(first_lane_of_qsfp(b), (bytes_t{0x0f, 0xa0, 0x27, 0x10, 0x03, 0xe8}));
+        b.write(0x50, 93, {0x05});
+        b.write(0x50, 93, {0x07});
+        EXPECT_EQ(first_lane_of_qsfp(b), (bytes_t{0x0f, 0xa0, 0x27, 0x10, 0x03, 0xe8})) << "as before";
+    });
+    plug_module(R"({"map": "qsfp", "memory": {"lower": ")" + lower + R"(", "00": "11c0", "03": "00"}})");
+    use([](const bus& b) { EXPECT_EQ(first_lane_of_qsfp(b), (bytes_t{0, 0, 0, 0, 0x03, 0xe8})) << "a made one"; });
 }
 
 TEST_F(module_in_a_cage, a_module_beside_the_rack_comes_before_one_of_the_platform_and_a_changed_one_starts_anew)

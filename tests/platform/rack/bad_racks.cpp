@@ -40,6 +40,10 @@ const std::string eeprom_expected =
 const std::string cage_expected =
     R"(a cage: a module such as "qsfp28-sr4" or { "module": "qsfp28-sr4", "temperature": 33 }, "empty" for one that reads as all ones, or "silent" for one that does not acknowledge)";
 
+const std::string dump_expected = R"(a file with the module's memory, or a list of { "dump": FILE, "page": "11" })";
+const std::string dump_page_expected =
+    "the page that a dump is: lower, 00 to ff in small letters, or of an SFP A0 or A2";
+
 std::string i2c_with(const std::string& members)
 {
     return rack_with(R"("i2c": {)" + members + "}");
@@ -390,7 +394,7 @@ const std::vector<bad_rack_t>& bad_racks()
         {"a module with the name of a path", i2c_with(R"("cages": ["../showcase"])"), "/accelerators/0/i2c/cages/0: expected " + cage_expected, schema},
         {"a module with a NUL in its name", i2c_with(R"("cages": ["prototype\u0000"])"), "/accelerators/0/i2c/cages/0: expected a text without NUL", schema},
         {"a module with an unknown member", module_with(R"("speed": 1)"),
-         "/accelerators/0/i2c/cages/0/speed: unknown member, expected one of module, dump, map, memory, identifier, vendor_name, vendor_pn, vendor_rev, vendor_sn, "
+         "/accelerators/0/i2c/cages/0/speed: unknown member, expected one of module, dump, page, map, memory, captured, identifier, vendor_name, vendor_pn, vendor_rev, vendor_sn, "
          "date_code, calibration, flat, low_power_pin, advertises, bias_multiplier, temperature, vcc, rx_power, tx_power, tx_bias, bytes", schema},
         {"a module of nothing", module_with(""), R"(/accelerators/0/i2c/cages/0: expected a member "map": "sfp", "qsfp" or "cmis")", code},
         {"a module of an unknown map", module_with(R"("map": "xfp")"), "/accelerators/0/i2c/cages/0/map: expected sfp, qsfp or cmis", schema},
@@ -398,6 +402,17 @@ const std::vector<bad_rack_t>& bad_racks()
         {"a map beside a module", module_with(R"("module": "prototype", "map": "sfp")"), "/accelerators/0/i2c/cages/0/map: expected no map beside a module, which has one", code},
         {"memory beside a module", module_with(R"("module": "prototype", "memory": {})"), "/accelerators/0/i2c/cages/0/memory: expected no memory beside a module or a dump", code},
         {"a dump that there is not", module_with(R"("dump": "no/such.hex")"), "/accelerators/0/i2c/cages/0/dump: no/such.hex: cannot be read: No such file or directory", code},
+        {"a list of no dumps", module_with(R"("dump": [])"), "/accelerators/0/i2c/cages/0/dump: expected " + dump_expected, schema},
+        {"a dump of the list without its file", module_with(R"("dump": [{"page": "11"}])"), "/accelerators/0/i2c/cages/0/dump/0: expected a member \"dump\"", schema},
+        {"a dump of the list that there is not", module_with(R"("dump": [{"dump": "no/such.hex"}])"),
+         "/accelerators/0/i2c/cages/0/dump/0/dump: no/such.hex: cannot be read: No such file or directory", code},
+        {"a page in capital letters", module_with(R"("dump": "no/such.hex", "page": "1F")"), "/accelerators/0/i2c/cages/0/page: expected " + dump_page_expected, schema},
+        {"a page without a dump", module_with(R"("map": "qsfp", "page": "11")"), "/accelerators/0/i2c/cages/0/page: expected no page without a dump", code},
+        {"a page beside a list of dumps", module_with(R"("dump": [{"dump": "no/such.hex"}], "page": "11")"),
+         "/accelerators/0/i2c/cages/0/page: expected no page beside a list of dumps, in which each can have one", code},
+        {"a captured module without memory", module_with(R"("map": "qsfp", "captured": true)"), "/accelerators/0/i2c/cages/0/captured: expected no such member without memory", code},
+        {"a captured module of a name", module_with(R"("module": "prototype", "captured": true)"),
+         "/accelerators/0/i2c/cages/0/captured: expected no captured beside a module or a dump", code},
         {"a dump without a name", module_with(R"("dump": "")"), "/accelerators/0/i2c/cages/0/dump: expected the path of a file", code},
         {"a vendor name of 17 characters", module_with(R"("map": "qsfp", "vendor_name": "12345678901234567")"),
          R"(/accelerators/0/i2c/cages/0/vendor_name: expected a text, or { "hex": "ff41" } for any bytes, of at most as many as the module has room for, 16 or fewer)", schema},

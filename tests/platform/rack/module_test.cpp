@@ -1,6 +1,5 @@
 #include "bad_racks.h"
 
-#include "rack/dump.h"
 #include "rack/rack.h"
 
 #include <gmock/gmock.h>
@@ -216,80 +215,6 @@ TEST(modules, a_value_becomes_the_nearest_raw_one)
         const module_t module = module_from(R"({"map": "cmis", "tx_bias": 8, "bias_multiplier": )"s + multiplier + "}");
         EXPECT_THAT(bytes_of(module, 0x12, 170, 171), ElementsAre(raw / 256, raw % 256)) << multiplier;
     }
-}
-
-// ---- dumps ----
-
-namespace {
-
-std::string dump_error(const std::string& dump)
-{
-    try {
-        parse_dump(dump, "my.hex");
-    } catch (const file_error& error) {
-        return error.what();
-    }
-    return "no error";
-}
-
-std::vector<unsigned> dumped(const std::string& dump, unsigned block, std::size_t count)
-{
-    const auto blocks = parse_dump(dump, "my.hex");
-    return {blocks.at(block).begin(), blocks.at(block).begin() + static_cast<std::ptrdiff_t>(count)};
-}
-
-} // namespace
-
-TEST(dump, is_read_as_several_programs_write_it)
-{
-    const std::string first = "03 04 07 10 00 00 00 00 00 00 00 06 67 00 00 00";
-    const std::string same[] = {
-        // hexdump -C, ethtool -m, xxd, and by hand
-        "00000000  03 04 07 10 00 00 00 00  00 00 00 06 67 00 00 00  |............g...|\n00000010  de ad\n",
-        "Offset\t\tValues\n------\t\t------\n0x0000:\t\t" + first + "\n0x0010:\t\tde ad\n",
-        "00000000: 0304 0710 0000 0000 0000 0006 6700 0000  ............g...\n00000010: dead\n",
-        first + " de ad",
-        "# a comment\r\n030407100000000000000006 67000000 # the first bytes\r\ndead\r\n",
-        "10: DE AD\n00: " + first + " is text\n",
-    };
-    for (const std::string& text : same) {
-        SCOPED_TRACE(text);
-        EXPECT_THAT(dumped(text, 0, 18), ElementsAre(3, 4, 7, 0x10, 0, 0, 0, 0, 0, 0, 0, 6, 0x67, 0, 0, 0, 0xde, 0xad));
-    }
-}
-
-TEST(dump, an_address_leads_to_a_page_and_a_star_repeats_the_line_before_it)
-{
-    const auto blocks = parse_dump("0x0900: aa bb\n0x8070: 01 02\n*\n0x8080:\n", "my.hex");
-    EXPECT_EQ(blocks.size(), 2U);
-    EXPECT_EQ(blocks.at(0x12).at(1), 0xbb) << "page 11h";
-    EXPECT_EQ(blocks.at(256).at(112), 0x01) << "page ffh";
-    EXPECT_EQ(blocks.at(256).at(126), 0x01);
-    EXPECT_EQ(blocks.at(256).at(127), 0x02);
-}
-
-TEST(dump, a_mistake_is_said_with_its_line)
-{
-    const std::pair<const char*, const char*> rows[] = {
-        {"", "my.hex: expected a hexadecimal dump, but there is no byte in it"},
-        {"# nothing\n", "my.hex: expected a hexadecimal dump, but there is no byte in it"},
-        {"00 01\n02 3\n", "my.hex: line 2: expected an address and pairs of hexadecimal digits"},
-        {"{\"map\": 1}", "my.hex: line 1: expected an address and pairs of hexadecimal digits"},
-        {"00: 01 xy", "my.hex: line 1: expected an address and pairs of hexadecimal digits"},
-        {"\n0x8081: 00", "my.hex: line 2: expected an address of at most 0x8080"},
-        {"0xffffffffffffffffff: 00", "my.hex: line 1: expected an address of at most 0x8080"},
-        {"0x807f: 00 01", "my.hex: line 1: expected no more than 257 blocks of 128 bytes"},
-    };
-    for (const auto& [dump, error] : rows)
-        EXPECT_EQ(dump_error(dump), error) << dump;
-}
-
-TEST(dump, every_truncation_is_a_module_or_a_mistake_and_nothing_worse)
-{
-    const std::string dump = "Offset\t\tValues\n0x0000:\t\t03 04 | x\n*\n00000080  ff # y\n0x8070: 1122\r\n";
-    for (std::size_t length = 0; length <= dump.size(); ++length)
-        EXPECT_THAT(dump_error(dump.substr(0, length)), ::testing::AnyOf("no error", ::testing::StartsWith("my.hex: ")))
-            << length;
 }
 
 } // namespace ivra::tests
