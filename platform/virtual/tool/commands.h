@@ -4,9 +4,19 @@
 #include "rack/rack.h"
 
 #include <filesystem>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace ivra::virtual_platform {
+
+/// A command line that nobody could have meant.
+class usage_error : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
 
 /// Prints what is plugged into a rack and what its boards remember. Throws std::system_error.
 void show(const rack_t& rack);
@@ -20,6 +30,11 @@ void serve_bmc(const rack_t& rack, const std::string& name);
 /// removed when the folder holds anything but states of boards. Throws std::runtime_error.
 void reset_rack(const std::filesystem::path& rack_file);
 void reset_all();
+
+/// Becomes a command, of which the first word says the program, with the boards of a rack; without words a shell, and
+/// without a rack those of the showcase. Returns the exit status that says why it cannot be run. Throws
+/// usage_error for a program that would not have these boards, rack_error and std::runtime_error.
+int run_on_rack(const std::optional<std::filesystem::path>& rack_file, std::vector<std::string> command);
 
 } // namespace ivra::virtual_platform
 

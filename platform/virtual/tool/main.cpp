@@ -26,18 +26,12 @@ constexpr int exit_success = 0;
 constexpr int exit_failure = 1;
 constexpr int exit_usage = 64;
 
-/// A command line that nobody could have meant.
-class usage_error : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
-
 /// The words of a command line after the command.
 struct words_t
 {
     std::vector<std::string> arguments;
     std::optional<std::size_t> count; ///< of --count
+    std::vector<std::string> command; ///< behind "--", of a command that runs another one
 };
 
 std::string count_of(std::size_t count, const std::string& thing)
@@ -100,6 +94,11 @@ int bmc_command(const words_t& words)
     return exit_success;
 }
 
+int run_command_on_rack(const words_t& words)
+{
+    return run_on_rack(words.arguments.empty() ? std::nullopt : std::optional{words.arguments.front()}, words.command);
+}
+
 int new_rack(const words_t& words)
 {
     for (const std::string& name : words.arguments) {
@@ -122,6 +121,7 @@ struct command_t
     std::string_view help;
     std::size_t fewest, most; ///< arguments
     bool has_count;
+    bool has_command;
     int (*run)(const words_t& words);
 };
 
@@ -134,33 +134,43 @@ constexpr command_t commands[] = {
      "said on standard error: the file, the place in it, and what was expected\n"
      "there. So is a sensor of a good rack that cannot show the value that it asks\n"
      "for. The exit status is 0 when every file is good, else 1.\n",
-     1, any_number, false, &check},
+     1, any_number, false, false, &check},
     {"show", "RACK", "Show what is plugged where, and its state now",
      "Shows every accelerator of the rack: what it is, what its flash and its\n"
      "design hold, and what it remembers from being used.\n",
-     1, 1, false, &show_command},
+     1, 1, false, false, &show_command},
     {"expand", "RACK", "Print the rack with every default filled in",
      "Prints a rack file that says everything: what the given one leaves out has\n"
      "its default. The result is a rack of the same accelerators.\n",
-     1, 1, false, &expand_command},
+     1, 1, false, false, &expand_command},
     {"reset", "[RACK]", "Make the boards of a rack, or all, forget",
      "Removes what the boards of the rack remember, as a factory reset would; the\n"
      "rack file need not exist any more. Without a rack: the boards of all racks.\n"
      "Says what was removed. A folder that holds anything else is left alone.\n",
-     0, 1, false, &reset},
+     0, 1, false, false, &reset},
     {"new", "[--count=N] MODEL...", "Print a rack to start from",
      "Prints a rack file with a board of each model, ready to be edited. Models:\n"
      "  xilinx_u200 xilinx_u250 xilinx_u50 xilinx_u55c bittware_xupp3r\n"
      "  bittware_xupvv8 ivra_fpb2 m48e_emu_xcvu9p m48l_xcvu7p m48lb_xcvu9p\n"
      "\n"
      "  --count=N    N boards, up to 65536, of the models in turn\n",
-     1, any_number, true, &new_rack},
+     1, any_number, true, false, &new_rack},
+    {"run", "[RACK] [-- COMMAND...]", "Run a command, or a shell, on simulated boards",
+     "Runs a command whose platform libraries are the virtual ones, with the boards\n"
+     "of the rack, or else of the showcase; without a command, a shell. It sets\n"
+     "LD_LIBRARY_PATH, PATH and IVRA_VIRTUAL_RACK. What forgets them would find the\n"
+     "real boards: sudo and the like go in front of ivra-virtual.\n"
+     "\n"
+     "  ivra-virtual run -- ivra-bsp board list\n"
+     "\n"
+     "The exit status is the command's; 126 or 127 when it cannot be run.\n",
+     0, 1, false, true, &run_command_on_rack},
     {"bmc", "RACK ACCELERATOR", "Let IPMI programs talk to a board's BMC",
      "Serves the BMC of an accelerator, given by name, uid or index, on a\n"
      "pseudo-terminal, and prints its name, for example for\n"
      "  ipmitool -I serial-terminal -D NAME:115200 sensor\n"
      "until it gets SIGINT or SIGTERM.\n",
-     2, 2, false, &bmc_command},
+     2, 2, false, false, &bmc_command},
 };
 // clang-format on
 
@@ -171,15 +181,15 @@ std::string program_help()
                        "platform.\n\nCOMMANDS\n";
     for (const command_t& command : commands) {
         std::string usage = "  " + std::string{command.name} + ' ' + std::string{command.arguments};
-        usage.resize(std::max<std::size_t>(usage.size(), 28), ' ');
+        usage.resize(std::max<std::size_t>(usage.size(), 30), ' ');
         text += usage + std::string{command.summary} + '\n';
     }
     return text + "\nOPTIONS\n"
-                  "  -h, --help                Show this help, or that of the command before it\n"
-                  "      --version             Show the version\n\n"
+                  "  -h, --help                  Show this help, or that of the command before it\n"
+                  "      --version               Show the version\n\n"
                   "ENVIRONMENT\n"
-                  "  IVRA_VIRTUAL_STATE        Folder of what boards remember; if not set,\n"
-                  "                            ivra-virtual in the user's state folder\n";
+                  "  IVRA_VIRTUAL_STATE          Folder of what boards remember; if not set,\n"
+                  "                              ivra-virtual in the user's state folder\n";
 }
 
 std::string command_help(const command_t& command)
@@ -212,6 +222,9 @@ int run_command(const command_t& command, const std::vector<std::string>& words)
         const std::string& word = words[at];
         if (options_ended || word.size() < 2 || word[0] != '-') {
             parsed.arguments.push_back(word);
+        } else if (word == "--" && command.has_command) {
+            parsed.command.assign(words.begin() + static_cast<std::ptrdiff_t>(at) + 1, words.end());
+            break;
         } else if (word == "--") {
             options_ended = true;
         } else if (is_help(word)) {
@@ -230,7 +243,8 @@ int run_command(const command_t& command, const std::vector<std::string>& words)
     if (parsed.arguments.size() < command.fewest)
         throw usage_error{"expected " + std::string{command.arguments}};
     if (parsed.arguments.size() > command.most)
-        throw usage_error{"unexpected argument \"" + parsed.arguments[command.most] + '"'};
+        throw usage_error{"unexpected argument \"" + parsed.arguments[command.most] + '"' +
+                          (command.has_command ? ", a command stands behind \"--\"" : "")};
     return command.run(parsed);
 }
 

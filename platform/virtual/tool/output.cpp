@@ -16,6 +16,7 @@ namespace ivra::virtual_platform {
 namespace {
 
 int output_error = 0;
+void (*inherited_sigpipe)(int) = SIG_DFL;
 
 /// 0, or an errno.
 int write_all(int descriptor, std::string_view text)
@@ -36,9 +37,14 @@ void prepare_output()
 {
     // Deliberate: open for reading, so that writing to what was closed still fails.
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor)
-        if (::fcntl(descriptor, F_GETFD) < 0 && ::open("/dev/null", O_RDONLY) < 0)
+        if (::fcntl(descriptor, F_GETFD) < 0 && ::open("/dev/null", O_RDONLY | O_CLOEXEC) < 0)
             std::abort(); // the lowest free number is the one that is missing
-    std::signal(SIGPIPE, SIG_IGN);
+    inherited_sigpipe = std::signal(SIGPIPE, SIG_IGN);
+}
+
+void restore_output()
+{
+    std::signal(SIGPIPE, inherited_sigpipe); // and what is closed here is closed there
 }
 
 bool print(std::string_view text)
@@ -50,7 +56,12 @@ bool print(std::string_view text)
 
 void print_error(std::string_view message)
 {
-    write_all(STDERR_FILENO, "ivra-virtual: " + printable(message) + "\n");
+    print_note("ivra-virtual: " + std::string{message});
+}
+
+void print_note(std::string_view message)
+{
+    write_all(STDERR_FILENO, printable(message) + "\n");
 }
 
 bool finish_output()
