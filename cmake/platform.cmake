@@ -37,6 +37,9 @@ if(IVRA_PLATFORM STREQUAL "system")
     if(NOT missing)
         set(implementation system)
     elseif(IVRA_SDK_ROOT)
+        if(EXISTS "${IVRA_SDK_ROOT}/${IVRA_VIRTUAL_LIBDIR}")
+            string(APPEND missing "\nThose in ${IVRA_VIRTUAL_LIBDIR} are libraries of simulated boards, not the maker's.")
+        endif()
         message(FATAL_ERROR "These platform libraries were not found:${missing}\n"
                 "Looked in lib, lib64 and ${CMAKE_INSTALL_LIBDIR} below IVRA_SDK_ROOT (\"${IVRA_SDK_ROOT}\").\n"
                 "Set another IVRA_SDK_ROOT, or none to link with stubs, or use -DIVRA_PLATFORM=virtual for simulated boards.")

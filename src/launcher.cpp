@@ -1,5 +1,6 @@
 // ivra-bsp: runs the command ivra-bsp-<word> that lies in its own folder.
 
+#include "loader.h"
 #include "text/text.h"
 
 #include <fcntl.h>
@@ -11,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,9 +20,11 @@
 namespace {
 
 namespace fs = std::filesystem;
+using ivra::bsp::library_t;
 
 constexpr std::string_view prefix = "ivra-bsp-";
 constexpr int usage_error = 64;
+constexpr int cannot_start = 127;
 
 /// Words for which there is a program, in alphabetical order.
 std::vector<std::string> find_commands(const fs::path& folder)
@@ -47,6 +51,46 @@ void write_usage(std::ostream& stream, const std::vector<std::string>& commands)
     stream << "\nHelp on a command: ivra-bsp <command> --help\n";
 }
 
+bool is_of_platform(const library_t& library)
+{
+    return library.name.starts_with("libivra-");
+}
+
+/// Names the platform's libraries that the commands load, with their files.
+void write_libraries(std::ostream& stream, const fs::path& folder, const std::vector<std::string>& commands)
+{
+    std::set<std::string> written;
+    for (const std::string& command : commands)
+        for (const library_t& library : ivra::bsp::libraries_of(folder / (std::string{prefix} + command))) {
+            if (!is_of_platform(library) || !written.insert(library.name).second)
+                continue;
+            stream << library.name << ": " << (library.file.empty() ? "not found" : ivra::bsp::printable(library.file))
+                   << (ivra::bsp::is_simulated(library.file) ? " (simulated)" : "") << '\n';
+        }
+}
+
+/// Names of the libraries without which a program that needs the platform's cannot start; empty when it can.
+std::string missing_libraries(const fs::path& program)
+{
+    const std::vector<library_t> libraries = ivra::bsp::libraries_of(program);
+    std::string names;
+    if (std::ranges::any_of(libraries, &is_of_platform))
+        for (const library_t& library : libraries)
+            if (library.file.empty())
+                names += (names.empty() ? "" : ", ") + library.name;
+    return names;
+}
+
+/// Says it, and what can be done. `start` is the name by which this program was started.
+void write_missing(std::ostream& stream, const std::string& missing, const std::string& word, const std::string& start)
+{
+    const std::string folder = start.substr(0, start.rfind('/') + 1);
+    stream << "ivra-bsp: Cannot run ivra-bsp-" << word << ": libraries not found: " << missing
+           << "\nThe loader looks for them in the folders of LD_LIBRARY_PATH, and in those that ldconfig lists.\n"
+              "They come with the boards. To try the command on simulated boards: "
+           << ivra::bsp::printable(folder) << "ivra-virtual run -- ivra-bsp " << word << " ...\n";
+}
+
 int finish_stdout()
 {
     std::cout.flush();
@@ -67,6 +111,7 @@ int main(int argc, char** argv)
 
     if (word == "--version") {
         std::cout << "ivra-bsp " IVRA_BSP_VERSION "\n";
+        write_libraries(std::cout, folder, commands);
         return finish_stdout();
     }
     if (word == "--help" || word == "-h") {
@@ -84,6 +129,11 @@ int main(int argc, char** argv)
 
     std::string name = std::string{prefix} + word;
     const fs::path program = folder / name;
+    // Asked before, as nobody could speak after: a program that the loader cannot start has taken this one's place.
+    if (const std::string missing = missing_libraries(program); !missing.empty()) {
+        write_missing(std::cerr, missing, ivra::bsp::printable(word), argv[0]);
+        return cannot_start;
+    }
     argv[1] = name.data(); // what ps shows: the program's name, not the word
     ::execv(program.c_str(), argv + 1);
     const int reason = errno;

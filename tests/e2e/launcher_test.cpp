@@ -1,6 +1,7 @@
 #include "support/process.h"
 #include "support/rack.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <signal.h>
@@ -10,6 +11,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <map>
 
 namespace ivra::tests {
 namespace {
@@ -149,6 +152,97 @@ TEST(launcher, says_why_a_command_cannot_be_run)
     const run_t run = folder.run({"broken"});
     EXPECT_EQ(run.err, "ivra-bsp: Cannot run " + broken.string() + ": No such file or directory\n");
     EXPECT_EQ(run.status, 1);
+}
+
+/// A copy of a program in which these names of libraries are others of the same length.
+void copy_with(const fs::path& program, const fs::path& copy, const std::map<std::string, std::string>& names)
+{
+    std::ifstream from{program, std::ios::binary};
+    std::string bytes{std::istreambuf_iterator<char>{from}, {}};
+    for (const auto& [name, other] : names)
+        for (std::size_t at = bytes.find(name + '\0'); at != std::string::npos; at = bytes.find(name + '\0', at))
+            bytes.replace(at, name.size(), other);
+    std::ofstream{copy, std::ios::binary} << bytes;
+    fs::permissions(copy, fs::perms::owner_all);
+}
+
+const fs::path board_command = fs::path{IVRA_BSP}.parent_path() / "ivra-bsp-board";
+
+TEST(launcher, says_which_libraries_are_missing_and_how_to_try_the_command_without_boards)
+{
+    const folder_t folder;
+    const std::map<std::string, std::string> others{{"libivra-log.so.1", "libivra-own.so.1"},
+                                                    {"libivra-hw-c.so.1", "libivra-hw-x.so.1"}};
+    copy_with(board_command, folder.path() / "ivra-bsp-board", others);
+    const std::string found = "libraries not found: libivra-hw-x.so.1, libivra-own.so.1\n";
+    const std::string advice =
+        "The loader looks for them in the folders of LD_LIBRARY_PATH, and in those that ldconfig "
+        "lists.\nThey come with the boards. To try the command on simulated boards: ";
+
+    const run_t run = folder.run({"board", "list"});
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, "ivra-bsp: Cannot run ivra-bsp-board: " + found + advice + folder.path().string() +
+                           "/ivra-virtual run -- ivra-bsp board ...\n");
+    EXPECT_EQ(run.status, 127);
+
+    const run_t by_name = run_program("/bin/sh", {"-c", "PATH=$0; ivra-bsp board list", folder.path()});
+    EXPECT_THAT(by_name.err, ::testing::EndsWith(": ivra-virtual run -- ivra-bsp board ...\n"));
+    EXPECT_EQ(by_name.status, 127);
+
+    EXPECT_EQ(folder.run({"one"}).status, 7);
+}
+
+TEST(launcher, leaves_other_programs_to_the_loader)
+{
+    const folder_t folder;
+    copy_with("/bin/cat", folder.path() / "ivra-bsp-look", {{"libc.so.6", "libx.so.6"}});
+    const run_t run = folder.run({"look"});
+    EXPECT_EQ(run.err,
+              "ivra-bsp-look: error while loading shared libraries: libx.so.6: cannot open shared object file: No "
+              "such file or directory\n");
+    EXPECT_EQ(run.status, 127);
+}
+
+TEST(launcher, names_the_platform_libraries_that_its_commands_load)
+{
+    const folder_t folder;
+    copy_with(board_command, folder.path() / "ivra-bsp-board", {{"libivra-log.so.1", "libivra-own.so.1"}});
+    fs::copy(folder.path() / "ivra-bsp-board", folder.path() / "ivra-bsp-twin");
+    const fs::path libraries = folder.path() / "odd => place (0x1)";
+    fs::create_directory(libraries);
+    for (const std::string name : {"libivra-hw-c.so.1", "libivra-cores-c.so.1", "libivra-log.so.1"})
+        fs::copy(fs::path{IVRA_VIRTUAL_LIBRARIES} / name, libraries / name);
+    const run_t run = run_program(folder.path() / "ivra-bsp", {"--version"}, {"LD_LIBRARY_PATH=" + libraries.string()});
+    EXPECT_EQ(run.out, "ivra-bsp " IVRA_BSP_VERSION "\n"
+                       "libivra-cores-c.so.1: " +
+                           (libraries / "libivra-cores-c.so.1").string() +
+                           " (simulated)\n"
+                           "libivra-hw-c.so.1: " +
+                           (libraries / "libivra-hw-c.so.1").string() +
+                           " (simulated)\n"
+                           "libivra-own.so.1: not found\n"
+                           "libivra-log.so.1: " +
+                           (libraries / "libivra-log.so.1").string() + " (simulated)\n");
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.status, 0);
+}
+
+TEST(launcher, leaves_no_process_and_no_descriptor_of_its_own_to_the_command)
+{
+    folder_t folder;
+    folder.add("look", "read children </proc/$$/task/$$/children; echo \"$children\"; ls /proc/$$/fd");
+    EXPECT_EQ(folder.run({"look"}).out, run_program(folder.path() / "ivra-bsp-look", {}).out);
+}
+
+TEST(launcher, asks_the_loader_whatever_it_was_started_with)
+{
+    const folder_t folder;
+    EXPECT_EQ(folder.run({"one"}, {stream_t::closed, stream_t::closed, false}).status, 7);
+    const run_t run =
+        run_program("/bin/sh", {"-c", "trap '' CHLD; exec \"$0\" board --help", IVRA_BSP}, {"LD_VERBOSE=1"});
+    EXPECT_EQ(run.out, run_program(board_command, {"--help"}).out);
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.status, 0);
 }
 
 TEST(launcher, runs_the_board_command)
