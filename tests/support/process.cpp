@@ -22,6 +22,7 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <ostream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -295,6 +296,21 @@ run_t running_t::end()
     const int status = *state_->status;
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return run;
+}
+
+run_t says(const std::string& out)
+{
+    return {.out = out, .err = "", .status = 0};
+}
+
+run_t fails(const std::string& err)
+{
+    return {.out = "", .err = err, .status = 1};
+}
+
+void PrintTo(const run_t& run, std::ostream* stream)
+{
+    *stream << "status " << run.status << ", standard output:\n" << run.out << "standard error:\n" << run.err;
 }
 
 run_t run_in_child(const std::function<void()>& body, streams_t streams)

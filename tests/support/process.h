@@ -2,6 +2,7 @@
 #define IVRA_TESTS_SUPPORT_PROCESS_H
 
 #include <functional>
+#include <iosfwd>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,7 +36,16 @@ struct run_t
     std::string out;
     std::string err;
     int status = -1; ///< exit status, or 128 + the signal that killed it
+
+    bool operator==(const run_t&) const = default;
 };
+
+/// A run that said this on standard output, nothing on standard error, and succeeded.
+run_t says(const std::string& out);
+/// A run that said this on standard error, nothing on standard output, and failed.
+run_t fails(const std::string& err);
+/// Shows a run in a test's complaint.
+void PrintTo(const run_t& run, std::ostream* stream);
 
 /// A process that runs `body` while the test goes on, in a process group of its own, as a shell's job is. It ends with
 /// `body` (status 0) or by what that does, and with this object at the latest.

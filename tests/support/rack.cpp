@@ -1,5 +1,7 @@
 #include "support/rack.h"
 
+#include "support/outcome.h"
+
 #include <gtest/gtest.h>
 
 #include <sched.h>
@@ -11,6 +13,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
+#include <iostream>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
@@ -229,6 +232,17 @@ void rack_t::expect_everything_released(const run_t& run) const
     if (run.status < 128 && !text.empty()) {
         EXPECT_TRUE(text.ends_with(" 0 handles not released\n")) << text;
     }
+}
+
+std::string printed(rack_t& rack, const std::function<void()>& body)
+{
+    const run_t run = rack.in_child([&] {
+        if (const std::string end = outcome(body); end != "ok")
+            std::cout << end;
+    });
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.status, 0);
+    return run.out;
 }
 
 std::vector<std::string> traced(const rack_t& rack, const std::string& piece)

@@ -81,6 +81,17 @@ private:
     std::vector<std::string> environment_;
 };
 
+/// A row of a table of failures: what is wrong, as JSON, and the text with which a command says so.
+struct failure_row_t
+{
+    const char* fault;
+    const char* text;
+};
+
+/// What `body` prints, which calls the platform itself, and then how it failed, as outcome() tells it. It says nothing
+/// on standard error; the calling test fails otherwise.
+std::string printed(rack_t& rack, const std::function<void()>& body);
+
 /// Lines of the last run's trace that contain a piece, from the piece on.
 std::vector<std::string> traced(const rack_t& rack, const std::string& piece);
 /// How many calls of a function the last run made.

@@ -4,6 +4,7 @@
 #include "bmc/bittware/bmc.h"
 #include "hw/accelerator.h"
 #include "support/rack.h"
+#include "support/root_core.h"
 
 #include <ivra/log.h>
 #include <ivra/uart.h>
@@ -96,9 +97,7 @@ std::string said(const std::vector<bytes_t>& pieces, const operation_t& operatio
     rack.plug("bittware_xupp3r");
     return rack
         .in_child([&] {
-            const hw::accelerator accelerator{hw::enumerate_accelerators().at(0)};
-            const hw::mmio mmio{accelerator.enumerate_mmios().at(0)};
-            bmc controller{hw::enumerate_cores(mmio).root()};
+            bmc controller{tests::root_core()};
             ivra_log_set_handler(&print_log);
             to_read.assign(pieces.begin(), pieces.end());
             try {

@@ -1,5 +1,7 @@
 #include "bmc/alveo/card_info.h"
 
+#include "support/outcome.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -13,18 +15,8 @@
 namespace ivra::bsp::bmc::alveo {
 namespace {
 
+using tests::said_by;
 using bytes_t = std::vector<std::uint8_t>;
-
-/// The text with which something fails.
-std::string failure(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
-    return "no failure";
-}
 
 bytes_t to_bytes(const std::string& text)
 {
@@ -36,9 +28,9 @@ TEST(payload_size, is_the_low_12_bits_of_the_header_from_1_to_4091)
     EXPECT_EQ(decode_payload_size(0x04000001), 1U);
     EXPECT_EQ(decode_payload_size(0x00000FFB), 4091U);
     EXPECT_EQ(decode_payload_size(0xFFFFF005), 5U) << "other bits do not count";
-    EXPECT_EQ(failure([] { decode_payload_size(0x04000000); }), "Invalid XMC mailbox packet payload size: 0");
-    EXPECT_EQ(failure([] { decode_payload_size(0x00000FFC); }), "Invalid XMC mailbox packet payload size: 4092");
-    EXPECT_EQ(failure([] { decode_payload_size(0x00000FFF); }), "Invalid XMC mailbox packet payload size: 4095");
+    EXPECT_EQ(said_by([] { decode_payload_size(0x04000000); }), "Invalid XMC mailbox packet payload size: 0");
+    EXPECT_EQ(said_by([] { decode_payload_size(0x00000FFC); }), "Invalid XMC mailbox packet payload size: 4092");
+    EXPECT_EQ(said_by([] { decode_payload_size(0x00000FFF); }), "Invalid XMC mailbox packet payload size: 4095");
 }
 
 TEST(payload, is_packed_least_significant_byte_first)
@@ -67,19 +59,19 @@ TEST(card_info, keeps_the_first_value_of_a_repeated_key)
 
 TEST(card_info, with_one_byte_left_after_the_last_field_is_invalid)
 {
-    EXPECT_EQ(failure([] { decode_card_info(bytes_t{0x21}); }), "Invalid XMC card info received");
-    EXPECT_EQ(failure([] { decode_card_info(bytes_t{0x21, 1, 'A', 0x22}); }), "Invalid XMC card info received");
+    EXPECT_EQ(said_by([] { decode_card_info(bytes_t{0x21}); }), "Invalid XMC card info received");
+    EXPECT_EQ(said_by([] { decode_card_info(bytes_t{0x21, 1, 'A', 0x22}); }), "Invalid XMC card info received");
 }
 
 TEST(card_info, with_a_field_that_runs_past_the_end_is_invalid)
 {
-    EXPECT_EQ(failure([] { decode_card_info(bytes_t{0x21, 1}); }), "Invalid XMC card info field size received");
-    EXPECT_EQ(failure([] {
+    EXPECT_EQ(said_by([] { decode_card_info(bytes_t{0x21, 1}); }), "Invalid XMC card info field size received");
+    EXPECT_EQ(said_by([] {
                   decode_card_info(bytes_t{0x21, 3, 'A', 'B'});
               }),
               "Invalid XMC card info field size received")
         << "by one byte";
-    EXPECT_EQ(failure([] {
+    EXPECT_EQ(said_by([] {
                   decode_card_info(bytes_t{0x27, 0, 0x21, 255, 'A'});
               }),
               "Invalid XMC card info field size received");
@@ -90,18 +82,18 @@ TEST(board_serial, is_every_byte_of_its_field)
     EXPECT_EQ(find_board_serial({{0x21, to_bytes("2130048BA00J")}}), "2130048BA00J");
     EXPECT_EQ(find_board_serial({{0x21, {'A', 0}}}), (std::string{"A\0", 2}));
     EXPECT_EQ(find_board_serial({{0x21, {}}}), "");
-    EXPECT_EQ(failure([] { find_board_serial({{0x22, {'A'}}}); }), "Cannot find board serial in XMC card info");
+    EXPECT_EQ(said_by([] { find_board_serial({{0x22, {'A'}}}); }), "Cannot find board serial in XMC card info");
 }
 
 /// "first x count", or how it fails.
 std::string macs_text(board::mac_addresses_t (*find)(const card_info_t&), const card_info_t& card_info)
 {
-    std::ostringstream text;
-    const std::string failed = failure([&] {
+    return said_by([&] {
         const board::mac_addresses_t macs = find(card_info);
+        std::ostringstream text;
         text << macs.first << " x " << macs.count;
+        return text.str();
     });
-    return text.str().empty() ? failed : text.str();
 }
 
 std::string vendor_macs(const card_info_t& card_info)

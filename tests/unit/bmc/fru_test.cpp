@@ -1,5 +1,7 @@
 #include "bmc/bittware/fru.h"
 
+#include "support/outcome.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,18 +14,8 @@
 namespace ivra::bsp::bmc::bittware {
 namespace {
 
+using tests::said_by;
 using bytes_t = std::vector<std::uint8_t>;
-
-/// The text with which something fails.
-std::string failure(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
-    return "no failure";
-}
 
 bytes_t operator+(bytes_t left, const bytes_t& right)
 {
@@ -83,14 +75,12 @@ struct reader_t
 
     std::string serial()
     {
-        std::string text;
-        const std::string failed = failure([&] {
+        return said_by([&] {
             const fru_range_t place = find_board_area_start(read(fru_common_header));
             const bytes_t start = read(place);
             const bytes_t rest = read(find_board_area_rest(place, start));
-            text = "serial " + decode_board_serial(start, rest);
+            return "serial " + decode_board_serial(start, rest);
         });
-        return text.empty() ? failed : text;
     }
 };
 
@@ -112,13 +102,12 @@ TEST(fru_request, is_device_0_offset_least_significant_byte_first_and_count)
 /// The bytes of a reply, or how it fails.
 std::string fru_data(std::uint8_t code, const bytes_t& reply, std::uint8_t count)
 {
-    std::string text;
-    const std::string failed = failure([&] {
-        text = "bytes";
+    return said_by([&] {
+        std::string text = "bytes";
         for (const std::uint8_t byte : decode_fru_data(code, reply, count))
             text += ' ' + std::to_string(byte);
+        return text;
     });
-    return failed == "no failure" ? text : failed;
 }
 
 TEST(fru_data, is_what_follows_the_count_byte)
@@ -217,7 +206,7 @@ TEST(fru, board_area_of_length_0_is_incomplete)
     reader_t reader{fru(area), {}};
     EXPECT_EQ(reader.serial(), "BMC FRU board info area incomplete");
     EXPECT_EQ(reader.reads, "0+8 8+6 ");
-    EXPECT_EQ(failure([&] { decode_board_serial(area, area); }), "BMC FRU board info area incomplete");
+    EXPECT_EQ(said_by([&] { decode_board_serial(area, area); }), "BMC FRU board info area incomplete");
 }
 
 TEST(fru, board_area_of_one_unit_has_room_for_one_field_at_most)
@@ -305,7 +294,7 @@ TEST(fru, only_the_bytes_asked_for_are_summed_and_parsed)
     EXPECT_EQ(decode_board_serial(start + more, rest + more), "VRTP3R0001");
 
     const bytes_t two = board_area(field("VIRTUA") + field("XUPP3R") + bytes_t{0xCC}, 4);
-    EXPECT_EQ(failure([&] {
+    EXPECT_EQ(said_by([&] {
                   decode_board_serial(bytes_t(two.begin(), two.begin() + 6),
                                       bytes_t(two.begin() + 6, two.end()) + more);
               }),
@@ -319,11 +308,11 @@ TEST(fru, bytes_that_were_not_read_are_never_looked_at)
     const bytes_t area = board_area(three_fields + end_of_fields, 6);
     const bytes_t start(area.begin(), area.begin() + 6);
     for (std::size_t size = 0; size < 8; ++size)
-        EXPECT_EQ(failure([&] { find_board_area_start(bytes_t(size)); }), less) << size;
+        EXPECT_EQ(said_by([&] { find_board_area_start(bytes_t(size)); }), less) << size;
     for (std::size_t size = 0; size < 6; ++size)
-        EXPECT_EQ(failure([&] { find_board_area_rest({8, 6}, bytes_t(size)); }), less) << size;
+        EXPECT_EQ(said_by([&] { find_board_area_rest({8, 6}, bytes_t(size)); }), less) << size;
     for (std::size_t size = 0; size < 42; ++size)
-        EXPECT_EQ(failure([&] { decode_board_serial(start, bytes_t(size)); }), less) << size;
+        EXPECT_EQ(said_by([&] { decode_board_serial(start, bytes_t(size)); }), less) << size;
 }
 
 } // namespace

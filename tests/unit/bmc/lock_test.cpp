@@ -3,6 +3,7 @@
 #include "hw/accelerator.h"
 #include "hw/core.h"
 #include "support/rack.h"
+#include "support/root_core.h"
 
 #include <gtest/gtest.h>
 
@@ -42,17 +43,10 @@ int right_attempts(Attempt is_right)
     return right;
 }
 
-hw::core open_root()
-{
-    const hw::accelerator accelerator{hw::enumerate_accelerators().at(0)};
-    const hw::mmio mmio{accelerator.enumerate_mmios().at(0)};
-    return hw::enumerate_cores(mmio).root();
-}
-
 /// Brings an XMC up, and reads its card information.
 int use_xmc()
 {
-    const hw::core core = open_root().enumerate(alveo::registers::xmc_hardware_id, 1).value().at(0);
+    const hw::core core = tests::root_core().enumerate(alveo::registers::xmc_hardware_id, 1).value().at(0);
     mutex guard{"bmc-alveo", core};
     locked(guard, [&] { alveo::bring_up(core); });
     alveo::xmc controller{core, guard};
@@ -63,7 +57,7 @@ int use_xmc()
 /// Reads pieces of different sizes of a BMC's inventory, whose byte at n is n.
 int use_bmc()
 {
-    bittware::bmc controller{open_root()};
+    bittware::bmc controller{tests::root_core()};
     std::uint8_t size = static_cast<std::uint8_t>(::getpid() % 32);
     return right_attempts([&] {
         size = static_cast<std::uint8_t>((size + 1) % 32);

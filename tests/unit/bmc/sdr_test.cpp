@@ -1,6 +1,7 @@
 #include "bmc/bittware/sdr.h"
 
 #include "sensor_reply.h"
+#include "support/outcome.h"
 
 #include <gtest/gtest.h>
 
@@ -17,27 +18,16 @@
 namespace ivra::bsp::bmc::bittware {
 namespace {
 
-/// The text with which something fails.
-std::string failure(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
-    return "no failure";
-}
+using tests::said_by;
 
 /// What the report shows for a raw reading, or how it fails.
 std::string value(const sensor_reply_t& reply, std::optional<std::uint8_t> reading)
 {
-    std::string text;
-    const std::string failed = failure([&] {
+    return said_by([&] {
         const board::sensor_t sensor = make_sensor(decode_sensor_record(0, reply.bytes()), reading);
-        ASSERT_EQ(sensor.values.size(), 1U);
-        text = sensor.values[0];
+        EXPECT_EQ(sensor.values.size(), 1U);
+        return sensor.values.at(0);
     });
-    return failed == "no failure" ? text : failed;
 }
 
 TEST(sdr_request, for_a_record_is_no_reservation_its_id_and_64_bytes_from_its_start)
@@ -145,7 +135,7 @@ TEST(sdr, m_and_b_are_10_bit_and_exponents_4_bit_twos_complement)
 
 TEST(sdr, reply_that_does_not_hold_66_bytes_fails_with_both_sizes_in_hexadecimal)
 {
-    const auto of_size = [](std::size_t size) { return failure([&] { decode_sensor_record(0, bytes_t(size, 1)); }); };
+    const auto of_size = [](std::size_t size) { return said_by([&] { decode_sensor_record(0, bytes_t(size, 1)); }); };
     EXPECT_EQ(of_size(66), "no failure");
     EXPECT_EQ(of_size(65), "Size mismatch in IPMI response: expected 0x42, got 0x41");
     EXPECT_EQ(of_size(67), "Size mismatch in IPMI response: expected 0x42, got 0x43");
@@ -159,18 +149,18 @@ TEST(sdr, completion_code_fails_in_decimal_whatever_came_with_it)
     const std::string text = "IPMI transaction error. Response code: ";
     const bytes_t reply = sensor_reply_t{}.bytes();
     const auto record = decode_sensor_record(0, reply);
-    EXPECT_EQ(failure([&] { decode_sensor_record(0xCB, {}); }), text + "203");
-    EXPECT_EQ(failure([&] { decode_sensor_record(1, reply); }), text + "1");
-    EXPECT_EQ(failure([&] { decode_sensor_name(0xC5, {}, record); }), text + "197");
-    EXPECT_EQ(failure([&] { decode_sensor_reading(0xCE, {}); }), text + "206");
-    EXPECT_EQ(failure([&] { decode_sensor_reading(255, bytes_t{1, 0, 0}); }), text + "255");
+    EXPECT_EQ(said_by([&] { decode_sensor_record(0xCB, {}); }), text + "203");
+    EXPECT_EQ(said_by([&] { decode_sensor_record(1, reply); }), text + "1");
+    EXPECT_EQ(said_by([&] { decode_sensor_name(0xC5, {}, record); }), text + "197");
+    EXPECT_EQ(said_by([&] { decode_sensor_reading(0xCE, {}); }), text + "206");
+    EXPECT_EQ(said_by([&] { decode_sensor_reading(255, bytes_t{1, 0, 0}); }), text + "255");
 }
 
 TEST(sdr, only_full_sensor_records_are_supported)
 {
     for (unsigned type = 0; type < 256; ++type) {
         const bytes_t reply = sensor_reply_t{}.set(3, static_cast<std::uint8_t>(type)).bytes();
-        EXPECT_EQ(failure([&] { decode_sensor_record(0, reply); }),
+        EXPECT_EQ(said_by([&] { decode_sensor_record(0, reply); }),
                   type == 1 ? "no failure" : "Only full sensor records are supported")
             << type;
     }
@@ -215,16 +205,16 @@ TEST(sdr, name_of_more_than_16_bytes_is_what_follows_the_next_record_id_in_the_s
     };
     EXPECT_EQ(decode_sensor_name(0, reply(whole), record), whole);
     EXPECT_EQ(decode_sensor_name(0, reply(whole + "more"), record), whole) << "at most its length";
-    EXPECT_EQ(failure([&] { decode_sensor_name(0, reply(whole.substr(1)), record); }),
+    EXPECT_EQ(said_by([&] { decode_sensor_name(0, reply(whole.substr(1)), record); }),
               "Size mismatch in IPMI response: expected 0x16, got 0x15");
-    EXPECT_EQ(failure([&] { decode_sensor_name(0, {}, record); }),
+    EXPECT_EQ(said_by([&] { decode_sensor_name(0, {}, record); }),
               "Size mismatch in IPMI response: expected 0x16, got 0x0");
-    EXPECT_EQ(failure([&] { decode_sensor_name(0, bytes_t{1}, record); }),
+    EXPECT_EQ(said_by([&] { decode_sensor_name(0, bytes_t{1}, record); }),
               "Size mismatch in IPMI response: expected 0x16, got 0x1");
 
     const auto longest = decode_sensor_record(0, sensor_reply_t{}.set(47, 63).bytes());
     EXPECT_EQ(decode_sensor_name(0, reply(std::string(63, 'X')), longest), std::string(63, 'X'));
-    EXPECT_EQ(failure([&] { decode_sensor_name(0, reply(std::string(62, 'X')), longest); }),
+    EXPECT_EQ(said_by([&] { decode_sensor_name(0, reply(std::string(62, 'X')), longest); }),
               "Size mismatch in IPMI response: expected 0x41, got 0x40");
 }
 
@@ -241,12 +231,12 @@ TEST(sdr_reading, is_the_first_byte_unless_status_bit_5_is_set)
 
 TEST(sdr_reading, is_exactly_3_bytes)
 {
-    EXPECT_EQ(failure([] { decode_sensor_reading(0, {}); }), "Size mismatch in IPMI response: expected 0x3, got 0x0");
-    EXPECT_EQ(failure([] {
+    EXPECT_EQ(said_by([] { decode_sensor_reading(0, {}); }), "Size mismatch in IPMI response: expected 0x3, got 0x0");
+    EXPECT_EQ(said_by([] {
                   decode_sensor_reading(0, bytes_t{1, 0});
               }),
               "Size mismatch in IPMI response: expected 0x3, got 0x2");
-    EXPECT_EQ(failure([] {
+    EXPECT_EQ(said_by([] {
                   decode_sensor_reading(0, bytes_t{1, 0x20, 0, 0});
               }),
               "Size mismatch in IPMI response: expected 0x3, got 0x4");

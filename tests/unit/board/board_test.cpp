@@ -1,5 +1,7 @@
 #include "board/board.h"
+#include "support/outcome.h"
 #include "support/rack.h"
+#include "support/root_core.h"
 
 #include <gtest/gtest.h>
 
@@ -14,18 +16,18 @@
 namespace ivra::bsp::board {
 namespace {
 
-/// What an operation says: its result as text, or the kind of exception and its text.
+using tests::printed;
+
+/// What an operation comes to, where what a board has not is told from what went wrong.
 std::string outcome(const std::function<std::string()>& operation)
 {
-    try {
-        return operation();
-    } catch (const unsupported_feature& error) {
-        return std::string{"unsupported: "} + error.what();
-    } catch (const std::system_error& error) {
-        return std::string{"system error: "} + error.what();
-    } catch (const std::runtime_error& error) {
-        return std::string{"error: "} + error.what();
-    }
+    return tests::outcome([&] {
+        try {
+            return operation();
+        } catch (const unsupported_feature& error) {
+            return std::string{"unsupported: "} + error.what();
+        }
+    });
 }
 
 using operation_t = std::function<std::string(board&)>;
@@ -69,13 +71,11 @@ std::string outcomes(const std::string& model)
     // The management controllers of this board do not come up.
     rack.faults(R"({"call": "ivra_hw_core_enumerate", "errno": "EIO"}, {"call": "ivra_uart_create", "errno": "EIO"})");
     rack.environment("IVRA_LOG_LEVEL=0");
-    const tests::run_t run = rack.in_child([] {
+    return printed(rack, [] {
         board b{hw::enumerate_accelerators().at(0)};
         for (const auto& operation : operations)
             std::cout << operation.first << ": " << outcome([&] { return operation.second(b); }) << '\n';
     });
-    EXPECT_EQ(run.status, 0) << run.err;
-    return run.out;
 }
 
 const std::string bmc_missing = "error: Could not set/get boot image as Bittware BMC subsustem is not initialized.\n";
@@ -140,16 +140,12 @@ std::string identity_of(const std::string& model)
 {
     tests::rack_t rack;
     rack.plug(model, {{"xmc", R"({"card": {"serial": "SN-1", "macs": {"first": "00:0a:35:01:02:03", "count": 4}}})"}});
-    return rack
-        .in_child([] {
-            const hw::accelerator accelerator{hw::enumerate_accelerators().at(0)};
-            const hw::mmio mmio{accelerator.enumerate_mmios().at(0)};
-            Kind kind{hw::enumerate_cores(mmio).root()};
-            const mac_addresses_t block = kind.get_vendor_mac_addresses().value();
-            std::cout << kind.get_serial().value() << ", " << block.first << " x " << block.count << ", "
-                      << kind.get_sensors().sensors.size() << " sensors";
-        })
-        .out;
+    return printed(rack, [](const hw::core& root) {
+        Kind kind{root};
+        const mac_addresses_t block = kind.get_vendor_mac_addresses().value();
+        std::cout << kind.get_serial().value() << ", " << block.first << " x " << block.count << ", "
+                  << kind.get_sensors().sensors.size() << " sensors";
+    });
 }
 
 // One more sensor than in the lists: whether power is good.
@@ -168,15 +164,7 @@ std::string kind_of(const std::string& model, const std::string& faults = "")
     rack.plug(model).environment("IVRA_LOG_LEVEL=0");
     if (!faults.empty())
         rack.faults(faults);
-    return rack
-        .in_child([] {
-            std::cout << outcome([] {
-                const hw::accelerator accelerator{hw::enumerate_accelerators().at(0)};
-                const hw::mmio mmio{accelerator.enumerate_mmios().at(0)};
-                return std::to_string(get_board_variant(hw::enumerate_cores(mmio).root()).index());
-            });
-        })
-        .out;
+    return printed(rack, [](const hw::core& root) { std::cout << get_board_variant(root).index(); });
 }
 
 TEST(board_variant, has_the_kinds_in_their_order)
@@ -241,13 +229,21 @@ TEST(board_object, reads_the_addresses_of_the_design_in_their_order)
 {
     tests::rack_t rack;
     rack.plug("m48l_xcvu7p", {{"mac_addresses", R"(["02:00:00:00:00:09", "02:00:00:00:00:01"])"}});
-    EXPECT_EQ(rack.in_child([] {
-                      board b{hw::enumerate_accelerators().at(0)};
-                      for (const v6::mac_address& address : b.get_mac_addresses())
-                          std::cout << address << '\n';
-                  })
-                  .out,
+    EXPECT_EQ(printed(rack,
+                      [] {
+                          board b{hw::enumerate_accelerators().at(0)};
+                          for (const v6::mac_address& address : b.get_mac_addresses())
+                              std::cout << address << '\n';
+                      }),
               "02:00:00:00:00:09\n02:00:00:00:00:01\n");
+}
+
+std::string vendor_addresses(tests::rack_t& rack)
+{
+    return printed(rack, [] {
+        const auto block = board{hw::enumerate_accelerators().at(0)}.get_vendor_mac_addresses();
+        std::cout << block.value().first << " x " << block.value().count;
+    });
 }
 
 /// The vendor addresses of a switch with this content of its address file, or without one.
@@ -257,17 +253,7 @@ std::string switch_addresses(const std::optional<std::string>& content, const st
     rack.plug("m48l_xcvu7p").host({.serial = {}, .address = content});
     if (!faults.empty())
         rack.faults(faults);
-    return rack
-        .in_child([] {
-            board b{hw::enumerate_accelerators().at(0)};
-            std::cout << outcome([&] {
-                const auto block = b.get_vendor_mac_addresses();
-                std::ostringstream text;
-                text << block.value().first << " x " << block.value().count;
-                return text.str();
-            });
-        })
-        .out;
+    return vendor_addresses(rack);
 }
 
 TEST(arista_addresses, replace_the_last_octet_of_the_management_port)
@@ -300,17 +286,7 @@ std::string card_addresses(const std::string& card)
 {
     tests::rack_t rack;
     rack.plug("xilinx_u55c", {{"xmc", R"({"card": )" + card + "}"}});
-    return rack
-        .in_child([] {
-            board b{hw::enumerate_accelerators().at(0)};
-            std::cout << outcome([&] {
-                const auto block = b.get_vendor_mac_addresses();
-                std::ostringstream text;
-                text << block.value().first << " x " << block.value().count;
-                return text.str();
-            });
-        })
-        .out;
+    return vendor_addresses(rack);
 }
 
 TEST(card_addresses, of_the_new_scheme_are_a_block)
@@ -350,13 +326,10 @@ std::string on_i2c(const std::string& i2c, const std::string& faults,
     rack.plug("bittware_xupp3r", {{"i2c", i2c}});
     if (!faults.empty())
         rack.faults(faults);
-    return rack
-        .in_child([&] {
-            board b{hw::enumerate_accelerators().at(0)};
-            v6::i2c::i2c controller{b.get_root()};
-            std::cout << outcome([&] { return action(controller); });
-        })
-        .out;
+    return printed(rack, [&](const hw::core& root) {
+        v6::i2c::i2c controller{root};
+        std::cout << action(controller);
+    });
 }
 
 std::string enabled(v6::i2c::i2c& controller)

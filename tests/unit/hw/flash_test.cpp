@@ -3,6 +3,7 @@
 #include "hw/core.h"
 #include "hw/flash.h"
 #include "support/rack.h"
+#include "support/root_core.h"
 
 #include <gtest/gtest.h>
 
@@ -37,18 +38,13 @@ std::string found(std::size_t first, const std::vector<const char*>& second)
     listed = second;
     tests::rack_t rack;
     rack.plug("m48l_xcvu7p");
-    return rack
-        .in_child([] {
-            const hw::accelerator accelerator{hw::enumerate_accelerators().at(0)};
-            const hw::mmio space{accelerator.enumerate_mmios().at(0)};
-            const flash opened{hw::enumerate_cores(space).root()};
-            const auto sections = opened.get_sections_char(nullptr);
-            for (const char* section : sections.value())
-                std::cout << (section == nullptr ? "null" : section) << ' ';
-            for (const std::size_t capacity : requests)
-                std::cout << capacity;
-        })
-        .out;
+    return tests::printed(rack, [](const hw::core& root) {
+        const auto sections = flash{root}.get_sections_char(nullptr);
+        for (const char* section : sections.value())
+            std::cout << (section == nullptr ? "null" : section) << ' ';
+        for (const std::size_t capacity : requests)
+            std::cout << capacity;
+    });
 }
 
 TEST(flash_sections, are_as_many_as_the_second_enumeration_stored)

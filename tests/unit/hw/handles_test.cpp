@@ -6,6 +6,7 @@
 #include "hw/mmio.h"
 #include "hw/shared_mutex.h"
 #include "support/rack.h"
+#include "support/root_core.h"
 
 #include <gtest/gtest.h>
 
@@ -44,27 +45,8 @@ const std::vector<std::string> releases{
     "ivra_hw_filter_destroy",
 };
 
-/// Runs `body` on a rack with one board; what it prints, or how it failed.
-std::string printed(tests::rack_t& rack, const std::function<void()>& body)
-{
-    const tests::run_t run = rack.in_child([&] {
-        try {
-            body();
-        } catch (const std::system_error& error) {
-            std::cout << "system error: " << error.what();
-        }
-    });
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
-    return run.out;
-}
-
-core open_root()
-{
-    const accelerator opened{enumerate_accelerators().at(0)};
-    const mmio space{opened.enumerate_mmios().at(0)};
-    return enumerate_cores(space).root();
-}
+using tests::printed;
+using tests::root_core;
 
 const std::vector<std::string> chain_of_a_core{
     "ivra_hw_destroy_tree",
@@ -86,7 +68,7 @@ TEST(handles, a_core_keeps_tree_space_and_accelerator_open_and_releases_them_in_
     rack.plug("m48l_xcvu7p");
     EXPECT_EQ(printed(rack,
                       [] {
-                          const core root = open_root();
+                          const core root = root_core();
                           std::cout << v6::hw_top::hw_top{root}.get_board_name().value();
                       }),
               "m48l_xcvu7p");
@@ -98,11 +80,11 @@ TEST(handles, what_is_built_on_a_core_outlives_the_core_it_was_given)
     tests::rack_t rack;
     rack.plug("xilinx_u50");
     printed(rack, [] {
-        std::optional<v6::flash::flash> flash{open_root()};
+        std::optional<v6::flash::flash> flash{root_core()};
         EXPECT_TRUE(flash->get_memory_size().has_value());
     });
     EXPECT_EQ(calls_among(rack, releases), with("ivra_flash_destroy", chain_of_a_core));
-    printed(rack, [] { v6::i2c::i2c{open_root()}; });
+    printed(rack, [] { v6::i2c::i2c{root_core()}; });
     EXPECT_EQ(calls_among(rack, releases), with("ivra_i2c_destroy", chain_of_a_core));
 }
 
@@ -112,7 +94,7 @@ TEST(handles, a_copy_shares_the_handle_which_goes_with_the_last_one)
     rack.plug("m48l_xcvu7p");
     EXPECT_EQ(printed(rack,
                       [] {
-                          std::optional<v6::hw_top::hw_top> first{open_root()};
+                          std::optional<v6::hw_top::hw_top> first{root_core()};
                           const v6::hw_top::hw_top second = *first;
                           first.reset();
                           std::cout << second.get_board_name().value();
@@ -142,7 +124,7 @@ TEST(handles, each_step_that_fails_releases_what_was_acquired_before)
     for (const row_t& row : rows) {
         tests::rack_t rack;
         rack.plug("m48l_xcvu7p").faults(std::string{R"({"call": ")"} + row.call + R"(", "errno": "EACCES"})");
-        EXPECT_EQ(printed(rack, [] { v6::flash::flash{open_root()}; }), row.text);
+        EXPECT_EQ(printed(rack, [] { v6::flash::flash{root_core()}; }), row.text);
         EXPECT_EQ(calls_among(rack, releases),
                   (std::vector<std::string>(chain_of_a_core.end() - static_cast<std::ptrdiff_t>(row.released),
                                             chain_of_a_core.end())))
@@ -155,7 +137,7 @@ TEST(handles, a_flash_without_one_of_its_sections_is_destroyed_before_its_core)
     for (const std::string section : {"pgm", "usr", "prm", "otp"}) {
         tests::rack_t rack;
         rack.plug("m48l_xcvu7p").faults(R"({"call": "ivra_flash_get_section_)" + section + R"(", "errno": "EIO"})");
-        EXPECT_EQ(printed(rack, [] { v6::flash::flash{open_root()}; }),
+        EXPECT_EQ(printed(rack, [] { v6::flash::flash{root_core()}; }),
                   "system error: Failed to create section object: Input/output error");
         EXPECT_EQ(calls_among(rack, releases), with("ivra_flash_destroy", chain_of_a_core));
     }
@@ -165,7 +147,7 @@ TEST(handles, sections_of_a_flash_are_asked_for_in_their_order)
 {
     tests::rack_t rack;
     rack.plug("m48l_xcvu7p");
-    printed(rack, [] { v6::flash::flash{open_root()}; });
+    printed(rack, [] { v6::flash::flash{root_core()}; });
     const std::vector<std::string> order{"ivra_flash_create", "ivra_flash_get_section_pgm",
                                          "ivra_flash_get_section_usr", "ivra_flash_get_section_prm",
                                          "ivra_flash_get_section_otp"};
@@ -176,10 +158,10 @@ TEST(handles, creations_that_fail_have_their_sentences)
 {
     tests::rack_t rack;
     rack.plug("m48l_xcvu7p");
-    EXPECT_EQ(printed(rack, [] { v6::i2c::i2c{open_root()}; }),
+    EXPECT_EQ(printed(rack, [] { v6::i2c::i2c{root_core()}; }),
               "system error: Failed to create i2c object.: No such device");
     rack.faults(R"({"call": "ivra_hw_top_create", "errno": "EIO"})");
-    EXPECT_EQ(printed(rack, [] { v6::hw_top::hw_top{open_root()}; }),
+    EXPECT_EQ(printed(rack, [] { v6::hw_top::hw_top{root_core()}; }),
               "system error: Failed to create hw_top subsystem: Input/output error");
     rack.faults(R"({"call": "ivra_hw_shared_mutex_create", "errno": "EIO"})");
     EXPECT_EQ(printed(rack, [] { shared_mutex{"name"}; }), "system error: Input/output error");
@@ -224,7 +206,7 @@ TEST(enumeration, of_fewer_mmio_spaces_than_counted_is_EINVAL_and_releases_those
 {
     tests::rack_t rack;
     rack.plug("m48l_xcvu7p").faults(R"({"call": "ivra_hw_accelerator_count_mmios", "count": 2})");
-    EXPECT_EQ(printed(rack, [] { open_root(); }), "system error: Invalid argument");
+    EXPECT_EQ(printed(rack, [] { root_core(); }), "system error: Invalid argument");
     EXPECT_EQ(calls(rack, "ivra_hw_mmio_put_descriptor"), 1U);
 }
 

@@ -1,5 +1,6 @@
 #include "hw/mutex.h"
 #include "support/rack.h"
+#include "support/root_core.h"
 
 #include <gtest/gtest.h>
 
@@ -13,28 +14,8 @@
 namespace ivra::bsp {
 namespace {
 
-hw::core root_core()
-{
-    const hw::accelerator accelerator{hw::enumerate_accelerators().at(0)};
-    const hw::mmio mmio{accelerator.enumerate_mmios().at(0)};
-    return hw::enumerate_cores(mmio).root();
-}
-
-std::string printed(tests::rack_t& rack, const std::function<void()>& body)
-{
-    const tests::run_t run = rack.in_child([&] {
-        try {
-            body();
-        } catch (const std::system_error& error) {
-            std::cout << "system error: " << error.what();
-        } catch (const std::runtime_error& error) {
-            std::cout << "error: " << error.what();
-        }
-    });
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
-    return run.out;
-}
+using tests::printed;
+using tests::root_core;
 
 tests::rack_t& plugged(tests::rack_t& rack)
 {

@@ -10,6 +10,7 @@
 #include "hw/mutex.h"
 #include "hw/uart.h"
 #include "support/rack.h"
+#include "support/root_core.h"
 
 #include <gtest/gtest.h>
 
@@ -79,17 +80,7 @@ std::string printed(const std::string& fault, const std::function<void(const cor
 {
     tests::rack_t rack;
     rack.plug("bittware_xupp3r").faults(fault);
-    const tests::run_t run = rack.in_child([&] {
-        const accelerator opened{enumerate_accelerators().at(0)};
-        const mmio space{opened.enumerate_mmios().at(0)};
-        try {
-            body(enumerate_cores(space).root());
-        } catch (const std::exception& error) {
-            std::cout << error.what();
-        }
-    });
-    EXPECT_EQ(run.status, 0) << run.err;
-    return run.out;
+    return tests::printed(rack, body);
 }
 
 TEST(odd_library, texts_end_with_the_room_for_them)
@@ -106,7 +97,7 @@ TEST(odd_library, texts_end_with_the_room_for_them)
 TEST(odd_library, an_address_that_is_printed_longer_than_addresses_are_is_a_mistake)
 {
     EXPECT_EQ(printed("", [](const core&) { std::cout << v6::mac_address{std::uint64_t{1}}; }),
-              "Buffer too small for ivra_print_mac_address()");
+              "logic error: Buffer too small for ivra_print_mac_address()");
 }
 
 TEST(odd_library, accelerators_are_as_many_as_there_was_room_for)
@@ -204,7 +195,7 @@ TEST(odd_library, a_failure_that_does_not_say_why_is_an_input_output_error)
         // Not the call that opens the board for the action.
         const std::string nth = std::string{row.call} == "ivra_hw_accelerator_get" ? R"(, "nth": 2)" : "";
         EXPECT_EQ(printed(std::string{R"({"call": ")"} + row.call + R"(", "errno": "0")" + nth + "}", row.action),
-                  std::string{row.text} + "Input/output error")
+                  std::string{"system error: "} + row.text + "Input/output error")
             << row.call;
     }
 }

@@ -6,6 +6,7 @@
 #include "hw/mac_address.h"
 #include "hw/mmio.h"
 #include "support/rack.h"
+#include "support/root_core.h"
 
 #include <gtest/gtest.h>
 
@@ -17,24 +18,7 @@
 namespace ivra::hw {
 namespace {
 
-/// Runs `body` on the root core of a rack's first board; what it prints, or how it failed.
-std::string printed(tests::rack_t& rack, const std::function<void(const core&)>& body)
-{
-    const tests::run_t run = rack.in_child([&] {
-        try {
-            const accelerator opened{enumerate_accelerators().at(0)};
-            const mmio space{opened.enumerate_mmios().at(0)};
-            body(enumerate_cores(space).root());
-        } catch (const std::system_error& error) {
-            std::cout << "system error: " << error.what();
-        } catch (const std::logic_error& error) {
-            std::cout << "logic error: " << error.what();
-        }
-    });
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
-    return run.out;
-}
+using tests::printed;
 
 const tests::members_t two_cores{{"cores", R"([
     {"hardware_id": 475, "address": "0x100000", "size": "0x1000", "registers": {"0x10": "0x12345678"}},

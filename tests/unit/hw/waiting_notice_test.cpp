@@ -1,5 +1,6 @@
 #include "hw/shared_mutex.h"
 #include "hw/waiting_notice.h"
+#include "support/outcome.h"
 #include "support/rack.h"
 
 #include <gtest/gtest.h>
@@ -124,14 +125,12 @@ std::string locked_after(const std::string& members, tests::streams_t streams, s
         .faults(R"({"call": "ivra_hw_shared_mutex_lock", "nth": 1, "errno": "EINTR")" + members + "}");
     const tests::run_t run = rack.in_child(
         [] {
-            try {
+            std::cout << tests::said_by([] {
                 shared_mutex m{"m"};
                 m.lock();
-                std::cout << "locked";
                 m.unlock();
-            } catch (const std::system_error& error) {
-                std::cout << error.what();
-            }
+                return "locked";
+            });
         },
         streams);
     err = run.err;

@@ -1,5 +1,7 @@
 #include "transceiver/identifier.h"
 
+#include "support/outcome.h"
+
 #include <gtest/gtest.h>
 
 #include <map>
@@ -62,11 +64,8 @@ TEST(identifier, of_0x14_and_0x15_have_the_same_text)
 /// The family of an identifier, or why there is none.
 std::string family(int identifier)
 {
-    try {
-        return std::to_string(static_cast<int>(get_module_type(static_cast<std::uint8_t>(identifier))));
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
+    return tests::said_by(
+        [&] { return std::to_string(static_cast<int>(get_module_type(static_cast<std::uint8_t>(identifier)))); });
 }
 
 std::string hex(int value)

@@ -1,11 +1,10 @@
 // Modules in the first cage of a board of the virtual platform; each story is a process of its own.
 
-#include "hw/accelerator.h"
-#include "hw/core.h"
 #include "hw/i2c.h"
-#include "hw/mmio.h"
 #include "support/i2c_trace.h"
+#include "support/outcome.h"
 #include "support/rack.h"
+#include "support/root_core.h"
 #include "transceiver/module.h"
 
 #include <gtest/gtest.h>
@@ -44,18 +43,6 @@ const std::string qsfp_dd_module = R"({"map": "cmis", "identifier": "0x18", "ven
 const std::string bare_qsfp_dd_module = R"({"map": "cmis", "identifier": "0x18", "vendor_name": "SAMPLE CO",
     "vendor_pn": "D-0", "advertises": []})";
 
-std::string outcome(const std::function<std::string()>& action)
-{
-    try {
-        return action();
-    } catch (const std::system_error& error) {
-        return std::string{"system error: "} + error.what() +
-               (error.code().category() == std::generic_category() ? "" : " (of another category)");
-    } catch (const std::runtime_error& error) {
-        return std::string{"error: "} + error.what();
-    }
-}
-
 /// A board with this in its first cage.
 class cage
 {
@@ -70,15 +57,10 @@ public:
     /// What an action on the cage's bus says.
     std::string run(const std::function<std::string(bus&)>& action)
     {
-        const tests::run_t run = rack_.in_child([&] {
-            const hw::accelerator accelerator{hw::enumerate_accelerators().at(0)};
-            const hw::mmio mmio{accelerator.enumerate_mmios().at(0)};
-            const v6::i2c::i2c controller{hw::enumerate_cores(mmio).root()};
-            bus cage_bus = controller.get_bus(1).value();
-            std::cout << outcome([&] { return action(cage_bus); });
+        return tests::printed(rack_, [&](const hw::core& root) {
+            bus cage_bus = v6::i2c::i2c{root}.get_bus(1).value();
+            std::cout << action(cage_bus);
         });
-        EXPECT_EQ(run.status, 0) << run.err;
-        return run.out;
     }
 
     /// What the last action did on the bus.
@@ -514,10 +496,7 @@ TEST(module_report, of_a_good_module_or_an_empty_cage_is_that_of_the_stats)
 std::string after(cage& c, qsfp_power_mode_t mode, std::uint8_t reg)
 {
     return c.run([=](bus& b) {
-        const std::string said = outcome([&] {
-            set_qsfp_power_mode(b, mode);
-            return std::string{"ok"};
-        });
+        const std::string said = tests::outcome([&] { set_qsfp_power_mode(b, mode); });
         std::uint8_t byte = 0;
         b.read_register(0x50, reg, &byte, 1).access_value_or_throw();
         return said + " " + tests::hexadecimal(byte);

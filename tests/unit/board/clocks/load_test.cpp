@@ -1,7 +1,9 @@
 #include "board/clocks/load.h"
 #include "board/u50.h"
 #include "board/u55c.h"
+#include "support/outcome.h"
 #include "support/rack.h"
+#include "support/root_core.h"
 
 #include <gtest/gtest.h>
 
@@ -144,6 +146,7 @@ int nanosleep(const timespec* request, timespec* remaining)
 namespace ivra::bsp::clocks {
 namespace {
 
+using tests::outcome;
 using enum board::transceiver_speed_t;
 
 /// Runs `body` on a board, in a process of its own; what is expected there in vain fails here.
@@ -152,11 +155,7 @@ tests::run_t run_on_a_board(const std::function<void(const hw::core&)>& body)
     tests::rack_t rack;
     rack.plug("xilinx_u50").environment("IVRA_LOG_LEVEL=0");
     rack.faults(R"({"call": "ivra_hw_core_enumerate", "errno": "EIO"})"); // its XMC does not come up
-    return rack.in_child([&] {
-        const hw::accelerator opened{hw::enumerate_accelerators().at(0)};
-        const hw::mmio space{opened.enumerate_mmios().at(0)};
-        body(hw::enumerate_cores(space).root());
-    });
+    return rack.in_child([&] { body(tests::root_core()); });
 }
 
 void on_a_board(const std::function<void(const hw::core&)>& body)
@@ -209,19 +208,6 @@ std::map<unsigned, unsigned> complete(const table_t& table)
     for (const entry_t& entry : table.entries)
         values[entry.address] = entry.value;
     return values;
-}
-
-/// What an operation says: "ok", or the kind of exception and its text.
-std::string outcome(const std::function<void()>& operation)
-{
-    try {
-        operation();
-        return "ok";
-    } catch (const std::system_error& error) {
-        return std::string{"system error: "} + error.what();
-    } catch (const std::runtime_error& error) {
-        return std::string{"error: "} + error.what();
-    }
 }
 
 const std::string write_failed = "system error: Error writing clock I2C register: Input/output error";
