@@ -1,3 +1,4 @@
+#include "screens.h"
 #include "support/rack.h"
 
 #include <gtest/gtest.h>
@@ -52,17 +53,8 @@ TEST(bittware, boards_list_their_serials)
     for (const std::string model : {"bittware_xupp3r", "bittware_xupvv8", "ivra_fpb2"}) {
         rack_t rack;
         rack.plug(model, bmc(R"("fru": {"manufacturer": "VM", "product": "P", "serial": "VRT0001"})"));
-        const run_t run = rack.run("list");
-        EXPECT_EQ(run.out, times(3, remains) +
-                               "card-0\n"
-                               "\tID            : 0\n"
-                               "\tBoard model   : " +
-                               model +
-                               "\n"
-                               "\tBoard base MAC: 02:00:00:00:00:00\n"
-                               "\tBoard serial  : VRT0001\n");
-        EXPECT_EQ(run.err, "");
-        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(rack.run("list"),
+                  says(times(3, remains) + listed("card-0", "0", model, "02:00:00:00:00:00", "VRT0001")));
     }
 }
 
@@ -72,15 +64,7 @@ TEST(bittware, show_info_describes_the_board_after_what_the_log_says)
     rack.plug("bittware_xupp3r", bmc(R"("fru": {"manufacturer": "VM", "product": "XP", "serial": "VRT0001",
                                                 "part_number": null})"));
     const run_t run = rack.run("show info");
-    EXPECT_EQ(run.out, times(3, remains) + "Accelerator\n"
-                                           "\tName         : card-0\n"
-                                           "\tID           : 0\n"
-                                           "\tBoard model  : bittware_xupp3r\n"
-                                           "\tBoard serial : VRT0001\n"
-                                           "\tFPGA device  : xcvu7p-flva2104-2-e\n"
-                                           "\tFPGA serial  : 0x4002000001285c0f1a104280\n"
-                                           "\tMAC addresses: 02:00:00:00:00:00 - 02:00:00:00:00:03\n"
-                                           "\tTemperature  : 45.5°C\n");
+    EXPECT_EQ(run.out, times(3, remains) + info("bittware_xupp3r", "VRT0001"));
     EXPECT_EQ(run.status, 0);
     // Header, first 6 bytes of the board area at 8, and the rest of its 24.
     EXPECT_EQ(written(rack), (std::vector<std::string>{"a0 28 00 11 00 00 00 08 a5 00 00 00 00 00 00 00",
@@ -169,13 +153,8 @@ TEST(bittware_sensors, of_an_empty_repository_are_an_error)
 
 TEST(bittware_sensors, that_fail_end_the_command_and_show_nothing)
 {
-    struct row_t
-    {
-        const char* answer;
-        const char* text;
-    };
     // clang-format off
-    constexpr row_t rows[] = {
+    constexpr failure_row_t rows[] = {
         {R"({"to": "0421", "nth": 2, "code": "0xce"})",     "IPMI transaction error. Response code: 206"},
         {R"({"to": "042d", "nth": 2, "code": "0xc0"})",     "IPMI transaction error. Response code: 192"},
         {R"({"to": "0421", "nth": 2, "data": "ffff00"})",   "Size mismatch in IPMI response: expected 0x42, got 0x3"},
@@ -190,14 +169,14 @@ TEST(bittware_sensors, that_fail_end_the_command_and_show_nothing)
         {R"({"to": "042d", "latency": "110 ms"})",          "Cannot find IPMI transaction in response"},
     };
     // clang-format on
-    for (const row_t& row : rows) {
+    for (const failure_row_t& row : rows) {
         rack_t rack;
-        rack.plug("bittware_xupp3r", bmc(three_sensors + R"(, "answers": [)" + row.answer + "]"));
+        rack.plug("bittware_xupp3r", bmc(three_sensors + R"(, "answers": [)" + row.fault + "]"));
         const run_t run = rack.run("show sensors");
-        EXPECT_EQ(run.err, row.text + std::string{"\n"}) << row.answer;
-        EXPECT_EQ(run.out.find("Sensors\n"), std::string::npos) << row.answer;
-        EXPECT_EQ(run.out.find("done"), std::string::npos) << row.answer;
-        EXPECT_EQ(run.status, 1) << row.answer;
+        EXPECT_EQ(run.err, row.text + std::string{"\n"}) << row.fault;
+        EXPECT_EQ(run.out.find("Sensors\n"), std::string::npos) << row.fault;
+        EXPECT_EQ(run.out.find("done"), std::string::npos) << row.fault;
+        EXPECT_EQ(run.status, 1) << row.fault;
     }
 }
 
@@ -265,16 +244,13 @@ TEST(bittware_boot_image, is_the_one_that_was_taken_and_the_one_that_is_next)
             for (const std::string next : {"none", "primary", "backup"}) {
                 rack_t rack;
                 rack.plug(model, bmc(R"("configured_from": ")" + current + R"(", "boot_image": ")" + next + '"'));
-                const run_t run = rack.run("show boot-image");
-                EXPECT_EQ(run.out, times(2, remains) +
-                                       "Boot image\n"
-                                       "\tCurrent boot: " +
-                                       current +
-                                       "\n"
-                                       "\tNext reload : " +
-                                       next + "\n");
-                EXPECT_EQ(run.err, "");
-                EXPECT_EQ(run.status, 0);
+                EXPECT_EQ(rack.run("show boot-image"), says(times(2, remains) +
+                                                            "Boot image\n"
+                                                            "\tCurrent boot: " +
+                                                            current +
+                                                            "\n"
+                                                            "\tNext reload : " +
+                                                            next + "\n"));
             }
 }
 
@@ -316,13 +292,8 @@ TEST(bittware_boot_image, takes_the_configuration_status_first)
 
 TEST(bittware_boot_image, that_the_bmc_does_not_tell_ends_the_command)
 {
-    struct row_t
-    {
-        const char* answer;
-        const char* text;
-    };
     // clang-format off
-    constexpr row_t rows[] = {
+    constexpr failure_row_t rows[] = {
         {R"({"to": "2e08187b0001", "code": "0xc1", "data": "187b00"})", "Error requesting FPGA configuration status. Response code: 193"},
         {R"({"to": "2e08187b0001", "data": "187b0003"})",   "Unknown FPGA configuration status value received from BMC"},
         {R"({"to": "2e08187b0001", "data": "187b00"})",     "Unknown FPGA configuration status value received from BMC"},
@@ -333,12 +304,12 @@ TEST(bittware_boot_image, that_the_bmc_does_not_tell_ends_the_command)
         {R"({"to": "2e08187b0007", "data": "187b00"})",     "Unknown boot image value received from BMC"},
     };
     // clang-format on
-    for (const row_t& row : rows) {
+    for (const failure_row_t& row : rows) {
         rack_t rack;
-        rack.plug("bittware_xupp3r", bmc(std::string{R"("answers": [)"} + row.answer + "]"));
+        rack.plug("bittware_xupp3r", bmc(std::string{R"("answers": [)"} + row.fault + "]"));
         const run_t run = rack.run("show boot-image");
-        EXPECT_EQ(run.err, row.text + std::string{"\n"}) << row.answer;
-        EXPECT_EQ(run.out.find("Boot image"), std::string::npos) << row.answer;
+        EXPECT_EQ(run.err, row.text + std::string{"\n"}) << row.fault;
+        EXPECT_EQ(run.out.find("Boot image"), std::string::npos) << row.fault;
         EXPECT_EQ(run.status, 1);
     }
 }
@@ -348,10 +319,8 @@ TEST(bittware_boot_image, of_other_boards_is_unsupported)
     for (const std::string model : {"xilinx_u200", "xilinx_u250", "xilinx_u50", "xilinx_u55c", "m48l_xcvu7p"}) {
         rack_t rack;
         rack.plug(model);
-        const run_t run = rack.run("show boot-image");
-        EXPECT_EQ(run.out, "");
-        EXPECT_EQ(run.err, "Getting current boot image is only supported on Bittware boards\n");
-        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(rack.run("show boot-image"),
+                  fails("Getting current boot image is only supported on Bittware boards\n"));
     }
 }
 
@@ -386,13 +355,10 @@ TEST(bittware_bmc, that_is_missing_fails_everything_that_needs_it_with_one_sente
 {
     rack_t rack;
     rack.plug("bittware_xupp3r", {{"bmc", "null"}});
-    const run_t info = rack.run("show info");
-    EXPECT_TRUE(info.out.starts_with("get_bmc: Could not initialize Bittware BMC subsystem: "
-                                     "Failed to create UART subsystem: No such device\nAccelerator\n"))
-        << info.out;
-    EXPECT_NE(info.out.find("\tBoard serial : Error\n"), std::string::npos);
-    EXPECT_EQ(info.err, serial_failed(not_initialized));
-    EXPECT_EQ(info.status, 0);
+    EXPECT_EQ(rack.run("show info"), (run_t{"get_bmc: Could not initialize Bittware BMC subsystem: "
+                                            "Failed to create UART subsystem: No such device\n" +
+                                                info("bittware_xupp3r", "Error"),
+                                            serial_failed(not_initialized), 0}));
     for (const std::string report : {"sensors", "boot-image"}) {
         const run_t run = rack.run("show " + report);
         EXPECT_EQ(run.err, not_initialized + "\n");
@@ -402,25 +368,20 @@ TEST(bittware_bmc, that_is_missing_fails_everything_that_needs_it_with_one_sente
 
 TEST(bittware_serial, that_cannot_be_read_is_an_error_in_the_report)
 {
-    struct row_t
-    {
-        const char* answer;
-        const char* text;
-    };
     // clang-format off
-    constexpr row_t rows[] = {
+    constexpr failure_row_t rows[] = {
         {R"({"to": "0a1100000008", "code": "0xcb"})",             "Error reading FRU data. Response code: 203"},
         {R"({"to": "0a1100000008", "data": "0701000001000000"})", "Read less FRU data than expected"},
         {R"({"to": "0a1100000008", "data": ""})",                 "Read less FRU data than expected"},
         {R"({"to": "0a11", "latency": "never"})",                 "Cannot find IPMI transaction in response"},
     };
     // clang-format on
-    for (const row_t& row : rows) {
+    for (const failure_row_t& row : rows) {
         rack_t rack;
-        rack.plug("bittware_xupp3r", bmc(std::string{R"("answers": [)"} + row.answer + "]"));
+        rack.plug("bittware_xupp3r", bmc(std::string{R"("answers": [)"} + row.fault + "]"));
         const run_t run = rack.run("show info");
-        EXPECT_NE(run.out.find("\tBoard serial : Error\n"), std::string::npos) << row.answer;
-        EXPECT_EQ(run.err, serial_failed(row.text)) << row.answer;
+        EXPECT_TRUE(run.out.ends_with(info("bittware_xupp3r", "Error"))) << row.fault;
+        EXPECT_EQ(run.err, serial_failed(row.text)) << row.fault;
         EXPECT_EQ(run.status, 0);
     }
 }
@@ -479,20 +440,15 @@ TEST(bittware_lock, is_that_of_the_bittware_controller_and_held_for_each_request
 
 TEST(bittware_lock, failures_release_it)
 {
-    struct row_t
-    {
-        const char* fault;
-        const char* text;
-    };
     // clang-format off
-    constexpr row_t rows[] = {
+    constexpr failure_row_t rows[] = {
         {R"("call": "ivra_uart_write_all", "nth": 2)",          "Error sending IPMI data: Input/output error"},
         {R"("call": "ivra_uart_read", "nth": 3)",               "Cannot read IPMI response: Input/output error"},
         {R"("call": "ivra_hw_shared_mutex_lock", "nth": 1)",    "Input/output error"},
         {R"("call": "ivra_hw_shared_mutex_unlock", "nth": 1)",  "Input/output error"},
     };
     // clang-format on
-    for (const row_t& row : rows) {
+    for (const failure_row_t& row : rows) {
         rack_t rack;
         rack.plug("bittware_xupp3r");
         rack.faults(std::string{"{"} + row.fault + R"(, "errno": "EIO"})");

@@ -249,10 +249,7 @@ TEST(color, is_one_of_three_words_exactly)
 TEST(color, that_is_wrong_is_told_in_plain_text_also_when_json_was_asked_for)
 {
     rack_t rack;
-    const run_t run = rack.run("list --json --color=x");
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, "Invalid color value\n");
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(rack.run("list --json --color=x"), fails("Invalid color value\n"));
 }
 
 TEST(json, is_selected_by_the_environment_only_with_exactly_1)
@@ -265,10 +262,7 @@ TEST(json, is_selected_by_the_environment_only_with_exactly_1)
 TEST(json, of_an_invalid_word_is_plain_text)
 {
     rack_t rack;
-    const run_t run = rack.run("--json frobnicate");
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, "Invalid command: 'frobnicate'\n");
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(rack.run("--json frobnicate"), fails("Invalid command: 'frobnicate'\n"));
 }
 
 std::string help(const std::string& words, const std::vector<std::string>& environment = {})

@@ -74,10 +74,8 @@ TEST(launcher, starts_the_command_under_the_name_of_its_file)
 {
     const folder_t folder;
     fs::copy("/bin/cat", folder.path() / "ivra-bsp-look");
-    const run_t run = folder.run({"look", "/proc/self/cmdline"});
-    EXPECT_EQ(run.out, std::string{"ivra-bsp-look"} + '\0' + "/proc/self/cmdline" + '\0');
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(folder.run({"look", "/proc/self/cmdline"}),
+              says(std::string{"ivra-bsp-look"} + '\0' + "/proc/self/cmdline" + '\0'));
 }
 
 TEST(launcher, finds_its_folder_through_a_symbolic_link)
@@ -127,10 +125,7 @@ TEST(launcher, tells_its_version_and_its_commands_on_standard_output)
     const run_t version = folder.run({"--version"});
     EXPECT_EQ(version.out, "ivra-bsp " IVRA_BSP_VERSION "\n");
     EXPECT_EQ(version.status, 0);
-    const run_t help = folder.run({"--help"});
-    EXPECT_EQ(help.out, usage);
-    EXPECT_EQ(help.err, "");
-    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(folder.run({"--help"}), says(usage));
 }
 
 TEST(launcher, fails_when_standard_output_cannot_be_written)

@@ -1,3 +1,4 @@
+#include "screens.h"
 #include "support/rack.h"
 
 #include <gtest/gtest.h>
@@ -11,44 +12,35 @@ TEST(list, shows_every_accelerator_in_the_order_of_the_host)
 {
     rack_t rack;
     rack.plug("m48l_xcvu7p").plug("m48e_emu_xcvu9p").host({.serial = "SSJ17200123\n", .address = {}});
-    const run_t run = rack.run("list");
-    EXPECT_EQ(run.out, "card-0\n"
-                       "\tID            : 0\n"
-                       "\tBoard model   : m48l_xcvu7p\n"
-                       "\tBoard base MAC: 02:00:00:00:00:00\n"
-                       "\tBoard serial  : SSJ17200123\n"
-                       "card-1\n"
-                       "\tID            : 1\n"
-                       "\tBoard model   : m48e_emu_xcvu9p\n"
-                       "\tBoard base MAC: 02:00:00:00:01:00\n"
-                       "\tBoard serial  : SSJ17200123\n");
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(rack.run("list"), says("card-0\n"
+                                     "\tID            : 0\n"
+                                     "\tBoard model   : m48l_xcvu7p\n"
+                                     "\tBoard base MAC: 02:00:00:00:00:00\n"
+                                     "\tBoard serial  : SSJ17200123\n"
+                                     "card-1\n"
+                                     "\tID            : 1\n"
+                                     "\tBoard model   : m48e_emu_xcvu9p\n"
+                                     "\tBoard base MAC: 02:00:00:00:01:00\n"
+                                     "\tBoard serial  : SSJ17200123\n"));
 }
 
 TEST(list, is_one_json_array_whose_items_begin_with_their_name)
 {
     rack_t rack;
     rack.plug("m48l_xcvu7p").plug("m48lb_xcvu9p").host({.serial = "SSJ17200123\n", .address = {}});
-    const run_t run = rack.run("list --json");
-    EXPECT_EQ(run.out, R"({"data":{"accelerators":[)"
-                       R"({"Name":"card-0","ID":"0","Board model":"m48l_xcvu7p",)"
-                       R"("Board base MAC":"02:00:00:00:00:00","Board serial":"SSJ17200123"},)"
-                       R"({"Name":"card-1","ID":"1","Board model":"m48lb_xcvu9p",)"
-                       R"("Board base MAC":"02:00:00:00:01:00","Board serial":"SSJ17200123"}]},)"
-                       R"("status":{"success":true},"log":[]})"
-                       "\n");
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(rack.run("list --json"), says(R"({"data":{"accelerators":[)"
+                                            R"({"Name":"card-0","ID":"0","Board model":"m48l_xcvu7p",)"
+                                            R"("Board base MAC":"02:00:00:00:00:00","Board serial":"SSJ17200123"},)"
+                                            R"({"Name":"card-1","ID":"1","Board model":"m48lb_xcvu9p",)"
+                                            R"("Board base MAC":"02:00:00:00:01:00","Board serial":"SSJ17200123"}]},)"
+                                            R"("status":{"success":true},"log":[]})"
+                                            "\n"));
 }
 
 TEST(list, of_a_host_without_accelerators_is_empty_and_no_error)
 {
     rack_t rack;
-    const run_t text = rack.run("list");
-    EXPECT_EQ(text.out, "");
-    EXPECT_EQ(text.err, "");
-    EXPECT_EQ(text.status, 0);
+    EXPECT_EQ(rack.run("list"), says(""));
     EXPECT_EQ(rack.run("list --json").out, R"({"data":{"accelerators":[]},"status":{"success":true},"log":[]})"
                                            "\n");
 }
@@ -58,16 +50,8 @@ TEST(list, shows_an_unreadable_accelerator_as_errors_and_goes_on)
     rack_t rack;
     rack.plug("m48l_xcvu7p", {{"open", "\"EACCES\""}}).plug("m48l_xcvu7p").host({.serial = "S1", .address = {}});
     const run_t run = rack.run("list");
-    EXPECT_EQ(run.out, "Accelerator 0\n"
-                       "\tID            : Error\n"
-                       "\tBoard model   : Error\n"
-                       "\tBoard base MAC: Error\n"
-                       "\tBoard serial  : Error\n"
-                       "card-1\n"
-                       "\tID            : 1\n"
-                       "\tBoard model   : m48l_xcvu7p\n"
-                       "\tBoard base MAC: 02:00:00:00:01:00\n"
-                       "\tBoard serial  : S1\n");
+    EXPECT_EQ(run.out, listed("Accelerator 0", "Error", "Error", "Error", "Error") +
+                           listed("card-1", "1", "m48l_xcvu7p", "02:00:00:00:01:00", "S1"));
     EXPECT_EQ(run.err, "list_add_board: Error retrieving info for accelerator 0: Permission denied\n"
                        "list_add_board: Error retrieving board info for accelerator 0: Permission denied\n");
     EXPECT_EQ(run.status, 0);
@@ -122,16 +106,8 @@ TEST(list, calls_an_accelerator_without_a_name_by_its_index)
 {
     rack_t rack;
     rack.plug("m48l_xcvu7p").plug("m48l_xcvu7p", {{"name", "null"}}).host({.serial = "S1", .address = {}});
-    EXPECT_EQ(rack.run("list").out, "card-0\n"
-                                    "\tID            : 0\n"
-                                    "\tBoard model   : m48l_xcvu7p\n"
-                                    "\tBoard base MAC: 02:00:00:00:00:00\n"
-                                    "\tBoard serial  : S1\n"
-                                    "board-1\n"
-                                    "\tID            : 1\n"
-                                    "\tBoard model   : m48l_xcvu7p\n"
-                                    "\tBoard base MAC: 02:00:00:00:01:00\n"
-                                    "\tBoard serial  : S1\n");
+    EXPECT_EQ(rack.run("list").out, listed("card-0", "0", "m48l_xcvu7p", "02:00:00:00:00:00", "S1") +
+                                        listed("board-1", "1", "m48l_xcvu7p", "02:00:00:00:01:00", "S1"));
 }
 
 TEST(list, shows_a_board_whose_serial_is_unknown_as_not_available)
@@ -153,11 +129,7 @@ TEST(list, of_an_accelerator_without_mmio_space_shows_errors)
     rack_t rack;
     rack.plug("m48l_xcvu7p", {{"mmios", "0"}});
     const run_t run = rack.run("list");
-    EXPECT_EQ(run.out, "Accelerator 0\n"
-                       "\tID            : Error\n"
-                       "\tBoard model   : Error\n"
-                       "\tBoard base MAC: Error\n"
-                       "\tBoard serial  : Error\n");
+    EXPECT_EQ(run.out, listed("Accelerator 0", "Error", "Error", "Error", "Error"));
     EXPECT_EQ(run.err, "list_add_board: Error retrieving info for accelerator 0: " + no_mmio +
                            "\nlist_add_board: Error retrieving board info for accelerator 0: " + no_mmio + "\n");
     EXPECT_EQ(run.status, 0);
@@ -169,13 +141,7 @@ TEST(list, of_an_unknown_model_names_it_and_shows_what_it_can)
         rack_t rack;
         rack.plug(model);
         const run_t run = rack.run("list");
-        EXPECT_EQ(run.out, "card-0\n"
-                           "\tID            : 0\n"
-                           "\tBoard model   : " +
-                               model +
-                               "\n"
-                               "\tBoard base MAC: Error\n"
-                               "\tBoard serial  : Error\n");
+        EXPECT_EQ(run.out, listed("card-0", "0", model, "Error", "Error"));
         EXPECT_EQ(run.err, "list_add_board: Error retrieving board info for accelerator 0: "
                            "Unsupported board model: '" +
                                model + "'\n");
@@ -188,11 +154,7 @@ TEST(list, of_a_design_without_mac_addresses_shows_errors_for_address_and_serial
     rack_t rack;
     rack.plug("m48l_xcvu7p", {{"mac_addresses", "[]"}}).host({.serial = "S1", .address = {}});
     const run_t run = rack.run("list");
-    EXPECT_EQ(run.out, "card-0\n"
-                       "\tID            : 0\n"
-                       "\tBoard model   : m48l_xcvu7p\n"
-                       "\tBoard base MAC: Error\n"
-                       "\tBoard serial  : Error\n");
+    EXPECT_EQ(run.out, listed("card-0", "0", "m48l_xcvu7p", "Error", "Error"));
     EXPECT_EQ(run.err, "list_add_board: Error retrieving board info for accelerator 0: " + no_mmio + "\n");
 }
 
@@ -202,11 +164,7 @@ TEST(list, keeps_a_name_that_was_read_before_the_id_failed)
     rack.plug("m48l_xcvu7p").host({.serial = "S1", .address = {}});
     rack.faults(R"({"call": "ivra_hw_prop_get_index", "errno": "EIO"})");
     const run_t run = rack.run("list");
-    EXPECT_EQ(run.out, "card-0\n"
-                       "\tID            : Error\n"
-                       "\tBoard model   : Error\n"
-                       "\tBoard base MAC: 02:00:00:00:00:00\n"
-                       "\tBoard serial  : S1\n");
+    EXPECT_EQ(run.out, listed("card-0", "Error", "Error", "02:00:00:00:00:00", "S1"));
     EXPECT_EQ(run.err, "list_add_board: Error retrieving info for accelerator 0: Could not get accelerator ID: "
                        "Input/output error\n");
 }
@@ -217,11 +175,7 @@ TEST(list, shows_id_and_model_as_errors_when_the_model_cannot_be_read)
     rack.plug("m48l_xcvu7p");
     rack.faults(R"({"call": "ivra_hw_top_get_board_name", "errno": "EIO"})");
     const run_t run = rack.run("list");
-    EXPECT_EQ(run.out, "card-0\n"
-                       "\tID            : Error\n"
-                       "\tBoard model   : Error\n"
-                       "\tBoard base MAC: Error\n"
-                       "\tBoard serial  : Error\n");
+    EXPECT_EQ(run.out, listed("card-0", "Error", "Error", "Error", "Error"));
     EXPECT_EQ(run.err, "list_add_board: Error retrieving info for accelerator 0: Could not get accelerator model: "
                        "Input/output error\n"
                        "list_add_board: Error retrieving board info for accelerator 0: Input/output error\n");
@@ -232,7 +186,7 @@ TEST(list, shows_the_low_16_bits_of_an_index)
     rack_t rack;
     rack.plug("m48l_xcvu7p").host({.serial = "S1", .address = {}});
     rack.faults(R"({"call": "ivra_hw_prop_get_index", "garble": "02000100"})"); // 0 becomes 65538
-    EXPECT_NE(rack.run("list").out.find("\tID            : 2\n"), std::string::npos);
+    EXPECT_EQ(rack.run("list").out, listed("card-0", "2", "m48l_xcvu7p", "02:00:00:00:00:00", "S1"));
     EXPECT_NE(rack.run("show info").out.find("\tID           : 65538\n"), std::string::npos) << "show info has all 32";
 }
 
@@ -242,11 +196,7 @@ TEST(list, calls_an_accelerator_that_has_neither_name_nor_index_unknown)
     rack.plug("m48l_xcvu7p").host({.serial = "S1", .address = {}});
     rack.faults(
         R"({"call": "ivra_hw_prop_get_index", "errno": "EIO"}, {"call": "ivra_hw_prop_get_name", "errno": "EIO"})");
-    EXPECT_EQ(rack.run("list").out, "(Unknown)\n"
-                                    "\tID            : Error\n"
-                                    "\tBoard model   : Error\n"
-                                    "\tBoard base MAC: 02:00:00:00:00:00\n"
-                                    "\tBoard serial  : S1\n");
+    EXPECT_EQ(rack.run("list").out, listed("(Unknown)", "Error", "Error", "02:00:00:00:00:00", "S1"));
 }
 
 TEST(list, of_accelerators_that_cannot_be_enumerated_is_empty)
@@ -264,10 +214,7 @@ TEST(list, fails_when_the_platform_describes_fewer_accelerators_than_it_counts)
     rack_t rack;
     rack.plug("m48l_xcvu7p");
     rack.faults(R"({"call": "ivra_hw_count_accelerators", "count": 2})");
-    const run_t run = rack.run("list");
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, "Invalid argument\n");
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(rack.run("list"), fails("Invalid argument\n"));
 }
 
 TEST(list, does_not_look_at_words_left_over)
@@ -282,11 +229,7 @@ TEST(list, shows_hostile_names_without_their_control_characters)
 {
     rack_t rack;
     rack.plug("m48l_xcvu7p", {{"name", R"("a\u001b[2Jb")"}}).host({.serial = "S\033[31m1", .address = {}});
-    EXPECT_EQ(rack.run("list").out, "a?[2Jb\n"
-                                    "\tID            : 0\n"
-                                    "\tBoard model   : m48l_xcvu7p\n"
-                                    "\tBoard base MAC: 02:00:00:00:00:00\n"
-                                    "\tBoard serial  : S?[31m1\n");
+    EXPECT_EQ(rack.run("list").out, listed("a?[2Jb", "0", "m48l_xcvu7p", "02:00:00:00:00:00", "S?[31m1"));
 }
 
 } // namespace

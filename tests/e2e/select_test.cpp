@@ -97,10 +97,7 @@ TEST(selection, on_a_host_without_accelerators_fails_whatever_was_asked_for)
 {
     rack_t rack;
     for (const std::string words : {"show info", "show info -a 0", "show flash -a name"}) {
-        const run_t run = rack.run(words);
-        EXPECT_EQ(run.out, "");
-        EXPECT_EQ(run.err, "No accelerator found\n");
-        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(rack.run(words), fails("No accelerator found\n"));
     }
 }
 

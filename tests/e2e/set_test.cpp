@@ -144,13 +144,8 @@ TEST(set_boot_image, without_a_bmc_fails)
 
 TEST(set_boot_image, that_the_bmc_does_not_confirm_has_failed)
 {
-    struct row_t
-    {
-        const char* answer;
-        const char* text;
-    };
     // clang-format off
-    constexpr row_t rows[] = {
+    constexpr failure_row_t rows[] = {
         {R"({"to": "2e09187b0007", "code": "0xc1", "data": "187b00"})", "Error setting boot image. Response code: 193"},
         {R"({"to": "2e09187b0007", "code": "0xd5", "data": "187b0000"})",
          "Error setting boot image. Response code: 213"},
@@ -158,12 +153,12 @@ TEST(set_boot_image, that_the_bmc_does_not_confirm_has_failed)
         {R"({"to": "2e09187b0007", "data": "187b"})",   "Incomplete IPMI OEM command response received from BMC"},
     };
     // clang-format on
-    for (const row_t& row : rows) {
+    for (const failure_row_t& row : rows) {
         rack_t rack;
-        rack.plug("bittware_xupp3r", bmc(std::string{R"("answers": [)"} + row.answer + "]"));
+        rack.plug("bittware_xupp3r", bmc(std::string{R"("answers": [)"} + row.fault + "]"));
         const run_t run = rack.run("set boot-image backup");
-        EXPECT_EQ(run.out, backup_part + remains + "fail\n") << row.answer;
-        EXPECT_EQ(run.err, boot_prefix + row.text + "\n") << row.answer;
+        EXPECT_EQ(run.out, backup_part + remains + "fail\n") << row.fault;
+        EXPECT_EQ(run.err, boot_prefix + row.text + "\n") << row.fault;
         EXPECT_EQ(run.status, 1);
         const run_t json_run = rack.run("set boot-image backup --json");
         EXPECT_EQ(json_run.out, json(false, boot_prefix + row.text,
@@ -182,19 +177,14 @@ TEST(set_boot_image, at_a_bmc_that_does_not_answer_fails)
 
 TEST(set_boot_image, over_a_line_that_fails_fails)
 {
-    struct row_t
-    {
-        const char* fault;
-        const char* text;
-    };
     // clang-format off
-    constexpr row_t rows[] = {
+    constexpr failure_row_t rows[] = {
         {R"("call": "ivra_hw_shared_mutex_lock")", "Input/output error"},
         {R"("call": "ivra_uart_write_all")",       "Error sending IPMI data: Input/output error"},
         {R"("call": "ivra_uart_read")",            "Cannot read IPMI response: Input/output error"},
     };
     // clang-format on
-    for (const row_t& row : rows) {
+    for (const failure_row_t& row : rows) {
         rack_t rack;
         rack.plug("bittware_xupp3r");
         rack.faults(std::string{"{"} + row.fault + R"(, "errno": "EIO"})");

@@ -21,18 +21,15 @@ TEST(show_flash, gives_sizes_and_the_range_of_each_section)
 {
     rack_t rack;
     rack.plug("m48l_xcvu7p");
-    const run_t run = rack.run("show flash");
-    EXPECT_EQ(run.out, "Flash memory\n"
-                       "\tMemory size: 134217728 bytes (128 MB)\n"
-                       "\tSector size: 65536 bytes\n"
-                       "\tSections\n"
-                       "\t\tPGM   : 0x0000000 - 0x1001fff\n"
-                       "\t\tUSR   : 0x1002000 - 0x6001fff\n"
-                       "\t\tPARAMS: 0x7fc0000 - 0x7fcffff\n"
-                       "\t\tPARAMS: 0x7fd0000 - 0x7fdffff\n"
-                       "\t\tOTP   : 0x7ff0000 - 0x7ff0fff\n");
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(rack.run("show flash"), says("Flash memory\n"
+                                           "\tMemory size: 134217728 bytes (128 MB)\n"
+                                           "\tSector size: 65536 bytes\n"
+                                           "\tSections\n"
+                                           "\t\tPGM   : 0x0000000 - 0x1001fff\n"
+                                           "\t\tUSR   : 0x1002000 - 0x6001fff\n"
+                                           "\t\tPARAMS: 0x7fc0000 - 0x7fcffff\n"
+                                           "\t\tPARAMS: 0x7fd0000 - 0x7fdffff\n"
+                                           "\t\tOTP   : 0x7ff0000 - 0x7ff0fff\n"));
 }
 
 TEST(show_flash, is_one_json_object_with_an_array_of_sections)
@@ -161,13 +158,8 @@ TEST(show_flash, leaves_an_unreadable_start_address_out_of_the_column_width)
 
 TEST(show_flash, ends_with_the_text_of_what_could_not_be_read)
 {
-    struct row_t
-    {
-        const char* fault;
-        const char* text;
-    };
     // clang-format off
-    constexpr row_t rows[] = {
+    constexpr failure_row_t rows[] = {
         {R"("call": "ivra_flash_create", "nth": 2)",          "Failed to create flash management subsystem: Input/output error\n"},
         {R"("call": "ivra_flash_get_section_pgm", "nth": 2)", "Failed to create section object: Input/output error\n"},
         {R"("call": "ivra_flash_get_sections")",              "Input/output error\n"},
@@ -176,13 +168,10 @@ TEST(show_flash, ends_with_the_text_of_what_could_not_be_read)
         {R"("call": "ivra_flash_get_sector_size")",           "Unable to retrieve flash sector size: Input/output error\n"},
     };
     // clang-format on
-    for (const row_t& row : rows) {
+    for (const failure_row_t& row : rows) {
         rack_t rack;
         rack.plug("m48l_xcvu7p").faults(std::string{"{"} + row.fault + R"(, "errno": "EIO"})");
-        const run_t run = rack.run("show flash");
-        EXPECT_EQ(run.out, "") << row.fault;
-        EXPECT_EQ(run.err, row.text) << row.fault;
-        EXPECT_EQ(run.status, 1) << row.fault;
+        EXPECT_EQ(rack.run("show flash"), fails(row.text)) << row.fault;
     }
 }
 

@@ -1,3 +1,4 @@
+#include "screens.h"
 #include "support/rack.h"
 
 #include <gtest/gtest.h>
@@ -6,23 +7,21 @@ namespace ivra::tests {
 namespace {
 
 const host_t switch_host{.serial = "SSJ17200123\n", .address = "00:1c:73:aa:bb:cc\n"};
+const std::string addresses = "02:00:00:00:00:00 - 02:00:00:00:00:03";
 
 TEST(show_info, describes_accelerator_board_and_fpga)
 {
     rack_t rack;
     rack.plug("m48l_xcvu7p").host(switch_host);
-    const run_t run = rack.run("show info");
-    EXPECT_EQ(run.out, "Accelerator\n"
-                       "\tName         : card-0\n"
-                       "\tID           : 0\n"
-                       "\tBoard model  : m48l_xcvu7p\n"
-                       "\tBoard serial : SSJ17200123\n"
-                       "\tFPGA device  : xcvu7p-flva2104-2-e\n"
-                       "\tFPGA serial  : 0x4002000001285c0f1a104280\n"
-                       "\tMAC addresses: 02:00:00:00:00:00 - 02:00:00:00:00:03\n"
-                       "\tTemperature  : 45.5°C\n");
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(rack.run("show info"), says("Accelerator\n"
+                                          "\tName         : card-0\n"
+                                          "\tID           : 0\n"
+                                          "\tBoard model  : m48l_xcvu7p\n"
+                                          "\tBoard serial : SSJ17200123\n"
+                                          "\tFPGA device  : xcvu7p-flva2104-2-e\n"
+                                          "\tFPGA serial  : 0x4002000001285c0f1a104280\n"
+                                          "\tMAC addresses: 02:00:00:00:00:00 - 02:00:00:00:00:03\n"
+                                          "\tTemperature  : 45.5°C\n"));
 }
 
 TEST(show_info, is_what_show_without_a_word_shows)
@@ -36,15 +35,13 @@ TEST(show_info, is_one_json_object)
 {
     rack_t rack;
     rack.plug("m48l_xcvu7p").host(switch_host);
-    const run_t run = rack.run("-j show info");
-    EXPECT_EQ(run.out, R"({"data":{"Accelerator":{"Name":"card-0","ID":"0","Board model":"m48l_xcvu7p",)"
-                       R"("Board serial":"SSJ17200123","FPGA device":"xcvu7p-flva2104-2-e",)"
-                       R"("FPGA serial":"0x4002000001285c0f1a104280",)"
-                       R"("MAC addresses":"02:00:00:00:00:00 - 02:00:00:00:00:03","Temperature":"45.5°C"}},)"
-                       R"("status":{"success":true},"log":[]})"
-                       "\n");
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(rack.run("-j show info"),
+              says(R"({"data":{"Accelerator":{"Name":"card-0","ID":"0","Board model":"m48l_xcvu7p",)"
+                   R"("Board serial":"SSJ17200123","FPGA device":"xcvu7p-flva2104-2-e",)"
+                   R"("FPGA serial":"0x4002000001285c0f1a104280",)"
+                   R"("MAC addresses":"02:00:00:00:00:00 - 02:00:00:00:00:03","Temperature":"45.5°C"}},)"
+                   R"("status":{"success":true},"log":[]})"
+                   "\n"));
 }
 
 TEST(show_info, has_its_colours_in_each_palette)
@@ -106,8 +103,7 @@ TEST(show_info, of_a_board_with_eight_mac_addresses_shows_the_first_and_the_last
 {
     rack_t rack;
     rack.plug("m48l_xcvu7p", {{"mac_addresses", R"({"first": "02:00:00:00:00:fc", "count": 8})"}}).host(switch_host);
-    EXPECT_NE(rack.run("show info").out.find("\tMAC addresses: 02:00:00:00:00:fc - 02:00:00:00:01:03\n"),
-              std::string::npos);
+    EXPECT_EQ(rack.run("show info"), says(info("m48l_xcvu7p", "SSJ17200123", "02:00:00:00:00:fc - 02:00:00:00:01:03")));
 }
 
 TEST(show_info, of_a_board_without_mac_addresses_has_no_such_line)
@@ -139,10 +135,9 @@ TEST(show_info, prints_a_temperature_with_up_to_six_significant_digits)
     };
     for (const row_t& row : rows) {
         rack_t rack;
-        rack.plug("m48l_xcvu7p", {{"fpga", std::string{"{\"temperature\": "} + row.temperature + "}"}})
-            .host(switch_host);
-        EXPECT_NE(rack.run("show info").out.find(std::string{"\tTemperature  : "} + row.text + "\n"), std::string::npos)
-            << row.text;
+        const std::string fpga = R"({"device": "xcvu7p-flva2104-2-e", "serial": "4002000001285c0f1a104280", )";
+        rack.plug("m48l_xcvu7p", {{"fpga", fpga + R"("temperature": )" + row.temperature + "}"}}).host(switch_host);
+        EXPECT_EQ(rack.run("show info"), says(info("m48l_xcvu7p", "SSJ17200123", addresses, row.text)));
     }
 }
 
@@ -152,26 +147,16 @@ TEST(show_info, of_a_temperature_that_is_no_number_has_no_sign)
     rack_t rack;
     rack.plug("m48l_xcvu7p").host(switch_host);
     rack.faults(R"({"call": "ivra_hw_top_get_temperature", "garble": "0000000000c0bebf"})");
-    EXPECT_TRUE(rack.run("show info").out.ends_with("\tTemperature  : nan°C\n"));
+    EXPECT_EQ(rack.run("show info"), says(info("m48l_xcvu7p", "SSJ17200123", addresses, "nan°C")));
 }
 
 TEST(show_info, of_a_switch_that_does_not_tell_its_serial_logs_it_as_information)
 {
-    const std::string before = "Accelerator\n"
-                               "\tName         : card-0\n"
-                               "\tID           : 0\n"
-                               "\tBoard model  : m48l_xcvu7p\n"
-                               "\tBoard serial : Not available\n"
-                               "\tFPGA device  : xcvu7p-flva2104-2-e\n"
-                               "\tFPGA serial  : 0x4002000001285c0f1a104280\n"
-                               "\tMAC addresses: 02:00:00:00:00:00 - 02:00:00:00:00:03\n"
-                               "\tTemperature  : 45.5°C\n";
+    const std::string before = info("m48l_xcvu7p", "Not available");
     rack_t rack;
     rack.plug("m48l_xcvu7p");
-    const run_t told = rack.environment("IVRA_LOG_LEVEL=2").run("show info"); // information, and what is worse
-    EXPECT_EQ(told.out, "get_serial: Could not get serial of this switch\n" + before);
-    EXPECT_EQ(told.err, "");
-    EXPECT_EQ(told.status, 0);
+    EXPECT_EQ(rack.environment("IVRA_LOG_LEVEL=2").run("show info"), // information, and what is worse
+              says("get_serial: Could not get serial of this switch\n" + before));
     EXPECT_EQ(rack.environment("IVRA_LOG_LEVEL=1").run("show info").out, before) << "it is no warning";
 }
 
@@ -193,10 +178,8 @@ TEST(show_info, of_an_alveo_board_without_its_controller_shows_the_serial_as_an_
     rack.plug("xilinx_u50");
     rack.faults(R"({"call": "ivra_hw_core_enumerate", "errno": "EIO"})");
     const run_t run = rack.run("show info");
-    EXPECT_TRUE(run.out.starts_with("get_xmc: Could not initialize Alveo XMC subsystem: XMC core not found: "
-                                    "Invalid argument\nAccelerator\n"))
-        << run.out;
-    EXPECT_NE(run.out.find("\tBoard serial : Error\n"), std::string::npos) << run.out;
+    EXPECT_EQ(run.out, "get_xmc: Could not initialize Alveo XMC subsystem: XMC core not found: Invalid argument\n" +
+                           info("xilinx_u50", "Error"));
     EXPECT_EQ(run.err, "get_board_serial_stat: Error retrieving serial for board card-0: "
                        "Could not get board serial as Alveo XMC subsystem is not initialized.\n");
     EXPECT_EQ(run.status, 0);
@@ -207,12 +190,10 @@ TEST(show_info, of_a_board_whose_i2c_cannot_be_created_logs_one_message_and_show
     rack_t rack;
     rack.plug("bittware_xupp3r", {{"i2c", "null"}, {"bmc", "null"}});
     const run_t run = rack.run("show info");
-    EXPECT_TRUE(run.out.starts_with("get_i2c: Could not create I2C subsystem: Failed to create i2c object.: "
-                                    "No such device\n"))
-        << run.out;
-    EXPECT_NE(run.out.find("\tBoard model  : bittware_xupp3r\n"), std::string::npos);
-    EXPECT_NE(run.out.find("\tBoard serial : Error\n"), std::string::npos);
-    EXPECT_NE(run.out.find("\tMAC addresses: 02:00:00:00:00:00 - 02:00:00:00:00:03\n"), std::string::npos);
+    EXPECT_EQ(run.out, "get_i2c: Could not create I2C subsystem: Failed to create i2c object.: No such device\n"
+                       "get_bmc: Could not initialize Bittware BMC subsystem: Failed to create UART subsystem: "
+                       "No such device\n" +
+                           info("bittware_xupp3r", "Error"));
     EXPECT_EQ(run.err, "get_board_serial_stat: Error retrieving serial for board card-0: "
                        "Could not set/get boot image as Bittware BMC subsustem is not initialized.\n");
     EXPECT_EQ(run.status, 0);
@@ -223,13 +204,8 @@ TEST(show_info, of_a_board_whose_i2c_cannot_be_created_logs_one_message_and_show
 
 TEST(show_info, ends_with_the_text_of_what_could_not_be_read)
 {
-    struct row_t
-    {
-        const char* fault;
-        const char* text;
-    };
     // clang-format off
-    constexpr row_t rows[] = {
+    constexpr failure_row_t rows[] = {
         {R"("call": "ivra_hw_accelerator_get")",          "Input/output error\n"},
         {R"("call": "ivra_hw_accelerator_enumerate_all_mmios")", "Input/output error\n"},
         {R"("call": "ivra_hw_mmio_create")",              "Input/output error\n"},
@@ -252,14 +228,11 @@ TEST(show_info, ends_with_the_text_of_what_could_not_be_read)
         {R"("call": "ivra_print_mac_address")",           "ivra_print_mac_address(): Input/output error\n"},
     };
     // clang-format on
-    for (const row_t& row : rows) {
+    for (const failure_row_t& row : rows) {
         rack_t rack;
         rack.plug("m48l_xcvu7p").host(switch_host);
         rack.faults(std::string{"{"} + row.fault + R"(, "errno": "EIO"})");
-        const run_t run = rack.run("show info");
-        EXPECT_EQ(run.out, "") << row.fault;
-        EXPECT_EQ(run.err, row.text) << row.fault;
-        EXPECT_EQ(run.status, 1) << row.fault;
+        EXPECT_EQ(rack.run("show info"), fails(row.text)) << row.fault;
     }
 }
 
@@ -277,10 +250,7 @@ TEST(show_info, of_an_accelerator_that_cannot_be_opened_says_why_in_text_and_jso
 {
     rack_t rack;
     rack.plug("m48l_xcvu7p", {{"open", "\"EACCES\""}});
-    const run_t text = rack.run("show info");
-    EXPECT_EQ(text.out, "");
-    EXPECT_EQ(text.err, "Permission denied\n");
-    EXPECT_EQ(text.status, 1);
+    EXPECT_EQ(rack.run("show info"), fails("Permission denied\n"));
     const run_t json = rack.run("show info --json");
     EXPECT_EQ(json.out, R"({"data":{},"status":{"success":false,"message":"Permission denied"},)"
                         R"("log":[{"type":"error","message":"Permission denied"}]})"
@@ -312,9 +282,7 @@ TEST(show_info, of_a_switch_takes_the_first_word_of_the_serial_file)
     for (const row_t& row : rows) {
         rack_t rack;
         rack.plug("m48e_emu_xcvu9p").host({.serial = row.content, .address = {}});
-        const run_t run = rack.run("show info");
-        EXPECT_NE(run.out.find(std::string{"\tBoard serial : "} + row.serial + "\n"), std::string::npos) << run.out;
-        EXPECT_EQ(run.out.find("Could not get serial"), std::string::npos);
+        EXPECT_EQ(rack.run("show info"), says(info("m48e_emu_xcvu9p", row.serial)));
     }
 }
 
@@ -324,11 +292,8 @@ TEST(show_info, of_a_switch_without_a_serial_logs_that_and_shows_not_available)
          {std::optional<std::string>{}, std::optional<std::string>{""}, std::optional<std::string>{" \n"}}) {
         rack_t rack;
         rack.plug("m48lb_xcvu9p").host({.serial = serial, .address = {}});
-        const run_t run = rack.run("show info");
-        EXPECT_TRUE(run.out.starts_with("get_serial: Could not get serial of this switch\nAccelerator\n")) << run.out;
-        EXPECT_NE(run.out.find("\tBoard serial : Not available\n"), std::string::npos);
-        EXPECT_EQ(run.err, "");
-        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(rack.run("show info"),
+                  says("get_serial: Could not get serial of this switch\n" + info("m48lb_xcvu9p", "Not available")));
     }
 }
 
