@@ -1,6 +1,5 @@
 // Rack files: whatever the bytes, a rack or a file_error; and a rack expands to a rack of the same accelerators.
 #include "rack/rack.h"
-#include "rack/expand.h"
 
 #include <cstddef>
 #include <cstdint>

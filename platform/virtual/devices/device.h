@@ -1,12 +1,9 @@
-#ifndef IVRA_VIRTUAL_DEVICE_H
-#define IVRA_VIRTUAL_DEVICE_H
+#ifndef IVRA_VIRTUAL_DEVICES_DEVICE_H
+#define IVRA_VIRTUAL_DEVICES_DEVICE_H
 
-#include "rack/rack.h"
-#include "state/clock.h"
-#include "state/register_file.h"
+#include "memory/clock.h"
 
 #include <cstdint>
-#include <memory>
 
 namespace ivra::virtual_platform {
 
@@ -21,10 +18,6 @@ public:
     virtual std::uint32_t read(std::uint64_t offset, device_time now) = 0;
     virtual void write(std::uint64_t offset, std::uint32_t value, device_time now) = 0;
 };
-
-/// The device behind a core, which is a member of the accelerator's cores; null when there are only registers. All
-/// arguments outlive it.
-std::unique_ptr<device> device_behind(const accelerator_t& accelerator, const core_t& core, register_file& registers);
 
 } // namespace ivra::virtual_platform
 

@@ -1,11 +1,68 @@
-#include "json/codec.h"
+#include "json/describe.h"
 
 #include "json/text.h"
 
 #include <charconv>
+#include <map>
 #include <system_error>
 
-namespace ivra::virtual_platform::json::codec {
+namespace ivra::virtual_platform::json {
+
+namespace {
+
+constexpr std::size_t long_schema = 120; // characters
+
+/// How often each schema of a member stands somewhere below.
+void count(const value_t& value, std::map<std::string, std::size_t>& counts)
+{
+    if (const auto* members = value.as<object_t>())
+        for (const member_t& member : *members) {
+            if (find(member.value, "description") != nullptr && member.name.find_first_of("/~^") == std::string::npos)
+                ++counts[compact(member.value)];
+            count(member.value, counts);
+        }
+}
+
+/// Puts definitions, named as the members that have them first, in the place of what stands twice.
+void define(value_t& value, const std::map<std::string, std::size_t>& counts, object_t& definitions,
+            std::map<std::string, std::string>& names)
+{
+    auto* members = std::get_if<object_t>(&value.content);
+    if (members == nullptr)
+        return;
+    for (member_t& member : *members) {
+        const std::string text = compact(member.value);
+        const auto found = counts.find(text);
+        define(member.value, counts, definitions, names);
+        if (found == counts.end() || found->second < 2 || text.size() < long_schema)
+            continue;
+        std::string& name = names[text];
+        if (name.empty()) {
+            name = member.name;
+            for (unsigned number = 2; std::ranges::count(definitions, name, &member_t::name) != 0; ++number)
+                name = member.name + '_' + std::to_string(number);
+            definitions.push_back({name, std::move(member.value)});
+        }
+        member.value = {object_t{{"$ref", {"#/definitions/" + name}}}};
+    }
+}
+
+} // namespace
+
+value_t as_document(value_t schema)
+{
+    std::map<std::string, std::size_t> counts;
+    count(schema, counts);
+    object_t definitions;
+    std::map<std::string, std::string> names;
+    define(schema, counts, definitions, names);
+    auto& members = std::get<object_t>(schema.content);
+    members.insert(members.begin(), {"$schema", {std::string{"http://json-schema.org/draft-04/schema#"}}});
+    members.push_back({"definitions", {std::move(definitions)}});
+    return schema;
+}
+
+namespace codec {
 
 namespace {
 
@@ -319,6 +376,14 @@ value_t text::schema() const
                       {"properties", {object_t{{"hex", hex{most}.schema()}}}}});
 }
 
+void plain_text::read(const node_t& node, std::string& value) const
+{
+    if (const auto* said = node.as<std::string>())
+        value = *said;
+    else
+        node.expected(what);
+}
+
 std::string hex::sentence() const
 {
     return "at most " + std::to_string(most) + " bytes as pairs of hexadecimal digits" + purpose;
@@ -403,4 +468,6 @@ value_t mac_codec::schema()
     return schema_of(sentence(), {"string"}, {{"pattern", pattern("^[0-9a-fA-F]{2}(:[0-9a-fA-F]{2}){5}$")}});
 }
 
-} // namespace ivra::virtual_platform::json::codec
+} // namespace codec
+
+} // namespace ivra::virtual_platform::json

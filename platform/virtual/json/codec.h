@@ -147,6 +147,17 @@ struct text
 };
 inline constexpr text long_text{4096};
 
+/// A text of any length that stands for nothing here.
+struct plain_text
+{
+    const char* what;
+
+    std::string sentence() const { return what; }
+    void read(const node_t& node, std::string& value) const;
+    static value_t write(const std::string& value) { return {value}; }
+    value_t schema() const { return schema_of(what, {"string"}); }
+};
+
 /// At most so many bytes as pairs of hexadecimal digits.
 struct hex
 {
@@ -223,11 +234,13 @@ struct names
         }
         const bool may_be_number = bits != 0 && (hexadecimal || node.as<std::string>() == nullptr);
         std::uint64_t number = 0;
-        const std::string expectation = may_be_number ? sentence() : "";
         if (!may_be_number)
-            node.expected(sentence());
-        else if (code{expectation.c_str(), bits}.read_wide(node, number))
-            value = static_cast<T>(number);
+            return node.expected(sentence());
+        if constexpr (std::is_integral_v<T>) {
+            const std::string expectation = sentence();
+            if (code{expectation.c_str(), bits}.read_wide(node, number))
+                value = static_cast<T>(number);
+        }
     }
     value_t write(const T& value) const
     {
@@ -306,6 +319,8 @@ private:
     void read_other(const node_t& node, T& value) const
     {
         codec.read(node, value);
+        if (node.reading().has_mistake())
+            node.reading().reword(node.value().place, "expected " + codec.sentence(), "expected " + sentence());
     }
 };
 template <class Codec>

@@ -229,6 +229,9 @@ value_t record<T>::schema() const
 
 } // namespace codec
 
+/// A schema with the name of the standard that it is written by. What is long and stands twice becomes a definition.
+value_t as_document(value_t schema);
+
 /// Reads a whole document. Throws file_error for the first mistake in it.
 template <class T, class Codec>
 void read(const value_t& document, const std::filesystem::path& file, T& value, const Codec& codec)

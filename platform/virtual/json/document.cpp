@@ -7,6 +7,7 @@
 #include <rapidjson/reader.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <optional>
@@ -68,7 +69,7 @@ std::string read_file(const std::filesystem::path& file)
         mistake(file, "", "expected a regular file");
 
     std::string text;
-    std::vector<char> piece(64U << 10U);
+    std::array<char, 4096> piece{};
     while (text.size() <= largest_file) {
         const ssize_t count = ::read(input.get(), piece.data(), piece.size());
         if (count < 0 && errno == EINTR)

@@ -74,8 +74,8 @@ value_t parse(std::string_view text, const std::filesystem::path& file, std::str
 /// On one line, without spaces.
 std::string compact(const value_t& value);
 
-/// For people: what fits on a line stands on one, but for the outermost levels.
-std::string laid_out(const value_t& value);
+/// For people: what fits on a line stands on one, but for so many of the outermost levels.
+std::string laid_out(const value_t& value, std::size_t spread_levels = 1);
 
 } // namespace json
 

@@ -13,7 +13,6 @@ namespace {
 using writer_t = rapidjson::Writer<rapidjson::StringBuffer>;
 
 constexpr std::size_t widest_line = 120;
-constexpr std::size_t spread_depth = 3; // the outermost levels are always spread out, one member a line
 
 void write(const value_t& value, writer_t& writer)
 {
@@ -84,13 +83,14 @@ std::string on_one_line(const value_t& value)
     return leaf(value);
 }
 
-/// Writes `value` to the end of `text`; `indent` is that of the line it begins on, `depth` how deep its container is.
-void lay_out(std::string& text, const value_t& value, std::size_t indent, std::size_t depth)
+/// Writes `value` to the end of `text`; `indent` is that of the line it begins on, `spread` how many levels are spread
+/// out.
+void lay_out(std::string& text, const value_t& value, std::size_t indent, std::size_t spread)
 {
     const auto* object = value.as<object_t>();
     const auto* list = value.as<list_t>();
     const bool has_entries = (object != nullptr && !object->empty()) || (list != nullptr && !list->empty());
-    if (!has_entries || depth >= spread_depth) {
+    if (!has_entries || spread == 0) {
         const std::string line = on_one_line(value);
         const std::size_t column = text.size() - (text.rfind('\n') + 1);
         if (!has_entries || column + line.size() < widest_line) {
@@ -98,6 +98,7 @@ void lay_out(std::string& text, const value_t& value, std::size_t indent, std::s
             return;
         }
     }
+    const std::size_t below = spread == 0 ? 0 : spread - 1;
     const std::string margin(indent + 2, ' ');
     bool is_first = true;
     text += object != nullptr ? "{" : "[";
@@ -110,12 +111,12 @@ void lay_out(std::string& text, const value_t& value, std::size_t indent, std::s
         for (const member_t& member : *object) {
             begin_entry();
             text += leaf({member.name}) + ": ";
-            lay_out(text, member.value, indent + 2, depth + 1);
+            lay_out(text, member.value, indent + 2, below);
         }
     } else {
         for (const value_t& element : *list) {
             begin_entry();
-            lay_out(text, element, indent + 2, depth + 1);
+            lay_out(text, element, indent + 2, below);
         }
     }
     text += '\n' + std::string(indent, ' ') + (object != nullptr ? '}' : ']');
@@ -131,10 +132,10 @@ std::string compact(const value_t& value)
     return {buffer.GetString(), buffer.GetSize()};
 }
 
-std::string laid_out(const value_t& value)
+std::string laid_out(const value_t& value, std::size_t spread_levels)
 {
     std::string text;
-    lay_out(text, value, 0, 0);
+    lay_out(text, value, 0, spread_levels);
     return text + '\n';
 }
 

@@ -3,6 +3,7 @@
 #include "json/text.h"
 
 #include <algorithm>
+#include <system_error>
 
 namespace ivra::virtual_platform::json {
 
@@ -12,10 +13,32 @@ void reading::note(std::size_t place, const std::string& pointer, std::string_vi
         mistake_ = mistake_t{place, pointer, std::string{what}};
 }
 
+void reading::reword(std::size_t place, const std::string& from, const std::string& to)
+{
+    if (mistake_ && mistake_->place == place && mistake_->what == from)
+        mistake_->what = to;
+}
+
 void reading::finish() const
 {
     if (mistake_)
         mistake(file_, mistake_->pointer, mistake_->what);
+}
+
+std::optional<std::filesystem::path> reading::find(const std::filesystem::path& name) const
+{
+    std::error_code ignored;
+    for (const std::filesystem::path& folder : {file_.parent_path(), other_folder_})
+        if (std::filesystem::exists(folder / name, ignored))
+            return folder / name;
+    return std::nullopt;
+}
+
+std::string reading::open(const std::filesystem::path& path)
+{
+    std::string text = read_file(path);
+    opened_ += '\n' + text;
+    return text;
 }
 
 std::string node_t::pointer() const

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace ivra::virtual_platform::json {
 
@@ -16,11 +17,26 @@ namespace ivra::virtual_platform::json {
 class reading
 {
 public:
-    explicit reading(const std::filesystem::path& file) : file_{file} {}
+    /// Files that it names are looked for beside it, and then in `other_folder`, unless that is empty.
+    explicit reading(const std::filesystem::path& file, std::filesystem::path other_folder = {})
+        : file_{file}, other_folder_{std::move(other_folder)}
+    {
+    }
 
     const std::filesystem::path& file() const { return file_; }
 
+    /// Where a file that the document names is; nothing when there is none.
+    std::optional<std::filesystem::path> find(const std::filesystem::path& name) const;
+    /// The text of another file. Throws file_error.
+    std::string open(const std::filesystem::path& path);
+    /// The texts of all files opened since it was asked last.
+    std::string take_opened() { return std::exchange(opened_, {}); }
+
+    bool has_mistake() const { return mistake_.has_value(); }
+
     void note(std::size_t place, const std::string& pointer, std::string_view what);
+    /// Says a mistake at this place in other words.
+    void reword(std::size_t place, const std::string& from, const std::string& to);
     /// Whether a mistake came before this place: what stands there does not count any more.
     bool is_beyond_mistake(std::size_t place) const { return mistake_ && mistake_->place <= place; }
     /// Throws file_error when there was a mistake.
@@ -34,6 +50,8 @@ private:
     };
 
     const std::filesystem::path& file_;
+    std::filesystem::path other_folder_;
+    std::string opened_;
     std::optional<mistake_t> mistake_;
 };
 
@@ -55,6 +73,7 @@ public:
 
     const value_t& value() const { return *value_; }
     json::reading& reading() const { return *reading_; }
+    std::size_t index() const { return index_; } ///< of an element
 
     /// Null when the value is of another type.
     template <class T>

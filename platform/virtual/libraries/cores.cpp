@@ -1,6 +1,6 @@
 #include "libraries/handles.h"
 
-#include "devices/device.h"
+#include "devices/xmc/xmc.h"
 
 #include <algorithm>
 #include <iterator>
@@ -49,10 +49,10 @@ field_t field_of(const ivra_hw_core* core, const ivra_hw_register_description* d
 class words
 {
 public:
-    explicit words(const ivra_hw_core& core)
-        : core_{*core.description}, registers_{core.tree->state().registers()}, device_{device_behind(
-                                                                                    *core.device(), core_, registers_)}
+    explicit words(const ivra_hw_core& core) : core_{*core.description}, registers_{core.tree->state().registers()}
     {
+        if (const xmc_t* config = xmc_behind(*core.device(), core_))
+            device_ = std::make_unique<xmc>(*config, core_, registers_);
     }
 
     std::uint32_t read(std::uint64_t offset) const

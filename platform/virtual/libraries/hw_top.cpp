@@ -1,5 +1,5 @@
-#include "devices/parameters.h"
 #include "libraries/handles.h"
+#include "state/parameters.h"
 
 #include <algorithm>
 #include <array>

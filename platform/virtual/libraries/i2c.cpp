@@ -1,6 +1,6 @@
 #include "libraries/handles.h"
 
-#include "devices/i2c.h"
+#include "devices/i2c/i2c.h"
 
 #include <algorithm>
 #include <span>
@@ -44,7 +44,7 @@ int ivra_i2c_read_control_pins(ivra_i2c* i2c, std::uint32_t* pins)
         require(i2c != nullptr && pins != nullptr);
         const i2c_t& config = i2c->device()->i2c;
         if (config.pins != 0)
-            c.store(pins, control_pins(config, i2c->state()));
+            c.store(pins, control_pins(config, i2c->state().i2c()));
         return config.pins;
     });
 }
@@ -54,7 +54,7 @@ int ivra_i2c_write_control_pins(ivra_i2c* i2c, std::uint32_t pins)
     call c{__func__, device_of(i2c)};
     return c.with(hexadecimal_t{pins}).status([&] {
         require(i2c != nullptr);
-        set_control_pins(i2c->device()->i2c, i2c->state(), pins);
+        set_control_pins(i2c->device()->i2c, i2c->state().i2c(), pins);
     });
 }
 
@@ -83,7 +83,7 @@ void transfer(call& c, const ivra_i2c_bus& bus, std::uint8_t device, std::span<c
               std::span<std::uint8_t> read)
 {
     ivra_i2c& controller = *bus.controller;
-    const std::size_t answers = i2c_bus{controller.device()->i2c, *bus.description, controller.state()}.transfer(
+    const std::size_t answers = i2c_bus{controller.device()->i2c, *bus.description, controller.state().i2c()}.transfer(
         device, written, read, device_now());
     require(answers != 0, ENXIO);
     if (answers > 1)

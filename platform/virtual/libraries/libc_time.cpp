@@ -1,6 +1,6 @@
 // The sleep and clock calls of libc. The loader finds the ones of this library first: a program's sleeps move the
 // test's clock on when there is one. Without it each call is handed on to libc.
-#include "state/clock.h"
+#include "memory/clock.h"
 
 #include <atomic>
 #include <cerrno>
@@ -92,7 +92,7 @@ struct split_t
 
 split_t test_time()
 {
-    const device_time now = test_clock::now();
+    const device_time now = stepped_clock::now();
     const auto seconds = std::chrono::floor<std::chrono::seconds>(now);
     return {seconds.count(), (now - seconds).count()};
 }
@@ -117,7 +117,7 @@ device_time duration_of(const ::timespec& time)
 
 IVRA_VIRTUAL_EXPORTED int clock_gettime(::clockid_t clock, ::timespec* time) noexcept
 {
-    if (!tells_time(clock) || !test_clock::is_in_use())
+    if (!tells_time(clock) || !stepped_clock::is_in_use())
         return libc_clock_gettime(clock, time);
     const split_t now = test_time();
     *time = {.tv_sec = now.seconds, .tv_nsec = now.nanoseconds};
@@ -126,7 +126,7 @@ IVRA_VIRTUAL_EXPORTED int clock_gettime(::clockid_t clock, ::timespec* time) noe
 
 IVRA_VIRTUAL_EXPORTED int gettimeofday(::timeval* time, void* zone) noexcept
 {
-    if (!test_clock::is_in_use())
+    if (!stepped_clock::is_in_use())
         return libc_gettimeofday(time, zone);
     const split_t now = test_time();
     *time = {.tv_sec = now.seconds, .tv_usec = now.nanoseconds / 1000};
@@ -135,7 +135,7 @@ IVRA_VIRTUAL_EXPORTED int gettimeofday(::timeval* time, void* zone) noexcept
 
 IVRA_VIRTUAL_EXPORTED std::time_t time(std::time_t* seconds) noexcept
 {
-    if (!test_clock::is_in_use())
+    if (!stepped_clock::is_in_use())
         return libc_time(seconds);
     const std::time_t now = test_time().seconds;
     if (seconds != nullptr)
@@ -145,41 +145,41 @@ IVRA_VIRTUAL_EXPORTED std::time_t time(std::time_t* seconds) noexcept
 
 IVRA_VIRTUAL_EXPORTED int nanosleep(const ::timespec* duration, ::timespec* remaining)
 {
-    if (!test_clock::is_in_use())
+    if (!stepped_clock::is_in_use())
         return libc_nanosleep(duration, remaining);
     if (!is_valid(*duration)) {
         errno = EINVAL;
         return -1;
     }
-    test_clock::advance(duration_of(*duration));
+    stepped_clock::advance(duration_of(*duration));
     return 0;
 }
 
 IVRA_VIRTUAL_EXPORTED int clock_nanosleep(::clockid_t clock, int flags, const ::timespec* time, ::timespec* remaining)
 {
-    if (!tells_time(clock) || !test_clock::is_in_use())
+    if (!tells_time(clock) || !stepped_clock::is_in_use())
         return libc_clock_nanosleep(clock, flags, time, remaining);
     if (!is_valid(*time))
         return EINVAL;
     if ((flags & TIMER_ABSTIME) != 0)
-        test_clock::advance_to(duration_of(*time));
+        stepped_clock::advance_to(duration_of(*time));
     else
-        test_clock::advance(duration_of(*time));
+        stepped_clock::advance(duration_of(*time));
     return 0;
 }
 
 IVRA_VIRTUAL_EXPORTED int usleep(::useconds_t microseconds)
 {
-    if (!test_clock::is_in_use())
+    if (!stepped_clock::is_in_use())
         return libc_usleep(microseconds);
-    test_clock::advance(std::chrono::microseconds{microseconds});
+    stepped_clock::advance(std::chrono::microseconds{microseconds});
     return 0;
 }
 
 IVRA_VIRTUAL_EXPORTED unsigned sleep(unsigned seconds)
 {
-    if (!test_clock::is_in_use())
+    if (!stepped_clock::is_in_use())
         return libc_sleep(seconds);
-    test_clock::advance(std::chrono::seconds{seconds});
+    stepped_clock::advance(std::chrono::seconds{seconds});
     return 0;
 }

@@ -3,7 +3,7 @@
 #include "libraries/call.h"
 #include "libraries/handles.h"
 #include "libraries/log_observer.h"
-#include "state/clock.h"
+#include "memory/clock.h"
 
 #include <array>
 #include <cerrno>
@@ -87,7 +87,7 @@ session& session::instance()
 
 session::session()
 {
-    if (const int error = test_clock::error(); error != 0)
+    if (const int error = stepped_clock::error(); error != 0)
         log_message(IVRA_LOG_ERROR, "ivra_virtual_clock",
                     std::string{"Cannot use "} + variable("IVRA_VIRTUAL_CLOCK") +
                         " as a clock: " + std::generic_category().message(error));

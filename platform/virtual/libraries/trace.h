@@ -2,7 +2,7 @@
 #define IVRA_VIRTUAL_TRACE_H
 
 #include "libraries/api.h"
-#include "state/mapped_file.h"
+#include "memory/mapped_file.h"
 
 #include <concepts>
 #include <cstddef>

@@ -1,6 +1,6 @@
 #include "libraries/handles.h"
 
-#include "devices/bmc.h"
+#include "devices/bmc/bmc.h"
 
 #include <algorithm>
 #include <optional>

@@ -1,6 +1,7 @@
-#include "defaults.h"
+#include "rack/defaults.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <iterator>
 
@@ -38,6 +39,13 @@ const model_t& defaults_of(std::string_view model)
 {
     const auto* const row = std::ranges::find(models, model, &model_t::model);
     return row == std::end(models) ? other_model : *row;
+}
+
+std::string upper_case(std::string_view text)
+{
+    std::string result{text};
+    std::ranges::transform(result, result.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return result;
 }
 
 std::string default_name(const model_t& model, std::size_t index)

@@ -1,7 +1,7 @@
 #ifndef IVRA_VIRTUAL_DEFAULTS_H
 #define IVRA_VIRTUAL_DEFAULTS_H
 
-#include "rack.h"
+#include "rack/rack.h"
 
 #include <cstddef>
 #include <string>
@@ -41,6 +41,22 @@ std::array<std::uint32_t, 3> default_fpga_serial(std::size_t index);
 std::vector<std::array<std::uint8_t, 6>> default_mac_addresses(const model_t& model, std::size_t index);
 
 std::vector<flash_section_t> default_flash_sections();
+
+/// A board's BMC.
+bmc_t default_bmc(std::string_view model, std::size_t index);
+/// The XMC of so many on its board.
+xmc_t default_xmc(std::string_view model, std::size_t index, std::size_t number);
+/// A board's I2C controller, all cages empty.
+i2c_t default_i2c(std::string_view model, std::size_t index);
+
+/// The buses of a model with so many cages, at most most_cages(); a cage without a place is on none of them.
+std::vector<i2c_bus_t> default_buses(std::string_view model, std::size_t cages);
+/// How many cages the model has at least, and at most.
+std::size_t fewest_cages(std::string_view model);
+std::size_t most_cages(std::string_view model);
+
+/// "U200" of "u200".
+std::string upper_case(std::string_view text);
 
 /// What the model's design has besides the top-level core and the flash.
 bool has_i2c(const model_t& model);

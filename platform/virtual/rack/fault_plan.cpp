@@ -236,7 +236,7 @@ const fault_t* fault_plan::next(std::string_view call, const accelerator_t* devi
 
 json::value_t fault_plan_schema()
 {
-    return plan_codec.schema();
+    return json::as_document(plan_codec.schema());
 }
 
 } // namespace ivra::virtual_platform

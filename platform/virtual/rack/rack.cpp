@@ -1,303 +1,447 @@
-#include "rack.h"
+#include "rack/rack.h"
 
-#include "defaults.h"
-#include "files.h"
-#include "node.h"
-#include "open_errors.h"
-#include "read_bmc.h"
-#include "read_i2c.h"
-#include "read_xmc.h"
+#include "rack/defaults.h"
+#include "json/describe.h"
 #include "json/text.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
-#include <cstddef>
 #include <cstdlib>
 #include <set>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <link.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 namespace ivra::virtual_platform {
 
-using rapidjson::Value;
-
 namespace {
+
+namespace codec = json::codec;
 
 constexpr std::uint64_t largest_flash = std::uint64_t{4} << 30U;
 constexpr std::uint64_t largest_sector = 16U << 20U;
 constexpr std::uint64_t largest_core = 16U << 20U;
 constexpr std::uint64_t last_address = (std::uint64_t{1} << 63U) - 1;
 
+// ---- values ----
+
+constexpr codec::or_null name_codec{codec::long_text, "no name"};
+
+constexpr codec::name_t<int> open_errors[] = {
+    {"EACCES", EACCES}, {"EBUSY", EBUSY},   {"EINTR", EINTR},   {"EINVAL", EINVAL},
+    {"EIO", EIO},       {"EMFILE", EMFILE}, {"ENODEV", ENODEV}, {"ENOENT", ENOENT},
+    {"ENOMEM", ENOMEM}, {"ENXIO", ENXIO},   {"EPERM", EPERM},   {"ETIMEDOUT", ETIMEDOUT},
+};
+
+/// 0 stands for null.
+struct open_error_codec : codec::or_null<codec::names<int>>
+{
+    static json::value_t write(int number)
+    {
+        const char* const name = open_error_name(number);
+        return name == nullptr ? json::value_t{} : json::value_t{std::string{name}};
+    }
+};
+constexpr open_error_codec open_error{{{open_errors, "the error with which opening fails"}}};
+
+/// A block of MAC addresses, as a rack says it.
+struct mac_range_t
+{
+    codec::mac_t first{};
+    std::size_t count = 0;
+};
+
+struct mac_addresses_codec
+{
+    static constexpr codec::list list{
+        R"({ "first": "02:00:00:00:10:00", "count": 4 } or a list of at most 4096 MAC addresses)", codec::mac_address,
+        4096};
+    static constexpr codec::record<mac_range_t> range{list.what};
+
+    static std::string sentence() { return list.what; }
+    static void read(const json::node_t& node, std::vector<codec::mac_t>& addresses)
+    {
+        if (node.as<json::object_t>() == nullptr)
+            return list.read(node, addresses);
+        mac_range_t said;
+        range.read(node, said);
+        if (!node.reading().is_beyond_mistake(node.value().end))
+            addresses = consecutive_mac_addresses(said.first, said.count);
+    }
+    static json::value_t write(const std::vector<codec::mac_t>& addresses)
+    {
+        return are_consecutive(addresses) ? range.write({addresses.front(), addresses.size()}) : list.write(addresses);
+    }
+    static json::value_t schema()
+    {
+        json::value_t schema = codec::widened(range.schema(), sentence(), "array");
+        json::value_t other = list.schema();
+        for (json::member_t& member : std::get<json::object_t>(other.content))
+            if (member.name != "description" && member.name != "type")
+                std::get<json::object_t>(schema.content).push_back(std::move(member));
+        return schema;
+    }
+};
+constexpr mac_addresses_codec mac_addresses;
+
 /// "0x10" and nothing else.
 std::optional<std::uint64_t> parse_offset(std::string_view text)
 {
-    if (!text.starts_with("0x"))
-        return std::nullopt;
-    std::uint64_t value = 0;
-    const auto [end, error] = std::from_chars(text.data() + 2, text.data() + text.size(), value, 16);
-    return error == std::errc{} && end == text.data() + text.size() ? std::optional{value} : std::nullopt;
+    const std::string_view digits = text.substr(std::min<std::size_t>(2, text.size()));
+    const bool is_one = text.starts_with("0x") && !digits.empty() && digits.size() <= 16 &&
+                        digits.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
+    return is_one ? std::optional{parse_digits(digits, 16)} : std::nullopt;
 }
 
-std::uint64_t read_address(const node_t& node)
+/// Values of registers by their offsets.
+struct registers_codec
 {
-    const std::uint64_t value = read_number(node);
-    if (value > last_address)
-        node.expected("at most " + hex_text(last_address));
-    return value;
-}
+    std::uint64_t size; ///< of the core; 0: unknown
 
-std::uint64_t read_size(const node_t& node, std::uint64_t largest)
-{
-    const std::uint64_t value = read_number(node);
-    if (value == 0 || value > largest)
-        node.expected("a size from 1 byte to " + size_text(largest));
-    return value;
-}
-
-int read_open_error(const node_t& node)
-{
-    if (node.value.IsNull())
-        return 0;
-    const auto* const row = std::ranges::find(open_errors, node.text(), &open_error_t::name);
-    return row == std::end(open_errors) ? EIO : row->number; // the schema lets no other name through
-}
-
-fpga_t read_fpga(const std::optional<node_t>& node, const model_t& model, std::size_t index)
-{
-    fpga_t fpga{std::string{model.device}, default_fpga_serial(index), model.temperature};
-    if (!node)
-        return fpga;
-    if (const auto device = node->member("device"))
-        fpga.device = read_text(*device);
-    if (const auto serial = node->member("serial")) {
-        for (std::size_t word = 0; word < fpga.serial.size(); ++word) // the text begins with the last word
-            fpga.serial.at(fpga.serial.size() - 1 - word) =
-                static_cast<std::uint32_t>(parse_digits(serial->patterned_text().substr(8 * word, 8), 16));
-    }
-    if (const auto temperature = node->member("temperature"))
-        fpga.temperature = temperature->value.GetDouble();
-    return fpga;
-}
-
-std::vector<std::array<std::uint8_t, 6>> read_mac_addresses(const node_t& node)
-{
-    if (node.value.IsObject()) {
-        const auto [first, count] = read_mac_range(node);
-        return consecutive_mac_addresses(first, count);
-    }
-    std::vector<std::array<std::uint8_t, 6>> addresses;
-    for (std::size_t at = 0; at < node.size(); ++at)
-        addresses.push_back(read_mac_address(node.element(at)));
-    return addresses;
-}
-
-flash_section_t read_section(const node_t& node, std::uint64_t flash_size, std::uint64_t previous_end)
-{
-    flash_section_t section;
-    if (const auto name = node.member("name"))
-        section.name = read_name(*name);
-    const node_t start = node.required("start");
-    section.start = read_address(start);
-    if (section.start < previous_end)
-        start.expected("at least " + hex_text(previous_end) + ", where the section before it ends");
-    if (section.start >= flash_size)
-        start.expected("less than " + hex_text(flash_size) + ", the size of the flash");
-    section.size = read_size(node.required("size"), flash_size - section.start);
-    if (const auto write_protected = node.member("protected"))
-        section.write_protected = write_protected->value.GetBool();
-    return section;
-}
-
-flash_t read_flash(const std::optional<node_t>& node)
-{
-    flash_t flash{default_flash_size, default_flash_sector, default_flash_sections()};
-    if (!node)
-        return flash;
-    if (const auto size = node->member("size"))
-        flash.size = read_size(*size, largest_flash);
-    const auto sector = node->member("sector");
-    if (sector)
-        flash.sector = read_size(*sector, std::min(flash.size, largest_sector));
-    if (flash.size % flash.sector != 0)
-        sector.value_or(*node).expected("a sector size that divides the size of the flash, " + size_text(flash.size));
-    if (const auto sections = node->member("sections")) {
-        flash.sections.clear();
-        std::uint64_t previous_end = 0;
-        for (std::size_t at = 0; at < sections->size(); ++at) {
-            flash.sections.push_back(read_section(sections->element(at), flash.size, previous_end));
-            previous_end = flash.sections.back().start + flash.sections.back().size;
-        }
-    } else if (const flash_section_t& last = flash.sections.back(); last.start + last.size > flash.size) {
-        node->expected("a member \"sections\", as the default ones need " + hex_text(last.start + last.size) +
-                       " bytes");
-    }
-    return flash;
-}
-
-core_t read_core(const node_t& node, std::uint64_t previous_end)
-{
-    core_t core;
-    core.hardware_id = static_cast<std::uint32_t>(read_number(node.required("hardware_id")));
-    const node_t address = node.required("address");
-    core.address = read_address(address);
-    if (core.address < previous_end)
-        address.expected("at least " + hex_text(previous_end) + ", where the core before it ends");
-    if (core.address % 4 != 0)
-        address.expected("a multiple of 4");
-    const node_t size = node.required("size");
-    core.size = read_size(size, std::min(largest_core, last_address - core.address + 1));
-    if (core.size % 4 != 0)
-        size.expected("a multiple of 4");
-    if (const auto registers = node.member("registers")) {
-        for (const auto& member : registers->value.GetObject()) {
-            const std::string_view name{member.name.GetString(), member.name.GetStringLength()};
-            const node_t value{member.value, registers->pointer + '/' + pointer_token(name), node.file};
-            const std::optional<std::uint64_t> offset = parse_offset(name);
-            if (!offset || *offset % 4 != 0 || *offset >= core.size)
-                value.expected("an offset such as 0x10, a multiple of 4 and less than " + hex_text(core.size));
-            if (!core.registers.emplace(*offset, static_cast<std::uint32_t>(read_number(value))).second)
+    static std::string sentence() { return R"(values by byte offset: { "0x10": "0x1" })"; }
+    void read(const json::node_t& node, std::map<std::uint64_t, std::uint32_t>& registers) const
+    {
+        const auto* members = node.as<json::object_t>();
+        if (members == nullptr)
+            return node.expected(sentence());
+        registers.clear();
+        for (const json::member_t& member : *members) {
+            const json::node_t value = node.below(member);
+            const std::optional<std::uint64_t> offset = parse_offset(member.name);
+            std::uint32_t number = 0;
+            codec::word.read(value, number);
+            if (!offset || *offset % 4 != 0 || (size != 0 && *offset >= size))
+                value.expected("an offset such as 0x10, a multiple of 4 and less than " + hex_text(size));
+            else if (!registers.emplace(*offset, number).second)
                 value.expected("an offset that no other register of the core has");
         }
     }
-    return core;
+    static json::value_t write(const std::map<std::uint64_t, std::uint32_t>& registers)
+    {
+        json::object_t members;
+        for (const auto& [offset, value] : registers)
+            members.push_back({hex_text(offset), codec::word.write(value)});
+        return {std::move(members)};
+    }
+    static json::value_t schema()
+    {
+        return codec::schema_of(sentence(), {"object"}, {{"additionalProperties", codec::word.schema()}});
+    }
+};
+
+/// null, one, or a list; each over the defaults of a model.
+struct xmcs_codec
+{
+    const accelerator_t& accelerator;
+
+    static constexpr codec::list several{
+        R"({ "ready_after": ..., "card": ..., "sensors": ... } for a card management controller, a list of at most 16 of them, or null for none)",
+        xmc_codec, 16};
+
+    static std::string sentence() { return several.what; }
+    void read(const json::node_t& node, std::vector<xmc_t>& xmcs) const
+    {
+        const auto* list = node.as<json::list_t>();
+        xmcs.clear();
+        if (node.value().is_null())
+            return;
+        if (list == nullptr && node.as<json::object_t>() == nullptr)
+            return node.expected(sentence());
+        if (list != nullptr && list->size() > several.most)
+            return node.expected(sentence());
+        for (std::size_t number = 0; number < (list == nullptr ? 1 : list->size()); ++number) {
+            xmcs.push_back(default_xmc(accelerator.model, accelerator.position, number));
+            xmc_codec.read(list == nullptr ? node : node.below(*list, number), xmcs.back());
+        }
+    }
+    static json::value_t write(const std::vector<xmc_t>& xmcs)
+    {
+        if (xmcs.empty())
+            return {};
+        return xmcs.size() == 1 ? xmc_codec.write(xmcs.front()) : several.write(xmcs);
+    }
+    static json::value_t schema()
+    {
+        json::value_t schema =
+            codec::widened(codec::widened(xmc_codec.schema(), sentence(), "array"), sentence(), "null");
+        json::value_t other = several.schema();
+        for (json::member_t& member : std::get<json::object_t>(other.content))
+            if (member.name != "description" && member.name != "type")
+                std::get<json::object_t>(schema.content).push_back(std::move(member));
+        return schema;
+    }
+};
+
+bool has_core(const accelerator_t& accelerator, std::uint32_t hardware_id)
+{
+    return std::ranges::count(accelerator.cores, hardware_id, &core_t::hardware_id) != 0;
 }
 
-/// A member of an accelerator that does not agree with its cores, of which `found` have the hardware identifier.
-[[noreturn]] void disagree(const node_t& node, const std::string& expected, std::size_t found,
-                           std::uint32_t hardware_id)
+/// The controller of a design that has one; null: it has none.
+struct i2c_or_null
 {
-    node.expected(
-        expected + ", as \"cores\" has " +
-        (found == 0   ? "none"
-         : found == 1 ? "one"
-                      : std::to_string(found)) +
-        " with the hardware_id " + std::to_string(hardware_id) +
-        (found == 0 && hardware_id == hardware_ids::xmc ? " and at least " + hex_text(xmc_window) + " bytes" : ""));
+    bool is_there;
+
+    static std::string sentence() { return i2c_codec.sentence() + ", or null for none"; }
+    static void read(const json::node_t& node, i2c_t& i2c) { codec::or_null{i2c_codec, "none"}.read(node, i2c); }
+    json::value_t write(const i2c_t& i2c) const { return is_there ? i2c_codec.write(i2c) : json::value_t{}; }
+    static json::value_t schema() { return codec::widened(i2c_codec.schema(), sentence(), "null"); }
+};
+
+// ---- records ----
+
+void describe(auto& visit, mac_range_t& range)
+{
+    visit.required("first", range.first, codec::mac_address);
+    visit.required("count", range.count, codec::whole{"a number of addresses", 0, 4096});
+    const std::uint64_t room = codec::addresses_from(range.first);
+    visit.check({"count"}, range.count <= room, codec::too_many_addresses(room));
 }
 
-/// Whether the design has the core that the section `name` of an accelerator is about: {} says yes, null says no.
-/// Cores that are spelt out must agree.
-bool read_presence(const node_t& accelerator, const char* name, std::uint32_t hardware_id, bool by_default,
-                   const std::optional<std::vector<core_t>>& cores)
+std::string size_up_to(std::uint64_t largest)
 {
-    const auto node = accelerator.member(name);
-    const bool present = node ? !node->value.IsNull() : by_default;
-    if (cores && node) {
-        const auto found = static_cast<std::size_t>(std::ranges::count(*cores, hardware_id, &core_t::hardware_id));
-        if ((found != 0) != present)
-            disagree(*node, found == 0 ? "null" : "{}", std::min<std::size_t>(found, 1), hardware_id);
-    }
-    return present;
+    return "a size from 1 byte to " + size_text(largest);
 }
 
-/// The XMCs of a board: null says none, an object one, a list so many. Cores that are spelt out must agree.
-std::vector<xmc_t> read_xmcs(const node_t& accelerator, const model_t& model, std::string_view name, std::size_t index,
-                             const std::optional<std::vector<core_t>>& cores)
+bool is_size(std::uint64_t size, std::uint64_t largest)
 {
-    const auto node = accelerator.member("xmc");
-    std::size_t count = 0;
-    if (cores)
-        count = static_cast<std::size_t>(std::ranges::count_if(*cores, &has_room_for_xmc));
-    else if (!node)
-        count = has_xmc(model) ? 1 : 0;
-    if (node) {
-        const std::size_t given = node->value.IsNull() ? 0 : node->value.IsArray() ? node->size() : 1;
-        if (cores && given != count)
-            disagree(*node,
-                     count == 0   ? "null"
-                     : count == 1 ? "{}"
-                                  : "a list of " + std::to_string(count),
-                     count, hardware_ids::xmc);
-        count = given;
-    }
-    std::vector<xmc_t> xmcs;
-    for (std::size_t number = 0; number < count; ++number) {
-        xmcs.push_back(default_xmc(name, index, number));
-        if (node)
-            read_xmc(node->value.IsArray() ? node->element(number) : *node, xmcs.back());
-    }
-    return xmcs;
+    return size != 0 && size <= largest;
 }
 
-/// The cores, and what stands behind them.
-void read_design(const node_t& node, const model_t& model, std::size_t index, accelerator_t& accelerator)
+} // namespace
+
+static void describe(auto& visit, fpga_t& fpga)
 {
-    std::optional<std::vector<core_t>> cores;
-    if (const auto list = node.member("cores")) {
-        cores.emplace();
-        for (std::size_t at = 0; at < list->size(); ++at)
-            cores->push_back(read_core(list->element(at), at == 0 ? 0 : cores->back().address + cores->back().size));
+    visit("device", fpga.device, codec::long_text);
+    visit("serial", fpga.serial, codec::fpga_serial);
+    visit("temperature", fpga.temperature, codec::real{"a number of degrees Celsius"});
+}
+
+static void describe(auto& visit, flash_section_t& section)
+{
+    visit("name", section.name, name_codec);
+    visit.required("start", section.start, codec::address);
+    visit.required("size", section.size, codec::size);
+    visit("protected", section.write_protected, codec::flag);
+}
+
+static void describe(auto& visit, flash_t& flash)
+{
+    visit("size", flash.size, codec::size);
+    visit("sector", flash.sector, codec::size);
+    visit("sections", flash.sections,
+          codec::list{"a list of at most 1024 sections, in address order",
+                      codec::record<flash_section_t>{
+                          R"(a section: { "name": "PARAMS", "start": "0x7fc0000", "size": "64 KiB" })"},
+                      1024});
+
+    const bool is_good_size = is_size(flash.size, largest_flash);
+    const std::uint64_t largest = std::min(flash.size, largest_sector);
+    const bool is_good_sector = !visit.said("sector") || is_size(flash.sector, largest);
+    visit.check({"size"}, is_good_size, size_up_to(largest_flash));
+    if (!is_good_size)
+        return;
+    visit.check({"sector"}, is_good_sector, size_up_to(largest));
+    visit.check({"sector"}, !is_good_sector || flash.size % flash.sector == 0,
+                "a sector size that divides the size of the flash, " + size_text(flash.size));
+    std::uint64_t end = 0;
+    for (std::size_t at = 0; visit.said("sections") && at < flash.sections.size(); ++at) {
+        const flash_section_t& section = flash.sections[at];
+        visit.check({"sections", at, "start"}, section.start <= last_address, "at most " + hex_text(last_address));
+        visit.check({"sections", at, "start"}, section.start >= end,
+                    "at least " + hex_text(end) + ", where the section before it ends");
+        visit.check({"sections", at, "start"}, section.start < flash.size,
+                    "less than " + hex_text(flash.size) + ", the size of the flash");
+        if (section.start >= flash.size)
+            break;
+        const std::uint64_t room = flash.size - section.start;
+        visit.check({"sections", at, "size"}, is_size(section.size, room), size_up_to(room));
+        end = section.start + std::min(section.size, room);
     }
-    const bool i2c = read_presence(node, "i2c", hardware_ids::i2c, has_i2c(model), cores);
-    const bool uart = read_presence(node, "bmc", hardware_ids::uart, has_bmc(model), cores);
-    accelerator.xmcs = read_xmcs(node, model, accelerator.model, index, cores);
-    accelerator.cores = cores ? *cores : default_cores(i2c, uart, accelerator.xmcs.size());
-    if (std::ranges::find(accelerator.cores, hardware_ids::uart, &core_t::hardware_id) != accelerator.cores.end()) {
-        accelerator.bmc = default_bmc(accelerator.model, index);
-        if (const auto bmc = node.member("bmc"))
-            read_bmc(*bmc, *accelerator.bmc);
-    }
-    if (std::ranges::find(accelerator.cores, hardware_ids::i2c, &core_t::hardware_id) != accelerator.cores.end()) {
-        accelerator.i2c = default_i2c(accelerator.model, index);
-        if (const auto said = node.member("i2c"))
-            read_i2c(*said, accelerator.model, accelerator.i2c, accelerator.text);
+    if (!visit.said("sections") && !flash.sections.empty()) {
+        const std::uint64_t needed = flash.sections.back().start + flash.sections.back().size;
+        visit.check({}, needed <= flash.size || !is_good_sector || flash.size % flash.sector != 0,
+                    "a member \"sections\", as the default ones need " + hex_text(needed) + " bytes");
     }
 }
 
-std::string compact(const Value& value)
+static void describe(auto& visit, core_t& core)
 {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer{buffer};
-    value.Accept(writer);
-    return {buffer.GetString(), buffer.GetSize()};
+    visit.required("hardware_id", core.hardware_id, codec::code{codec::word.what, codec::word.bits, 0});
+    visit.required("address", core.address, codec::address);
+    visit.required("size", core.size, codec::size);
+    visit("registers", core.registers, registers_codec{core.size});
+
+    visit.check({"address"}, core.address <= last_address, "at most " + hex_text(last_address));
+    visit.check({"address"}, core.address % 4 == 0, "a multiple of 4");
+    const std::uint64_t room = std::min(largest_core, last_address - std::min(core.address, last_address) + 1);
+    visit.check({"size"}, is_size(core.size, room), size_up_to(room));
+    visit.check({"size"}, core.size % 4 == 0, "a multiple of 4");
 }
 
-/// Everything but the uid.
-accelerator_t read_accelerator(const node_t& node, std::size_t index)
+static void describe(auto& visit, accelerator_t& accelerator)
 {
-    accelerator_t accelerator;
-    accelerator.model = read_text(node.required("model"));
+    visit("name", accelerator.name, name_codec);
+    visit.required("model", accelerator.model, codec::long_text);
+    visit("uid", accelerator.uid, codec::long_text);
+    visit("open", accelerator.open_error, open_error);
+    visit("fpga", accelerator.fpga,
+          codec::record<fpga_t>{R"(the FPGA: { "device": ..., "serial": ..., "temperature": ... })"});
+    visit("mac_addresses", accelerator.mac_addresses, mac_addresses);
+    visit("flash", accelerator.flash,
+          codec::record<flash_t>{R"(the flash: { "size": ..., "sector": ..., "sections": [ ... ] })"});
+    visit("mmios", accelerator.mmios, codec::whole{"a number of MMIO spaces", 0, 16});
+    visit("cores", accelerator.cores,
+          codec::list{
+              "a list of at most 1024 cores, in address order",
+              codec::record<core_t>{R"(a core: { "hardware_id": 475, "address": "0x100000", "size": "192 KiB" })"},
+              1024});
+    visit("i2c", accelerator.i2c, i2c_or_null{has_core(accelerator, hardware_ids::i2c)});
+    visit("bmc", accelerator.bmc, codec::or_null{bmc_codec, "none"});
+    visit("xmc", accelerator.xmcs, xmcs_codec{accelerator});
+
+    for (std::size_t at = 1; visit.said("cores") && at < accelerator.cores.size(); ++at) {
+        const core_t& before = accelerator.cores[at - 1];
+        visit.check({"cores", at, "address"}, accelerator.cores[at].address >= before.address + before.size,
+                    "at least " + hex_text(before.address + before.size) + ", where the core before it ends");
+    }
+}
+
+namespace {
+
+// ---- an accelerator ----
+
+/// A member of an accelerator has to agree with its cores, of which `found` have the hardware identifier.
+std::string agreement(const std::string& expected, std::size_t found, std::uint32_t hardware_id)
+{
+    return expected + ", as \"cores\" has " +
+           (found == 0   ? "none"
+            : found == 1 ? "one"
+                         : std::to_string(found)) +
+           " with the hardware_id " + std::to_string(hardware_id) +
+           (found == 0 && hardware_id == hardware_ids::xmc ? " and at least " + hex_text(xmc_window) + " bytes" : "");
+}
+
+/// Whether the design has the core that a member is about: {} says yes, null says no. Cores that are spelt out must
+/// agree.
+bool is_present(const json::node_t& node, const accelerator_t& accelerator, const char* name, std::uint32_t hardware_id,
+                bool by_default)
+{
+    const json::member_t* const member = json::find(node.value(), name);
+    if (json::find(node.value(), "cores") != nullptr) {
+        const bool is_there = has_core(accelerator, hardware_id);
+        if (member != nullptr && is_there == member->value.is_null())
+            node.expected_at({name}, agreement(is_there ? "{}" : "null", is_there ? 1 : 0, hardware_id));
+        return is_there;
+    }
+    return member == nullptr ? by_default : !member->value.is_null();
+}
+
+/// As many XMCs as there are cores for them.
+void settle_xmcs(const json::node_t& node, accelerator_t& accelerator)
+{
+    const bool is_said = json::find(node.value(), "xmc") != nullptr;
+    const bool are_cores_said = json::find(node.value(), "cores") != nullptr;
+    const auto room = static_cast<std::size_t>(std::ranges::count_if(accelerator.cores, &has_room_for_xmc));
+    if (is_said && are_cores_said && room != accelerator.xmcs.size())
+        node.expected_at({"xmc"}, agreement(room == 0   ? "null"
+                                            : room == 1 ? "{}"
+                                                        : "a list of " + std::to_string(room),
+                                            room, hardware_ids::xmc));
+    if (is_said)
+        return;
+    const std::size_t count = are_cores_said ? room : has_xmc(defaults_of(accelerator.model)) ? 1 : 0;
+    for (std::size_t number = 0; number < count; ++number)
+        accelerator.xmcs.push_back(default_xmc(accelerator.model, accelerator.position, number));
+}
+
+/// The buses of the model, unless others are spelt out, have the cages.
+void settle_cages(const json::node_t& node, accelerator_t& accelerator)
+{
+    const json::member_t* const said = json::find(node.value(), "i2c");
+    if (said == nullptr || json::find(said->value, "buses") != nullptr)
+        return;
+    std::vector<cage_t>& cages = accelerator.i2c.cages;
+    const std::size_t fewest = fewest_cages(accelerator.model);
+    const std::size_t most = most_cages(accelerator.model);
+    if (json::find(said->value, "cages") != nullptr) {
+        if (cages.size() > most)
+            node.expected_at({"i2c", "cages"},
+                             "at most " + std::to_string(most) +
+                                 " cages, as the model has, or a member \"buses\" that says where they are");
+        cages.resize(cages.size() <= fewest ? fewest : most); // those that are left out are empty
+    }
+    accelerator.i2c.buses = default_buses(accelerator.model, cages.size());
+}
+
+/// What the members say together, and what is left to defaults.
+void settle(const json::node_t& node, accelerator_t& accelerator)
+{
     const model_t& model = defaults_of(accelerator.model);
-    const auto name = node.member("name");
-    accelerator.name = name ? read_name(*name) : default_name(model, index);
-    if (const auto open = node.member("open"))
-        accelerator.open_error = read_open_error(*open);
-    accelerator.fpga = read_fpga(node.member("fpga"), model, index);
-    const auto mac_addresses = node.member("mac_addresses");
-    accelerator.mac_addresses =
-        mac_addresses ? read_mac_addresses(*mac_addresses) : default_mac_addresses(model, index);
-    accelerator.flash = read_flash(node.member("flash"));
-    if (const auto mmios = node.member("mmios"))
-        accelerator.mmios = mmios->value.GetUint();
-    accelerator.text = compact(node.value);
-    read_design(node, model, index, accelerator); // adds what the text names
-    return accelerator;
+    const bool has_i2c_core = is_present(node, accelerator, "i2c", hardware_ids::i2c, has_i2c(model));
+    const bool has_uart = is_present(node, accelerator, "bmc", hardware_ids::uart, has_bmc(model));
+    settle_xmcs(node, accelerator);
+    if (json::find(node.value(), "cores") == nullptr)
+        accelerator.cores = default_cores(has_i2c_core, has_uart, accelerator.xmcs.size());
+    if (!has_uart)
+        accelerator.bmc.reset();
+    if (has_i2c_core)
+        settle_cages(node, accelerator);
+    else
+        accelerator.i2c = {};
 }
+
+/// Reads an accelerator over what its model has.
+struct accelerator_codec
+{
+    static constexpr codec::record<accelerator_t> members{R"(an accelerator: { "model": "xilinx_u200", ... })"};
+
+    static std::string sentence() { return members.sentence(); }
+    static void read(const json::node_t& node, accelerator_t& accelerator)
+    {
+        const json::member_t* const name = json::find(node.value(), "model");
+        if (name != nullptr) { // what is wrong with it is told below
+            json::reading ignored{node.reading().file()};
+            codec::long_text.read(json::node_t{name->value, ignored}, accelerator.model);
+        }
+        const std::size_t position = node.index();
+        const model_t& model = defaults_of(accelerator.model);
+        accelerator.position = position;
+        accelerator.name = default_name(model, position);
+        accelerator.fpga = {std::string{model.device}, default_fpga_serial(position), model.temperature};
+        accelerator.mac_addresses = default_mac_addresses(model, position);
+        accelerator.flash = {default_flash_size, default_flash_sector, default_flash_sections()};
+        accelerator.i2c = default_i2c(accelerator.model, position);
+        accelerator.bmc = default_bmc(accelerator.model, position);
+        members.read(node, accelerator);
+        accelerator.text = json::compact(node.value()) + node.reading().take_opened();
+        if (!node.reading().is_beyond_mistake(node.value().end))
+            settle(node, accelerator);
+    }
+    static json::value_t write(const accelerator_t& accelerator) { return members.write(accelerator); }
+    static json::value_t schema() { return members.schema(); }
+};
+
+struct rack_file_t
+{
+    std::string schema;
+    std::vector<accelerator_t> accelerators;
+};
 
 /// The uids that are written down come first: a default one makes way for them.
-void read_uids(const node_t& list, std::vector<accelerator_t>& accelerators)
+void settle_uids(auto& visit, std::vector<accelerator_t>& accelerators)
 {
     std::set<std::string> taken;
     for (std::size_t at = 0; at < accelerators.size(); ++at) {
-        const auto node = list.element(at).member("uid");
-        if (!node)
+        if (!visit.gives({"accelerators", at, "uid"}))
             continue;
-        std::string& uid = accelerators[at].uid;
-        uid = read_text(*node);
-        if (uid.empty() || uid.find('\0') != std::string::npos)
-            node->expected("a text of at least one character, none of them NUL");
-        if (!taken.insert(uid).second)
-            node->expected("a text that no other accelerator has");
+        const std::string& uid = accelerators[at].uid;
+        const bool is_good = !uid.empty() && uid.find('\0') == std::string::npos;
+        visit.check({"accelerators", at, "uid"}, is_good, "a text of at least one character, none of them NUL");
+        visit.check({"accelerators", at, "uid"}, taken.insert(uid).second, "a text that no other accelerator has");
     }
     for (std::size_t at = 0; at < accelerators.size(); ++at)
         for (std::size_t position = at; accelerators[at].uid.empty(); position += accelerators.size())
@@ -305,9 +449,32 @@ void read_uids(const node_t& list, std::vector<accelerator_t>& accelerators)
                 accelerators[at].uid = *uid;
 }
 
-[[noreturn]] void unreadable(const std::filesystem::path& file, int error)
+void describe(auto& visit, rack_file_t& rack)
 {
-    mistake(file, "", "cannot be read: " + std::generic_category().message(error));
+    visit("$schema", rack.schema, codec::plain_text{"a text: where an editor finds the schema of racks"});
+    visit.required("accelerators", rack.accelerators,
+                   codec::list{"a list of at most 65536 accelerators", accelerator_codec{}, 65536});
+    settle_uids(visit, rack.accelerators);
+}
+
+constexpr codec::record<rack_file_t> rack_codec{R"(a rack: { "accelerators": [ ... ] })"};
+
+constexpr std::string_view said_by_starters[] = {"name", "model", "uid", "fpga", "mac_addresses", "flash"};
+
+void leave_out_unprotected(json::value_t& flash)
+{
+    auto& sections = std::get<json::object_t>(flash.content).back().value;
+    for (json::value_t& section : std::get<json::list_t>(sections.content)) {
+        auto& members = std::get<json::object_t>(section.content);
+        if (!std::get<bool>(members.back().value.content))
+            members.pop_back();
+    }
+}
+
+std::string rack_text(json::list_t accelerators)
+{
+    constexpr std::size_t spread_levels = 3; // a line for each member of an accelerator
+    return json::laid_out({json::object_t{{"accelerators", {std::move(accelerators)}}}}, spread_levels);
 }
 
 /// File of the library or program that this code has become part of.
@@ -324,6 +491,14 @@ std::filesystem::path this_file()
 }
 
 } // namespace
+
+const char* const rack_sentence = rack_codec.what;
+
+const char* open_error_name(int number)
+{
+    const auto* const row = std::ranges::find(open_errors, number, &codec::name_t<int>::value);
+    return row == std::end(open_errors) ? nullptr : row->name.data();
+}
 
 bool has_room_for_xmc(const core_t& core)
 {
@@ -384,16 +559,18 @@ std::filesystem::path rack_in_use()
     return racks_folder() / "showcase.json";
 }
 
+rack_t read_rack(const json::value_t& document, const std::filesystem::path& file)
+{
+    json::reading reading{file, racks_folder()};
+    rack_file_t rack;
+    rack_codec.read({document, reading}, rack);
+    reading.finish();
+    return {file, std::move(rack.accelerators)};
+}
+
 rack_t parse_rack(std::string_view text, const std::filesystem::path& file)
 {
-    const rapidjson::Document document = read_document(text, file);
-    const node_t root{document, "", file};
-    const node_t list = root.required("accelerators");
-    rack_t rack{file, {}};
-    for (std::size_t at = 0; at < list.size(); ++at)
-        rack.accelerators.push_back(read_accelerator(list.element(at), at));
-    read_uids(list, rack.accelerators);
-    return rack;
+    return read_rack(json::parse(text, file, rack_sentence), file);
 }
 
 rack_t load_rack(const std::filesystem::path& file)
@@ -402,8 +579,43 @@ rack_t load_rack(const std::filesystem::path& file)
     std::error_code error;
     rack.file = std::filesystem::canonical(file, error);
     if (error)
-        unreadable(file, error.value());
+        mistake(file, "", "cannot be read: " + error.message());
     return rack;
+}
+
+std::string expand(const rack_t& rack)
+{
+    json::list_t list;
+    for (const accelerator_t& accelerator : rack.accelerators)
+        list.push_back(accelerator_codec::write(accelerator));
+    return rack_text(std::move(list));
+}
+
+std::string starter(const std::vector<std::string>& models, std::size_t count)
+{
+    json::list_t models_only;
+    for (std::size_t at = 0; at < count; ++at)
+        models_only.push_back({json::object_t{{"model", {models.at(at % models.size())}}}});
+    const rack_t rack = read_rack({json::object_t{{"accelerators", {std::move(models_only)}}}}, "starter");
+    json::list_t list;
+    for (const accelerator_t& accelerator : rack.accelerators) {
+        json::value_t everything = accelerator_codec::write(accelerator);
+        json::object_t members;
+        for (json::member_t& member : std::get<json::object_t>(everything.content)) {
+            if (std::ranges::count(said_by_starters, member.name) == 0)
+                continue;
+            if (member.name == "flash")
+                leave_out_unprotected(member.value);
+            members.push_back(std::move(member));
+        }
+        list.push_back({std::move(members)});
+    }
+    return rack_text(std::move(list));
+}
+
+json::value_t rack_schema()
+{
+    return json::as_document(rack_codec.schema());
 }
 
 } // namespace ivra::virtual_platform

@@ -1,15 +1,16 @@
 #ifndef IVRA_VIRTUAL_RACK_H
 #define IVRA_VIRTUAL_RACK_H
 
-#include "bmc.h"
-#include "i2c.h"
-#include "xmc.h"
+#include "devices/bmc/config.h"
+#include "devices/i2c/config.h"
+#include "devices/xmc/config.h"
+#include "memory/register_file.h"
 #include "json/document.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -48,17 +49,6 @@ struct flash_t
     bool operator==(const flash_t&) const = default;
 };
 
-/// A core of the design: what the walk of an MMIO space finds.
-struct core_t
-{
-    std::uint32_t hardware_id = 0;
-    std::uint64_t address = 0;                        ///< of its space, in the MMIO space
-    std::uint64_t size = 0;                           ///< bytes of its space
-    std::map<std::uint64_t, std::uint32_t> registers; ///< values at the start, by byte offset; others are 0
-
-    bool operator==(const core_t&) const = default;
-};
-
 /// Hardware identifiers of the cores that the platform libraries look up by themselves.
 namespace hardware_ids {
 inline constexpr std::uint32_t hw_top = 1;
@@ -74,6 +64,7 @@ struct accelerator_t
     std::optional<std::string> name; ///< an accelerator may have none
     std::string model;               ///< board name that the design reports
     std::string uid;                 ///< no other accelerator of the rack has it
+    std::size_t position = 0;        ///< in the rack; defaults depend on it
     int open_error = 0;              ///< errno with which opening it fails; 0: it opens
     fpga_t fpga;
     std::vector<std::array<std::uint8_t, 6>> mac_addresses;
@@ -105,6 +96,12 @@ struct rack_t
     std::vector<accelerator_t> accelerators;
 };
 
+/// An error with which a rack can make the opening of an accelerator fail; null when a rack has no name for it.
+const char* open_error_name(int number);
+
+/// The folder of the racks that come with the platform; it lies beside the libraries and programs.
+std::filesystem::path racks_folder();
+
 /// The rack that the platform libraries use: IVRA_VIRTUAL_RACK, or the showcase rack that lies beside them.
 std::filesystem::path rack_in_use();
 
@@ -113,6 +110,21 @@ rack_t load_rack(const std::filesystem::path& file);
 
 /// The same for a text that is in memory already; `file` names it in errors and becomes rack_t::file as it is.
 rack_t parse_rack(std::string_view text, const std::filesystem::path& file);
+/// The same for a document that has been parsed.
+rack_t read_rack(const json::value_t& document, const std::filesystem::path& file);
+
+/// A rack file that says everything about `rack`, defaults included, and loads to the same accelerators.
+std::string expand(const rack_t& rack);
+
+/// A rack file to start from: a board of each of `models`, over and over until there are `count`. It says what people
+/// change and leaves the rest to defaults.
+std::string starter(const std::vector<std::string>& models, std::size_t count);
+
+/// The JSON Schema of racks.
+json::value_t rack_schema();
+
+/// What a rack is, for people.
+extern const char* const rack_sentence;
 
 /// What `check` says of a good rack: sensors that cannot show the value that the rack asks for.
 std::vector<std::string> warnings(const rack_t& rack);

@@ -1,11 +1,11 @@
 #ifndef IVRA_VIRTUAL_STATE_H
 #define IVRA_VIRTUAL_STATE_H
 
+#include "devices/bmc/memory.h"
+#include "memory/flash_memory.h"
+#include "memory/mapped_file.h"
+#include "memory/register_file.h"
 #include "rack/rack.h"
-#include "state/bmc_memory.h"
-#include "state/flash_memory.h"
-#include "state/mapped_file.h"
-#include "state/register_file.h"
 
 #include <cstddef>
 #include <filesystem>

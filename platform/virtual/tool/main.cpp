@@ -2,7 +2,6 @@
 #include "output.h"
 
 #include "rack/defaults.h"
-#include "rack/expand.h"
 #include "rack/fault_plan.h"
 #include "rack/rack.h"
 #include "json/text.h"
@@ -42,12 +41,12 @@ std::string count_of(std::size_t count, const std::string& thing)
 /// A list is a fault plan.
 void check_file(const std::string& file)
 {
-    const json::value_t document = json::parse(read_file(file), file, "a rack: { \"accelerators\": [ ... ] }");
+    const json::value_t document = json::parse(read_file(file), file, rack_sentence);
     if (document.as<json::list_t>() != nullptr) {
         print(printable(file) + ": good, " + count_of(fault_plan{document, file}.size(), "rule") + '\n');
         return;
     }
-    const rack_t rack = load_rack(file);
+    const rack_t rack = read_rack(document, file);
     print(printable(file) + ": good, " + count_of(rack.accelerators.size(), "accelerator") + '\n');
     for (const std::string& warning : warnings(rack))
         print_error(file + ": " + warning);
@@ -113,6 +112,15 @@ int new_rack(const words_t& words)
     return exit_success;
 }
 
+int schema(const words_t& words)
+{
+    const std::string& what = words.arguments.front();
+    if (what != "rack" && what != "faults")
+        throw usage_error{"unknown schema \"" + what + "\", expected rack or faults"};
+    print(json::laid_out(what == "rack" ? rack_schema() : fault_plan_schema()));
+    return exit_success;
+}
+
 struct command_t
 {
     std::string_view name;
@@ -165,6 +173,10 @@ constexpr command_t commands[] = {
      "\n"
      "The exit status is the command's; 126 or 127 when it cannot be run.\n",
      0, 1, false, true, &run_command_on_rack},
+    {"schema", "rack|faults", "Print the JSON Schema of racks or fault plans",
+     "Prints the JSON Schema (draft 4) of racks or of fault plans, which an editor\n"
+     "can use. It cannot say everything: check finds more.\n",
+     1, 1, false, false, &schema},
     {"bmc", "RACK ACCELERATOR", "Let IPMI programs talk to a board's BMC",
      "Serves the BMC of an accelerator, given by name, uid or index, on a\n"
      "pseudo-terminal, and prints its name, for example for\n"

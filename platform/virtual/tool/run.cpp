@@ -1,7 +1,6 @@
 #include "commands.h"
 #include "output.h"
 
-#include "rack/files.h"
 #include "rack/rack.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "commands.h"
 #include "output.h"
 
-#include "devices/bmc.h"
+#include "devices/bmc/bmc.h"
 #include "state/state.h"
 #include "json/text.h"
 

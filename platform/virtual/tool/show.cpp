@@ -1,14 +1,13 @@
 #include "commands.h"
 #include "output.h"
 
-#include "devices/bmc.h"
-#include "devices/clock_generator.h"
-#include "devices/i2c.h"
-#include "devices/module.h"
-#include "devices/parameters.h"
-#include "devices/xmc.h"
+#include "devices/bmc/bmc.h"
+#include "devices/clock_generator/clock_generator.h"
+#include "devices/i2c/i2c.h"
+#include "devices/module/module.h"
+#include "devices/xmc/xmc.h"
 #include "rack/defaults.h"
-#include "rack/open_errors.h"
+#include "state/parameters.h"
 #include "state/state.h"
 #include "json/text.h"
 
@@ -186,7 +185,7 @@ std::vector<std::string> i2c_lines(const accelerator_t& accelerator, const std::
     const i2c_t& i2c = accelerator.i2c;
     std::vector<std::string> lines{count_text(i2c.buses.size(), "bus", "es") + ", " + count_text(i2c.pins, "pin")};
     if (i2c.pins != 0)
-        lines.back() += ": " + hex_text(state ? control_pins(i2c, *state) : 0);
+        lines.back() += ": " + hex_text(state ? control_pins(i2c, state->i2c()) : 0);
     if (i2c.mac_eeprom)
         lines.push_back("EEPROM with " + printable(*i2c.mac_eeprom));
     return lines;
@@ -261,9 +260,8 @@ void show_accelerator(const rack_t& rack, std::size_t index)
     std::string text = std::to_string(index) + "  " + printable(accelerator.name.value_or("(no name)")) + '\n';
     text += field("Model", {printable(accelerator.model)});
     text += field("UID", {printable(accelerator.uid)});
-    if (const auto* const row = std::ranges::find(open_errors, accelerator.open_error, &open_error_t::number);
-        row != std::end(open_errors))
-        text += field("Opening", {"fails with " + std::string{row->name}});
+    if (const char* const error = open_error_name(accelerator.open_error))
+        text += field("Opening", {"fails with " + std::string{error}});
     text += field("FPGA", {printable(accelerator.fpga.device) + ", " + temperature_text(accelerator.fpga.temperature)});
     text += field("FPGA serial", {"0x" + serial_text(accelerator.fpga.serial)});
     text += field("MAC addresses",

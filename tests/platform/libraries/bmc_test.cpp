@@ -530,7 +530,7 @@ TEST_F(bmc, an_answer_can_be_late_or_never_come_or_be_cut_into_pieces)
     });
 }
 
-TEST_F(bmc, the_longest_latency_and_the_latest_clock_are_numbers_like_any_other)
+TEST_F(bmc, the_longest_latency_and_the_lastepped_clock_are_numbers_like_any_other)
 {
     plug_bmc(R"({"latency": "999999999.999999999 s"})");
     run([] {

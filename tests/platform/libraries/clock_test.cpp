@@ -18,10 +18,10 @@ namespace {
 using namespace std::chrono_literals;
 
 /// A host whose processes go by the clock of this test.
-class test_clock : public host
+class stepped_clock : public host
 {
 protected:
-    test_clock() { ::setenv("IVRA_VIRTUAL_CLOCK", file().c_str(), 1); }
+    stepped_clock() { ::setenv("IVRA_VIRTUAL_CLOCK", file().c_str(), 1); }
 
     std::filesystem::path file() const { return folder / "clock"; }
 
@@ -54,7 +54,7 @@ void at_once(const std::function<void()>& story)
     ::alarm(0);
 }
 
-TEST_F(test_clock, moves_on_by_what_every_sleep_asks_for)
+TEST_F(stepped_clock, moves_on_by_what_every_sleep_asks_for)
 {
     run([] {
         at_once([] {
@@ -70,7 +70,7 @@ TEST_F(test_clock, moves_on_by_what_every_sleep_asks_for)
     EXPECT_EQ(value(), 7'350'000'007'010) << "the file shows it";
 }
 
-TEST_F(test_clock, stands_still_for_all_clocks_but_those_of_processor_time)
+TEST_F(stepped_clock, stands_still_for_all_clocks_but_those_of_processor_time)
 {
     set(1'700'000'000'123'456'789);
     run([] {
@@ -92,7 +92,7 @@ TEST_F(test_clock, stands_still_for_all_clocks_but_those_of_processor_time)
     EXPECT_EQ(value(), 1'700'000'000'123'456'789);
 }
 
-TEST_F(test_clock, a_sleep_until_a_time_moves_it_there_and_never_back)
+TEST_F(stepped_clock, a_sleep_until_a_time_moves_it_there_and_never_back)
 {
     set(5'000'000'000);
     run([] {
@@ -105,7 +105,7 @@ TEST_F(test_clock, a_sleep_until_a_time_moves_it_there_and_never_back)
     });
 }
 
-TEST_F(test_clock, what_is_no_time_is_refused_as_libc_does)
+TEST_F(stepped_clock, what_is_no_time_is_refused_as_libc_does)
 {
     run([] {
         for (const ::timespec& bad : {::timespec{0, -1}, ::timespec{0, 1'000'000'000}, ::timespec{-1, 0}}) {
@@ -122,7 +122,7 @@ TEST_F(test_clock, what_is_no_time_is_refused_as_libc_does)
     EXPECT_EQ(value(), 0);
 }
 
-TEST_F(test_clock, ends_at_its_largest_value_and_does_not_turn_over)
+TEST_F(stepped_clock, ends_at_its_largest_value_and_does_not_turn_over)
 {
     run([] {
         const ::timespec eternity{std::numeric_limits<std::time_t>::max(), 999'999'999};
@@ -132,7 +132,7 @@ TEST_F(test_clock, ends_at_its_largest_value_and_does_not_turn_over)
     });
 }
 
-TEST_F(test_clock, is_shared_by_processes_and_what_they_sleep_adds_up)
+TEST_F(stepped_clock, is_shared_by_processes_and_what_they_sleep_adds_up)
 {
     std::vector<::pid_t> processes;
     for (int n = 0; n < 8; ++n)
@@ -150,14 +150,14 @@ TEST_F(test_clock, is_shared_by_processes_and_what_they_sleep_adds_up)
     });
 }
 
-TEST_F(test_clock, the_delay_of_a_fault_plan_moves_it_on)
+TEST_F(stepped_clock, the_delay_of_a_fault_plan_moves_it_on)
 {
     plan(R"([{"call": "ivra_hw_count_accelerators", "delay": "20 s"}])");
     run([] { at_once([] { EXPECT_EQ(ivra_hw_count_accelerators(), 1U); }); });
     EXPECT_EQ(value(), 20'000'000'000);
 }
 
-TEST_F(test_clock, reading_it_leaves_no_descriptor_open)
+TEST_F(stepped_clock, reading_it_leaves_no_descriptor_open)
 {
     run([] {
         const int before = ::dup(0);
@@ -169,7 +169,7 @@ TEST_F(test_clock, reading_it_leaves_no_descriptor_open)
     });
 }
 
-TEST_F(test_clock, that_cannot_be_used_is_said_in_the_log_and_time_passes_by_itself)
+TEST_F(stepped_clock, that_cannot_be_used_is_said_in_the_log_and_time_passes_by_itself)
 {
     ::setenv("IVRA_VIRTUAL_CLOCK", folder.c_str(), 1);
     run([&] {

@@ -1,7 +1,8 @@
 #include "bad_racks.h"
 
-#include "devices/clock_generator.h"
-#include "devices/i2c.h"
+#include "devices/clock_generator/clock_generator.h"
+#include "devices/i2c/i2c.h"
+#include "state/state.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -106,7 +107,7 @@ protected:
     void write(std::vector<std::uint8_t> bytes, device_time pause = 1ms)
     {
         board_state board = open(); // as another process would
-        EXPECT_EQ((i2c_bus{i2c(), i2c().buses.at(0), board}.transfer(0x68, bytes, {}, now)), 1U);
+        EXPECT_EQ((i2c_bus{i2c(), i2c().buses.at(0), board.i2c()}.transfer(0x68, bytes, {}, now)), 1U);
         now += pause;
     }
 
@@ -136,7 +137,7 @@ protected:
     unsigned read(unsigned address)
     {
         board_state board = open();
-        i2c_bus bus{i2c(), i2c().buses.at(0), board};
+        i2c_bus bus{i2c(), i2c().buses.at(0), board.i2c()};
         const std::uint8_t select[] = {0x01, static_cast<std::uint8_t>(address >> 8U)};
         const std::uint8_t at[] = {static_cast<std::uint8_t>(address)};
         std::uint8_t value[1] = {};

@@ -1,7 +1,6 @@
 #include "bad_racks.h"
 
 #include "devices/module/dump.h"
-#include "rack/expand.h"
 #include "rack/rack.h"
 #include "support/process.h"
 

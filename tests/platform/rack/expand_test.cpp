@@ -1,6 +1,5 @@
 #include "bad_racks.h"
 
-#include "rack/expand.h"
 #include "rack/rack.h"
 #include "json/text.h"
 
@@ -39,7 +38,7 @@ TEST(expand, every_rack_that_comes_with_it_expands_to_itself)
 {
     std::size_t count = 0;
     for (const auto& entry : std::filesystem::directory_iterator{IVRA_RACKS}) {
-        if (entry.path().extension() != ".json" || entry.path().filename() == "rack.schema.json")
+        if (entry.path().extension() != ".json" || entry.path().stem().extension() == ".schema")
             continue;
         SCOPED_TRACE(entry.path());
         expect_to_expand_to_itself(load_rack(entry.path()));

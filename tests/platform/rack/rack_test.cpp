@@ -330,12 +330,12 @@ TEST(rack_xmc, everything_that_a_rack_says_arrives)
     EXPECT_EQ(xmc.card.revision, "R\0"s);
     EXPECT_EQ(xmc.card.serial, "S\xff");
     EXPECT_EQ(xmc.card.macs, (mac_block_t{{2, 0, 0, 0, 0x20, 0x0a}, 255}));
-    EXPECT_THAT(xmc.card.legacy_macs, ElementsAre(std::nullopt, "text", std::nullopt, std::nullopt));
+    EXPECT_THAT(xmc.card.legacy_macs, ElementsAre(std::nullopt, "text"));
     EXPECT_EQ(xmc.card.fan, true);
     EXPECT_EQ(xmc.card.configuration_mode, 255);
     EXPECT_EQ(xmc.card.maximum_power, 65535);
     EXPECT_EQ(xmc.card.firmware, "F");
-    EXPECT_THAT(xmc.card.extra, ElementsAre(std::pair{0x4b, "\0"s}, std::pair{0x21, "again"s}));
+    EXPECT_THAT(xmc.card.extra, ElementsAre(card_field_t{0x4b, "\0"s}, card_field_t{0x21, "again"}));
     EXPECT_EQ(xmc.card.raw, std::nullopt);
     EXPECT_THAT(xmc.sensors, ::testing::Contains(xmc_sensor_t{"VCCINT", {1, 0xffffffff, 3}}));
     EXPECT_THAT(xmc.sensors, ::testing::Contains(xmc_sensor_t{"HBM_1V2_I", {4, 5, 6}}));
@@ -508,7 +508,7 @@ TEST(rack_files, those_with_an_xmc_to_learn_from_are_what_their_names_say)
     EXPECT_EQ(xmcs_of("xmc-two").size(), 2U);
     EXPECT_EQ(xmcs_of("xmc-none").size(), 0U);
     EXPECT_TRUE(xmcs_of("xmc-dead-link").at(0).dead_link);
-    EXPECT_THAT(xmcs_of("xmc-repeated-key").at(0).card.extra, ElementsAre(std::pair{0x21, "VRTSECOND002"s}));
+    EXPECT_THAT(xmcs_of("xmc-repeated-key").at(0).card.extra, ElementsAre(card_field_t{0x21, "VRTSECOND002"}));
     EXPECT_EQ(xmcs_of("xmc-legacy-card").at(0).card.macs, std::nullopt);
     EXPECT_THAT(xmcs_of("xmc-legacy-card").at(0).card.legacy_macs,
                 ElementsAre("FF:FF:FF:FF:FF:FF", "02:00:00:00:30:01", "02:00:00:00:30:02", "FF:FF:FF:FF:FF:FF"));

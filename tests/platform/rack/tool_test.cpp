@@ -1,7 +1,7 @@
 #include "bad_racks.h"
 
-#include "devices/device.h"
-#include "devices/i2c.h"
+#include "devices/i2c/i2c.h"
+#include "devices/xmc/xmc.h"
 #include "rack/rack.h"
 #include "state/state.h"
 #include "support/process.h"
@@ -173,7 +173,7 @@ TEST_F(tool, check_finds_nothing_to_warn_of_in_the_racks_that_come_with_it)
 {
     std::size_t count = 0;
     for (const auto& entry : fs::directory_iterator{IVRA_RACKS}) {
-        if (entry.path().extension() != ".json" || entry.path().filename() == "rack.schema.json")
+        if (entry.path().extension() != ".json" || entry.path().stem().extension() == ".schema")
             continue;
         const run_t result = run({"check", entry.path()});
         EXPECT_EQ(result.status, 0);
@@ -242,8 +242,8 @@ TEST_F(tool, show_tells_how_far_an_xmc_is)
         const vp::accelerator_t& accelerator = loaded.accelerators.at(0);
         vp::board_state board = vp::board_state::open(loaded, accelerator);
         for (const vp::core_t& core : accelerator.cores) // their resets are released
-            if (const auto device = vp::device_behind(accelerator, core, board.registers()))
-                device->write(0x20010, 1, vp::device_now());
+            if (const vp::xmc_t* config = vp::xmc_behind(accelerator, core))
+                vp::xmc{*config, core, board.registers()}.write(0x20010, 1, vp::device_now());
     });
     ASSERT_EQ(host.status, 0) << host.err;
     EXPECT_THAT(run({"show", rack}).out, HasSubstr(shown("ready", "starting")));
@@ -296,9 +296,9 @@ TEST_F(tool, show_tells_what_is_in_the_cages_and_how_much_power_it_takes)
         const vp::rack_t loaded = vp::load_rack(rack);
         const vp::i2c_t& i2c = loaded.accelerators.at(0).i2c;
         vp::board_state board = vp::board_state::open(loaded, loaded.accelerators.at(0));
-        vp::set_control_pins(i2c, board, 5);
+        vp::set_control_pins(i2c, board.i2c(), 5);
         const auto write = [&](std::size_t bus, std::vector<std::uint8_t> bytes) {
-            vp::i2c_bus{i2c, i2c.buses.at(bus), board}.transfer(0x50, bytes, {}, vp::device_now());
+            vp::i2c_bus{i2c, i2c.buses.at(bus), board.i2c()}.transfer(0x50, bytes, {}, vp::device_now());
         };
         write(1, {93, 0x03});
         write(3, {26, 0x00});
@@ -329,7 +329,7 @@ TEST_F(tool, show_tells_that_a_changed_board_starts_anew)
 TEST_F(tool, show_fits_80_columns_for_every_rack_of_ours)
 {
     for (const auto& entry : fs::directory_iterator{IVRA_RACKS}) {
-        if (entry.path().extension() != ".json" || entry.path().filename() == "rack.schema.json")
+        if (entry.path().extension() != ".json" || entry.path().stem().extension() == ".schema")
             continue;
         const run_t result = run({"show", entry.path()});
         EXPECT_EQ(result.status, 0) << result.err;

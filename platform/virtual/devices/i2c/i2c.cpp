@@ -1,0 +1,288 @@
+#include "devices/i2c/i2c.h"
+
+#include "devices/clock_generator/clock_generator.h"
+#include "devices/module/module.h"
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ivra::virtual_platform {
+
+namespace {
+
+constexpr std::uint8_t module_address = 0x50;
+constexpr std::uint8_t diagnostics_address = 0x51;
+
+/// What answers at an address.
+class i2c_target
+{
+public:
+    virtual ~i2c_target() = default;
+    virtual void write(std::span<const std::uint8_t> bytes, device_time now) = 0;
+    virtual void read(std::span<std::uint8_t> bytes) = 0;
+};
+
+std::uint8_t stored_byte(const mapped_file& file, std::uint64_t place)
+{
+    std::array<std::uint8_t, 1> byte{};
+    file.read(place, byte);
+    return byte[0];
+}
+
+void store_byte(mapped_file& file, std::uint64_t place, std::uint8_t value)
+{
+    file.write(place, std::array{value});
+}
+
+/// A switch: the last byte that it is written is the mask of channels that are on.
+class multiplexer_target final : public i2c_target
+{
+public:
+    multiplexer_target(mapped_file& file, std::uint64_t place) : file_{file}, place_{place} {}
+
+    void write(std::span<const std::uint8_t> bytes, device_time) override
+    {
+        if (!bytes.empty())
+            store_byte(file_, place_, bytes.back());
+    }
+
+    void read(std::span<std::uint8_t> bytes) override { std::ranges::fill(bytes, stored_byte(file_, place_)); }
+
+private:
+    mapped_file& file_;
+    std::uint64_t place_;
+};
+
+/// Memory of 256 bytes behind an address counter that the first byte written sets.
+class memory_target : public i2c_target
+{
+public:
+    memory_target(mapped_file& file, std::uint64_t counter) : file_{file}, counter_{counter} {}
+
+    void write(std::span<const std::uint8_t> bytes, device_time now) final
+    {
+        if (bytes.empty())
+            return;
+        std::uint8_t at = bytes.front();
+        begin_write(bytes.size() - 1, now);
+        for (const std::uint8_t byte : bytes.subspan(1))
+            write_byte(at++, byte);
+        store_byte(file_, counter_, at);
+    }
+
+    void read(std::span<std::uint8_t> bytes) final
+    {
+        std::uint8_t at = stored_byte(file_, counter_);
+        for (std::uint8_t& byte : bytes)
+            byte = read_byte(at++);
+        store_byte(file_, counter_, at);
+    }
+
+protected:
+    virtual void begin_write(std::size_t, device_time) {}
+    virtual void write_byte(std::uint8_t at, std::uint8_t value) = 0;
+    virtual std::uint8_t read_byte(std::uint8_t at) = 0;
+
+private:
+    mapped_file& file_;
+    std::uint64_t counter_;
+};
+
+/// It is write-protected.
+class eeprom_target final : public memory_target
+{
+public:
+    eeprom_target(mapped_file& file, std::uint64_t counter, const std::string& contents)
+        : memory_target{file, counter}, contents_{contents}
+    {
+    }
+
+private:
+    void write_byte(std::uint8_t, std::uint8_t) override {}
+    std::uint8_t read_byte(std::uint8_t at) override
+    {
+        return at < contents_.size() ? static_cast<std::uint8_t>(contents_[at]) : 0xff;
+    }
+
+    const std::string& contents_;
+};
+
+/// One address of a module.
+class module_target final : public memory_target
+{
+public:
+    module_target(const i2c_t& i2c, std::size_t cage, bool is_second_device, mapped_file& file)
+        : memory_target{file, places_of(i2c).cages.at(cage) + (is_second_device ? 1U : 0U)}, file_{file},
+          start_{places_of(i2c).cages.at(cage) + cage_counters}, plugged_{*i2c.cages.at(cage).module},
+          module_{remembered(i2c, cage, file)}, is_second_device_{is_second_device}
+    {
+    }
+
+private:
+    void write_byte(std::uint8_t at, std::uint8_t value) override
+    {
+        const std::size_t place = place_of(module_, is_second_device_, at);
+        const std::optional<std::uint8_t> written = written_byte(module_, place, value);
+        if (!written)
+            return;
+        const auto block = module_.blocks.find(static_cast<unsigned>(place / block_size));
+        const auto before = static_cast<std::uint64_t>(std::distance(module_.blocks.begin(), block));
+        store_byte(file_, start_ + block_size * before + place % block_size, *written);
+        module_.set_byte(place, *written);
+    }
+
+    std::uint8_t read_byte(std::uint8_t at) override
+    {
+        return visible_byte(module_, plugged_, place_of(module_, is_second_device_, at));
+    }
+
+    mapped_file& file_;
+    std::uint64_t start_;
+    const module_t& plugged_; ///< as it was
+    module_t module_;
+    bool is_second_device_;
+};
+
+class clock_target final : public memory_target
+{
+public:
+    clock_target(mapped_file& file, std::uint64_t place)
+        : memory_target{file, place}, file_{file}, place_{place}, clock_{file, place}
+    {
+    }
+
+private:
+    void begin_write(std::size_t count, device_time now) override { clock_.begin_write(count, now); }
+    void write_byte(std::uint8_t at, std::uint8_t value) override
+    {
+        clock_.write(at, value);
+        clock_.store(file_, place_);
+    }
+    std::uint8_t read_byte(std::uint8_t at) override { return clock_.read(at); }
+
+    mapped_file& file_;
+    std::uint64_t place_;
+    clock_generator clock_;
+};
+
+/// The module in a cage, when it has something at an address.
+std::unique_ptr<i2c_target> module_at(const i2c_t& i2c, std::size_t cage, std::uint8_t address, mapped_file& file)
+{
+    const std::optional<module_t>& module = i2c.cages.at(cage).module;
+    const bool is_second_device = address == diagnostics_address;
+    if (!module || (address != module_address && !is_second_device))
+        return nullptr;
+    if (is_second_device && (module->map != memory_map_t::sfp || !module->has_block(a2(0) / block_size)))
+        return nullptr;
+    return std::make_unique<module_target>(i2c, cage, is_second_device, file);
+}
+
+/// A device that is there at an address; null: it does not answer.
+std::unique_ptr<i2c_target> target_of(const i2c_t& i2c, const i2c_device_t& device, std::uint8_t address,
+                                      mapped_file& file)
+{
+    const i2c_places_t places = places_of(i2c);
+    if (device.kind != i2c_kind_t::cage && device.address != address)
+        return nullptr;
+    switch (device.kind) {
+    case i2c_kind_t::multiplexer:
+        return std::make_unique<multiplexer_target>(file, places.multiplexers + device.number);
+    case i2c_kind_t::mac_eeprom:
+        if (i2c.mac_eeprom)
+            return std::make_unique<eeprom_target>(file, places.eeprom, *i2c.mac_eeprom);
+        break;
+    case i2c_kind_t::cage:
+        return module_at(i2c, device.number, address, file);
+    case i2c_kind_t::clock_generator:
+        return std::make_unique<clock_target>(file, places.clock);
+    }
+    return nullptr;
+}
+
+bool is_empty_cage(const i2c_t& i2c, const i2c_device_t& device, std::uint8_t address)
+{
+    if (device.kind != i2c_kind_t::cage || (address != module_address && address != diagnostics_address))
+        return false;
+    const cage_t& cage = i2c.cages.at(device.number);
+    return !cage.module && cage.acknowledges;
+}
+
+} // namespace
+
+module_t remembered(const i2c_t& i2c, std::size_t cage, const mapped_file& file)
+{
+    module_t module = i2c.cages.at(cage).module.value();
+    std::vector<std::uint8_t> bytes(block_size * module.blocks.size());
+    file.read(places_of(i2c).cages.at(cage) + cage_counters, bytes);
+    auto from = bytes.begin();
+    for (auto& [block, values] : module.blocks) {
+        std::copy_n(from, block_size, values.begin());
+        from += block_size;
+    }
+    return module;
+}
+
+std::uint32_t control_pins(const i2c_t& i2c, const mapped_file& file)
+{
+    std::array<std::uint8_t, 4> bytes{};
+    file.read(places_of(i2c).pins, bytes);
+    std::uint32_t pins = 0;
+    for (std::size_t at = 0; at < bytes.size(); ++at)
+        pins |= std::uint32_t{bytes.at(at)} << 8U * at;
+    return pins;
+}
+
+void set_control_pins(const i2c_t& i2c, mapped_file& file, std::uint32_t pins)
+{
+    if (i2c.pins < most_i2c_pins)
+        pins &= (1U << i2c.pins) - 1;
+    std::array<std::uint8_t, 4> bytes{};
+    for (std::size_t at = 0; at < bytes.size(); ++at)
+        bytes.at(at) = static_cast<std::uint8_t>(pins >> 8U * at);
+    file.write(places_of(i2c).pins, bytes);
+}
+
+bool i2c_bus::is_reachable(const i2c_device_t& device) const
+{
+    if (device.pin && (control_pins(i2c_, file_) >> *device.pin & 1U) == 0)
+        return false;
+    if (!device.behind)
+        return true;
+    const i2c_device_t& multiplexer = multiplexer_of(bus_, *device.behind);
+    const std::uint8_t channels = stored_byte(file_, places_of(i2c_).multiplexers + multiplexer.number);
+    return (channels & device.behind->channels) != 0 && is_reachable(multiplexer);
+}
+
+std::size_t i2c_bus::transfer(std::uint8_t address, std::span<const std::uint8_t> written, std::span<std::uint8_t> read,
+                              device_time now)
+{
+    const file_lock lock{file_};
+    std::vector<std::unique_ptr<i2c_target>> targets;
+    bool is_empty_cage_there = false;
+    for (const i2c_device_t& device : bus_.devices) {
+        if (!is_reachable(device))
+            continue;
+        if (auto target = target_of(i2c_, device, address, file_))
+            targets.push_back(std::move(target));
+        is_empty_cage_there = is_empty_cage_there || is_empty_cage(i2c_, device, address);
+    }
+    if (targets.empty() && !is_empty_cage_there)
+        return 0;
+    std::ranges::fill(read, std::uint8_t{0xff});
+    std::vector<std::uint8_t> bytes(read.size());
+    for (const auto& target : targets)
+        target->write(written, now);
+    for (const auto& target : targets) {
+        target->read(bytes);
+        std::ranges::transform(read, bytes, read.begin(),
+                               [](unsigned one, unsigned other) { return static_cast<std::uint8_t>(one & other); });
+    }
+    return std::max<std::size_t>(targets.size(), 1);
+}
+
+} // namespace ivra::virtual_platform
