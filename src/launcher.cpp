@@ -12,7 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
-#include <set>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -56,17 +56,17 @@ bool is_of_platform(const library_t& library)
     return library.name.starts_with("libivra-");
 }
 
-/// Names the platform's libraries that the commands load, with their files.
+/// Names the platform's libraries that the commands load, with their files, in alphabetical order.
 void write_libraries(std::ostream& stream, const fs::path& folder, const std::vector<std::string>& commands)
 {
-    std::set<std::string> written;
+    std::map<std::string, std::string> files;
     for (const std::string& command : commands)
-        for (const library_t& library : ivra::bsp::libraries_of(folder / (std::string{prefix} + command))) {
-            if (!is_of_platform(library) || !written.insert(library.name).second)
-                continue;
-            stream << library.name << ": " << (library.file.empty() ? "not found" : ivra::bsp::printable(library.file))
-                   << (ivra::bsp::is_simulated(library.file) ? " (simulated)" : "") << '\n';
-        }
+        for (const library_t& library : ivra::bsp::libraries_of(folder / (std::string{prefix} + command)))
+            if (is_of_platform(library))
+                files.emplace(library.name, library.file);
+    for (const auto& [name, file] : files)
+        stream << name << ": " << (file.empty() ? "not found" : ivra::bsp::printable(file))
+               << (ivra::bsp::is_simulated(file) ? " (simulated)" : "") << '\n';
 }
 
 /// Names of the libraries without which a program that needs the platform's cannot start; empty when it can.
