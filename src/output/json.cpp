@@ -38,6 +38,19 @@ public:
 using json_buffer = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, json_allocator>;
 using json_writer = rapidjson::Writer<json_buffer, rapidjson::UTF8<>, rapidjson::UTF8<>, json_allocator>;
 
+void write_key(json_writer& json, const std::string& text)
+{
+    const std::string valid = valid_utf8(text);
+    json.Key(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
+}
+
+void write_member(json_writer& json, const std::string& key, const std::string& value)
+{
+    write_key(json, key);
+    const std::string valid = valid_utf8(value);
+    json.String(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
+}
+
 } // namespace
 
 /// Writes nodes at its current position, inside an object.
@@ -47,16 +60,16 @@ public:
     writer()
     {
         json_.StartObject();
-        write_key("data");
+        write_key(json_, "data");
         json_.StartObject();
     }
 
     void write(const section& s)
     {
         if (s.key) { // an item of a list: its object is open already
-            write_member(*s.key, s.name);
+            write_member(json_, *s.key, s.name);
         } else {
-            write_key(s.name);
+            write_key(json_, s.name);
             json_.StartObject();
         }
         for (const section::entry& e : s.entries)
@@ -67,7 +80,7 @@ public:
 
     void write(const section::list& l)
     {
-        write_key(l.name);
+        write_key(json_, l.name);
         json_.StartArray();
         for (const section::entry& e : l.entries) {
             json_.StartObject();
@@ -81,19 +94,19 @@ public:
                          const std::vector<log_message>& messages)
     {
         json_.EndObject(); // "data"
-        write_key("status");
+        write_key(json_, "status");
         json_.StartObject();
-        write_key("success");
+        write_key(json_, "success");
         json_.Bool(success);
         if (final_message)
-            write_member("message", *final_message);
+            write_member(json_, "message", *final_message);
         json_.EndObject();
-        write_key("log");
+        write_key(json_, "log");
         json_.StartArray();
         for (const log_message& message : messages) {
             json_.StartObject();
-            write_member("type", message.kind == 1 ? "error" : "info");
-            write_member("message", message.text);
+            write_member(json_, "type", message.kind == 1 ? "error" : "info");
+            write_member(json_, "message", message.text);
             json_.EndObject();
         }
         json_.EndArray();
@@ -102,30 +115,17 @@ public:
     }
 
 private:
-    void write_key(const std::string& text)
-    {
-        const std::string valid = valid_utf8(text);
-        json_.Key(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
-    }
-
-    void write_member(const std::string& key, const std::string& value)
-    {
-        write_key(key);
-        const std::string valid = valid_utf8(value);
-        json_.String(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
-    }
-
-    void write(const stat_t& stat) { write_member(stat.name, stat.value); }
+    void write(const stat_t& stat) { write_member(json_, stat.name, stat.value); }
 
     void write(const section::array& table)
     {
-        write_key(table.first_header);
+        write_key(json_, table.first_header);
         json_.StartArray();
         for (const section::array_entry_t& row : table.rows) {
             json_.StartObject();
-            write_member(table.row_key, row.name);
+            write_member(json_, table.row_key, row.name);
             for (std::size_t j = 0; j < row.values.size(); ++j)
-                write_member(table.headers.at(j), row.values[j]);
+                write_member(json_, table.headers.at(j), row.values[j]);
             json_.EndObject();
         }
         json_.EndArray();
