@@ -3,14 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
+#include <array>
 #include <csignal>
 #include <fstream>
 #include <map>
 #include <numeric>
 #include <sstream>
-#include <thread>
 
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -149,19 +150,24 @@ run_t run_and_signal(rack_t& rack, const std::string& words, int signal, const s
                      streams_t streams)
 {
     rack.environment("IVRA_VIRTUAL_CLOCK");
+    std::array<int, 2> over{}; // the end of this pipe tells the sender that the command has ended
+    EXPECT_EQ(::pipe2(over.data(), O_CLOEXEC), 0);
     const ::pid_t sender = ::fork();
     if (sender == 0) {
-        for (;;) {
+        ::close(over[1]);
+        ::pollfd end{.fd = over[0], .events = POLLIN, .revents = 0};
+        do {
             std::istringstream trace{rack.trace()}; // its second word is the process
             std::string seconds;
             ::pid_t process = 0;
             if (trace >> seconds >> process && is_time(process))
                 ::_exit(::kill(process, signal) == 0 ? 0 : 1);
-            std::this_thread::sleep_for(std::chrono::milliseconds{1});
-        }
+        } while (::poll(&end, 1, 1) == 0);
+        ::_exit(1);
     }
+    ::close(over[0]);
     const run_t run = rack.run(words, streams);
-    ::kill(sender, SIGKILL); // when it waits in vain
+    ::close(over[1]);
     int status = 0;
     EXPECT_EQ(::waitpid(sender, &status, 0), sender);
     EXPECT_EQ(status, 0) << "it was never the time to send the signal";
