@@ -591,7 +591,7 @@ std::string expand(const rack_t& rack)
     return rack_text(std::move(list));
 }
 
-std::string starter(const std::vector<std::string>& models, std::size_t count)
+std::string starter(const std::vector<std::string>& models, std::size_t count, const std::optional<module_t>& module)
 {
     json::list_t models_only;
     for (std::size_t at = 0; at < count; ++at)
@@ -608,6 +608,8 @@ std::string starter(const std::vector<std::string>& models, std::size_t count)
                 leave_out_unprotected(member.value);
             members.push_back(std::move(member));
         }
+        if (module)
+            members.push_back({"i2c", {json::object_t{{"cages", {json::list_t{cage_codec.write({true, module})}}}}}});
         list.push_back({std::move(members)});
     }
     return rack_text(std::move(list));

@@ -117,8 +117,9 @@ rack_t read_rack(const json::value_t& document, const std::filesystem::path& fil
 std::string expand(const rack_t& rack);
 
 /// A rack file to start from: a board of each of `models`, over and over until there are `count`. It says what people
-/// change and leaves the rest to defaults.
-std::string starter(const std::vector<std::string>& models, std::size_t count);
+/// change and leaves the rest to defaults. `module` is in the first cage of each.
+std::string starter(const std::vector<std::string>& models, std::size_t count,
+                    const std::optional<module_t>& module = std::nullopt);
 
 /// The JSON Schema of racks.
 json::value_t rack_schema();

@@ -1,6 +1,7 @@
 #include "commands.h"
 #include "output.h"
 
+#include "devices/module/captured.h"
 #include "rack/defaults.h"
 #include "rack/fault_plan.h"
 #include "rack/rack.h"
@@ -31,6 +32,7 @@ struct words_t
     std::vector<std::string> arguments;
     std::optional<std::size_t> count; ///< of --count
     std::vector<std::string> command; ///< behind "--", of a command that runs another one
+    std::optional<std::string> dump;  ///< of --dump
 };
 
 std::string count_of(std::size_t count, const std::string& thing)
@@ -108,7 +110,14 @@ int new_rack(const words_t& words)
             known += (known.empty() ? "" : ", ") + std::string{model.model};
         throw usage_error{"unknown model \"" + name + "\", expected one of " + known};
     }
-    print(starter(words.arguments, words.count.value_or(words.arguments.size())));
+    std::optional<module_t> module;
+    if (words.dump) {
+        for (const std::string& name : words.arguments)
+            if (fewest_cages(name) == 0)
+                throw usage_error{"a board of the model \"" + name + "\" has no cage for --dump"};
+        module = load_captured(*words.dump);
+    }
+    print(starter(words.arguments, words.count.value_or(words.arguments.size()), module));
     return exit_success;
 }
 
@@ -156,12 +165,13 @@ constexpr command_t commands[] = {
      "rack file need not exist any more. Without a rack: the boards of all racks.\n"
      "Says what was removed. A folder that holds anything else is left alone.\n",
      0, 1, false, false, &reset},
-    {"new", "[--count=N] MODEL...", "Print a rack to start from",
+    {"new", "[--count=N] [--dump=FILE] MODEL...", "Print a rack to start from",
      "Prints a rack file with a board of each model, ready to be edited. Models:\n"
      "  xilinx_u200 xilinx_u250 xilinx_u50 xilinx_u55c bittware_xupp3r\n"
      "  bittware_xupvv8 ivra_fpb2 m48e_emu_xcvu9p m48l_xcvu7p m48lb_xcvu9p\n"
      "\n"
-     "  --count=N    N boards, up to 65536, of the models in turn\n",
+     "  --count=N    N boards, up to 65536, of the models in turn\n"
+     "  --dump=FILE  with the module in the first cage that the dump in FILE is of\n",
      1, any_number, true, false, &new_rack},
     {"run", "[RACK] [-- COMMAND...]", "Run a command, or a shell, on simulated boards",
      "Runs a command whose platform libraries are the virtual ones, with the boards\n"
@@ -228,6 +238,7 @@ bool is_help(std::string_view word)
 int run_command(const command_t& command, const std::vector<std::string>& words)
 {
     constexpr std::string_view count_option = "--count";
+    constexpr std::string_view dump_option = "--dump";
     words_t parsed;
     bool options_ended = false;
     for (std::size_t at = 0; at < words.size(); ++at) {
@@ -248,6 +259,12 @@ int run_command(const command_t& command, const std::vector<std::string>& words)
             if (++at == words.size())
                 throw usage_error{"--count: expected a number after it"};
             parsed.count = parse_count(words[at]);
+        } else if (command.has_count && word.starts_with("--dump=")) {
+            parsed.dump = word.substr(dump_option.size() + 1);
+        } else if (command.has_count && word == dump_option) {
+            if (++at == words.size())
+                throw usage_error{"--dump: expected a file after it"};
+            parsed.dump = words[at];
         } else {
             throw usage_error{"unknown option \"" + word + '"'};
         }

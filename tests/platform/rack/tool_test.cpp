@@ -511,7 +511,7 @@ TEST_F(tool, a_command_line_that_nobody_could_have_meant_is_64_and_says_where_he
         {{"reset", "a", "\x1b[2J"}, "reset: unexpected argument \"\\x1b[2J\"", "reset --help"},
         {{"reset", "--all"}, "reset: unknown option \"--all\"", "reset --help"},
         {{"reset", "--count=3"}, "reset: unknown option \"--count=3\"", "reset --help"},
-        {{"new"}, "new: expected [--count=N] MODEL...", "new --help"},
+        {{"new"}, "new: expected [--count=N] [--dump=FILE] MODEL...", "new --help"},
         {{"new", "xilinx_u51"}, "new: unknown model \"xilinx_u51\", expected one of " + models, "new --help"},
         {{"new", "--count=", "ivra_fpb2"}, "new: --count is \"\", expected a number from 0 to 65536", "new --help"},
         {{"new", "--count=-1", "ivra_fpb2"}, "new: --count is \"-1\", expected a number from 0 to 65536", "new --help"},
@@ -520,6 +520,8 @@ TEST_F(tool, a_command_line_that_nobody_could_have_meant_is_64_and_says_where_he
          "new --help"},
         {{"new", "--count=9x", "ivra_fpb2"}, "new: --count is \"9x\", expected a number from 0 to 65536", "new --help"},
         {{"new", "ivra_fpb2", "--count"}, "new: --count: expected a number after it", "new --help"},
+        {{"new", "ivra_fpb2", "--dump"}, "new: --dump: expected a file after it", "new --help"},
+        {{"check", "--dump=a", "b"}, "check: unknown option \"--dump=a\"", "check --help"},
         {{"new", "--counter=1", "ivra_fpb2"}, "new: unknown option \"--counter=1\"", "new --help"},
     };
     for (const row_t& row : rows) {

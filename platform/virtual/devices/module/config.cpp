@@ -1,6 +1,6 @@
 #include "devices/module/config.h"
 
-#include "devices/module/dump.h"
+#include "devices/module/captured.h"
 #include "json/describe.h"
 #include "json/text.h"
 
@@ -752,154 +752,45 @@ bool is_good(const json::node_t& node)
     return !node.reading().is_beyond_mistake(node.value().end);
 }
 
-// ---- dumps ----
-
-/// A module that dumps make.
-struct captured_t
-{
-    module_t module;
-    fs::path file; ///< the last one
-    std::size_t last_line = 0;
-    std::set<std::size_t> repeated; ///< blocks that were page 00h again: the module does not have these pages
-};
-
-/// "line 7" of a dump, or nothing of a binary one.
-std::string line_text(std::size_t line)
-{
-    return line == 0 ? "" : "line " + std::to_string(line);
-}
-
-/// What a rack calls the part of a module that a dump is.
-dump_label_t label_of(const std::string& page)
-{
-    dump_label_t label;
-    if (page == "A0" || page == "A2") {
-        label.device = page == "A0" ? module_device : diagnostics_device;
-    } else {
-        label.is_upper = page != "lower";
-        if (*label.is_upper)
-            label.page = static_cast<std::uint8_t>(parse_digits(page, 16));
-    }
-    return label;
-}
-
-/// The number of a block; nothing when modules here have no such one.
-std::optional<unsigned> block_of(const dump_place_t& place, memory_map_t map)
-{
-    if (map == memory_map_t::sfp && place.page == 0 && place.bank == 0)
-        return (place.device == module_device ? 0U : 2U) + (place.is_upper ? 1U : 0U);
-    if (map == memory_map_t::sfp || place.device != module_device || place.bank != 0)
-        return std::nullopt;
-    return place.is_upper ? place.page + 1U : 0U;
-}
-
 /// Reads a dump that a cage names; `node` is where it does so.
-dump_t read_dump_file(const json::node_t& node, const dump_part_t& part, std::optional<memory_map_t> map,
-                      fs::path& file)
+std::optional<capture_t> read_dump_file(const json::node_t& node, const dump_part_t& part,
+                                        std::optional<memory_map_t> map)
 {
-    dump_t dump;
+    std::optional<capture_t> capture;
     if (part.file.empty() || part.file.find('\0') != std::string::npos)
-        return node.expected("the path of a file"), dump;
-    const dump_hint_t hint{map, part.page ? std::optional{label_of(*part.page)} : std::nullopt};
-    file = node.reading().file().parent_path() / part.file;
-    read_other_file(node, file, [&](const std::string& contents) {
-        try {
-            dump = read_dump(contents, hint);
-        } catch (const dump_error& error) {
-            mistake(file, line_text(error.line), error.what());
-        }
-    });
-    return dump;
+        return node.expected("the path of a file"), capture;
+    const dump_hint_t hint{map, part.page ? std::optional{label_of_page(*part.page)} : std::nullopt};
+    const fs::path file = node.reading().file().parent_path() / part.file;
+    read_other_file(node, file, [&](const std::string& text) { capture = read_capture(file, text, hint); });
+    return capture;
 }
 
-captured_t read_dumps(const json::node_t& node, const dumps_t& dumps, std::optional<memory_map_t> map)
+/// A module from dumps, with what else its cage says; `node` is where they are named.
+module_t read_dumps(const json::node_t& node, const json::node_t& cage, const dumps_t& dumps, const module_said_t& said)
 {
-    captured_t captured;
-    std::map<dump_place_t, dump_page_t> pages;
+    std::vector<capture_t> captures;
     const auto* elements = node.as<json::list_t>();
     for (std::size_t at = 0; at < dumps.parts.size(); ++at) {
         const json::node_t place = elements == nullptr ? node : node.below(*elements, at);
         const json::member_t* const name = json::find(place.value(), "dump");
-        const dump_t dump = read_dump_file(elements == nullptr || name == nullptr ? place : place.below(*name),
-                                           dumps.parts[at], map, captured.file);
-        captured.last_line = dump.last_line;
-        for (const auto& [where, page] : dump.pages)
-            if (const auto [other, is_new] = pages.insert({where, page}); !is_new && other->second.bytes != page.bytes)
-                place.note(place.value().place, captured.file.string() + ": " + line_text(page.line) + ": expected " +
-                                                    text_of(where) + " once, or the same again");
+        if (const auto capture = read_dump_file(elements == nullptr || name == nullptr ? place : place.below(*name),
+                                                dumps.parts[at], said.map))
+            captures.push_back(*capture);
     }
-    if (!is_good(node))
-        return captured;
-    const auto lower = pages.find({});
-    if (lower == pages.end())
-        return node.expected("the lower page, or A0h, among the dumps"), captured;
-    module_t& module = captured.module;
-    module.captured = true;
-    const std::uint8_t identifier = lower->second.bytes.front();
-    module.map = map ? *map : map_of(identifier).value_or(memory_map_t::qsfp);
-    for (const auto& [where, page] : pages) {
-        if (const auto block = block_of(where, module.map))
-            module.blocks[*block] = page.bytes;
-        else
-            node.expected("no " + text_of(where) + ": of modules with identifier 0x" + hex_pair(identifier) +
-                          " there is none here");
+    captured_t captured;
+    if (captures.size() != dumps.parts.size())
+        return captured.module;
+    try {
+        captured = captured_module(captures, said.map);
+        applier{cage, said, captured.module}.set_fields(false);
+        check_advertised(captured);
+    } catch (const file_error& error) {
+        node.note(node.value().place, error.what());
     }
-    if (module.map != memory_map_t::sfp && module.has_block(1))
-        std::erase_if(module.blocks, [&](const auto& block) {
-            const bool is_repeated = block.first > 1 && block.second == module.blocks.at(1);
-            if (is_repeated)
-                captured.repeated.insert(block.first);
-            return is_repeated;
-        });
-    return captured;
-}
-
-/// A part of a module that has to be there while bits of a byte have a value.
-struct advertised_t
-{
-    memory_map_t map;
-    std::size_t byte;
-    std::uint8_t mask, value;
-    std::size_t block;
-    const char* what;
-};
-
-// clang-format off
-constexpr advertised_t advertised[] = {
-    {memory_map_t::sfp,  calibration_place, 0x44, 0x40, 2, R"(A2h, as byte 92 says that the module measures ("calibration": "none" beside the dump says otherwise))"},
-    {memory_map_t::qsfp, 0, 0x00, 0x00, 1,                        "page 00h"},
-    {memory_map_t::qsfp, 2, 0x04, 0x00, 0x03 + 1,                 R"(page 03h, as byte 2 says that there is one ("flat": true beside the dump says otherwise))"},
-    {memory_map_t::cmis, 0, 0x00, 0x00, 1,                        "page 00h"},
-    {memory_map_t::cmis, 2, 0x80, 0x00, advertising_page + 1,     R"(page 01h, as byte 2 says that there is one ("flat": true beside the dump says otherwise))"},
-    {memory_map_t::cmis, 2, 0x80, 0x00, threshold_page + 1,       R"(page 02h, as byte 2 says that there is one ("flat": true beside the dump says otherwise))"},
-    {memory_map_t::cmis, 2, 0x80, 0x00, lane_page + 1,            R"(page 11h, as byte 2 says that there is one ("flat": true beside the dump says otherwise))"},
-};
-// clang-format on
-
-/// What a dump lacks is a mistake: nobody knows what the module would have said there.
-void check_advertised(const json::node_t& node, const captured_t& captured)
-{
-    const module_t& module = captured.module;
-    for (const advertised_t& row : advertised) {
-        const bool is_there = module.has_block(row.block) || captured.repeated.contains(row.block);
-        if (row.map == module.map && (module.byte(row.byte) & row.mask) == row.value && !is_there)
-            node.expected(row.what + std::string{", which is not in "} + captured.file.string() +
-                          (captured.last_line == 0 ? "" : " up to its " + line_text(captured.last_line)));
-    }
+    return captured.module;
 }
 
 // ---- the module of a cage ----
-
-/// The halves of a module that are always there.
-void complete(module_t& module)
-{
-    module.blocks[0];
-    module.blocks[1];
-    if (module.map == memory_map_t::sfp && (module.has_block(2) || module.has_block(3))) {
-        module.blocks[2];
-        module.blocks[3];
-    }
-}
 
 module_t module_of(const json::node_t& node)
 {
@@ -911,12 +802,9 @@ module_t module_of(const json::node_t& node)
         return {};
     if (said.dump) {
         const json::node_t place = node.below(*json::find(node.value(), "dump"));
-        captured_t captured = read_dumps(place, *said.dump, said.other.map);
-        if (is_good(place)) {
-            applier{node, said.other, captured.module}.set_fields(false);
-            check_advertised(place, captured);
-        }
-        return captured.module;
+        if (!said.dump->is_list)
+            said.dump->parts.front().page = said.page;
+        return read_dumps(place, node, *said.dump, said.other);
     }
     if (said.module) {
         module_t module = named_module(node.below(*json::find(node.value(), "module")), *said.module);

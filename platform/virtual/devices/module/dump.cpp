@@ -71,7 +71,7 @@ unsigned address_of(const dump_row_t& row, int base)
 [[noreturn]] void misplaced(const dump_row_t& row, unsigned next, unsigned address)
 {
     if (row.noise)
-        expected(row.noise->line, "a line of " + address_text(next) + ", not " + quoted(row.noise->text));
+        expected(row.noise->line, "bytes of " + address_text(next) + ", not " + quoted(row.noise->text));
     const std::string hint =
         address < next ? ": a heading, or a file of its own, would have to say which page it is" : "";
     expected(row.line, address_text(next) + ", not 0x" + hex(address) + hint);
@@ -113,16 +113,12 @@ std::vector<cell_t> cells_with_addresses(const dump_block_t& block)
         if (before.empty() && at + 1 != rows.size())
             expected(row.line, "bytes after the address, not " + quoted(row.text));
     }
-    if (block.noise && cells.size() % block_size != 0)
-        expected(block.noise->line,
-                 "a line of " + address_text(cells.back().address + 1) + ", not " + quoted(block.noise->text));
     return cells;
 }
 
-std::vector<cell_t> cells_of(const dump_block_t& block)
+/// The same of rows that have none.
+std::vector<cell_t> cells_without_addresses(const dump_block_t& block)
 {
-    if (!block.rows.front().address.empty())
-        return cells_with_addresses(block);
     std::vector<cell_t> cells;
     for (const dump_row_t& row : block.rows) {
         if (row.noise && !cells.empty())
@@ -132,6 +128,18 @@ std::vector<cell_t> cells_of(const dump_block_t& block)
         for (const std::uint8_t byte : row.bytes)
             cells.push_back({static_cast<unsigned>(cells.size()), byte, row.line});
     }
+    return cells;
+}
+
+std::vector<cell_t> cells_of(const dump_block_t& block)
+{
+    const dump_row_t& first = block.rows.front();
+    std::vector<cell_t> cells = first.address.empty() ? cells_without_addresses(block) : cells_with_addresses(block);
+    if (cells.empty())
+        expected(first.line, "bytes after the address, not " + quoted(first.text));
+    if (block.noise && cells.size() % block_size != 0)
+        expected(block.noise->line,
+                 "bytes of " + address_text(cells.back().address + 1) + ", not " + quoted(block.noise->text));
     return cells;
 }
 
@@ -185,6 +193,8 @@ public:
     dump_t end(std::size_t last_line)
     {
         dump_t dump{{}, last_line};
+        if (pages_.empty())
+            expected(last_line, "bytes of the page that the rack names up to here");
         for (const auto& [place, page] : pages_) {
             std::size_t line = (*std::ranges::find_if(page, [](const auto& cell) { return cell.has_value(); }))->line;
             dump_page_t& whole = dump.pages[place];
@@ -372,8 +382,6 @@ dump_t read_dump(std::string_view file, const dump_hint_t& hint)
     std::size_t last_line = 0;
     for (const dump_block_t& block : dump_blocks(file)) {
         const std::vector<cell_t> cells = cells_of(block);
-        if (cells.empty())
-            expected(block.rows.front().line, "bytes after the address, not " + quoted(block.rows.front().text));
         pages.place(block, cells);
         last_line = cells.back().line;
     }

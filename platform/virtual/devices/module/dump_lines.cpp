@@ -18,8 +18,8 @@ constexpr struct
 {
     std::string_view text, what;
 } refused[] = {
-    {"0,8  1,9", "words of i2cdump, which overlap: make the dump with its mode b"},
-    {"sfp EE: ", "the kernel's log, which has the first bytes only: make a dump with \"ethtool -m DEVICE hex on\""},
+    {"0,8  1,9", "bytes, not words of i2cdump, which overlap: make the dump with its mode b"},
+    {"sfp EE: ", "whole pages, not the first bytes in the kernel's log: make a dump with \"ethtool -m DEVICE hex on\""},
 };
 
 bool is_hexadecimal(std::string_view text)
@@ -99,6 +99,15 @@ void take_address(std::vector<word_t>& words, dump_row_t& row, bool& has_colon)
     }
 }
 
+/// What may be two digits of a byte: without 0x and the comma behind it.
+std::string_view digits_of(const word_t& word)
+{
+    std::string_view digits = word.text;
+    digits.remove_suffix(digits.ends_with(',') ? 1 : 0);
+    digits.remove_prefix(digits.starts_with("0x") ? 2 : 0);
+    return digits;
+}
+
 bool is_pair(const word_t& word)
 {
     return word.text.size() == 2 && is_hexadecimal(word.text);
@@ -144,28 +153,26 @@ std::optional<dump_row_t> read_row(std::string_view text, std::size_t line)
     const bool has_address = !row.address.empty();
     if (has_address)
         words.resize(count_groups(words, has_mark));
+    else if (!std::ranges::all_of(words, [](const word_t& word) { return is_hexadecimal(digits_of(word)); }))
+        return std::nullopt;
     std::size_t width = 0; // digits of the first group
-    for (const auto& [word, gap] : words) {
-        if (has_address && !row.bytes.empty() && (word == "." || word == "-")) // they only group
+    for (const word_t& word : words) {
+        if (has_address && !row.bytes.empty() && (word.text == "." || word.text == "-")) // they only group
             continue;
-        std::string_view digits = word;
-        digits.remove_suffix(digits.ends_with(',') ? 1 : 0);
-        digits.remove_prefix(digits.starts_with("0x") ? 2 : 0);
+        std::string_view digits = digits_of(word);
         width = width == 0 ? digits.size() : width;
-        const bool is_pair_or_more = is_hexadecimal(digits) && digits.size() % 2 == 0;
+        const bool is_hex = is_hexadecimal(digits);
         const bool is_sure = digits.size() == 2 ? width <= 4
                              : has_address      ? width == 4 && has_colon && digits.size() == 4
-                                                : words.size() == 1 || width > 8;
-        if (!is_pair_or_more || !is_sure) {
+                                                : (words.size() == 1 || width > 8) && digits.size() % 2 == 0;
+        if (!is_hex || !is_sure) {
             if (has_address && row.bytes.size() >= usual_width) // it is text
                 break;
-            if (!has_address && !is_hexadecimal(digits))
-                return std::nullopt;
-            const bool is_group = digits.size() > 2 && is_hexadecimal(digits);
-            throw dump_error{line, "expected two hexadecimal digits, not " + quoted(word) +
-                                       (is_group ? ", as other groups may be swapped or no bytes: make the dump with "
-                                                   "hexdump -C, xxd or od -A x -t x1"
-                                                 : "")};
+            throw dump_error{line, "expected two hexadecimal digits, not " + quoted(word.text) +
+                                       (is_hex && digits.size() > 2
+                                            ? ", as other groups may be swapped or no bytes: make the dump with "
+                                              "hexdump -C, xxd or od -A x -t x1"
+                                            : "")};
         }
         for (; !digits.empty(); digits.remove_prefix(2))
             row.bytes.push_back(static_cast<std::uint8_t>(*number_of(digits.substr(0, 2), 16)));
@@ -235,8 +242,8 @@ std::optional<dump_label_t> read_heading(std::string_view text, std::size_t line
             label.is_upper = word == "upper";
         if (word == "page" && !label.page)
             label.page = read_page(next, line);
-        if (word == "bank" && !next.empty())
-            label.bank = read_byte(next, line);
+        if (word == "bank")
+            label.bank = static_cast<std::uint8_t>(std::min(number_of(next, 10).value_or(0), 255U));
         is_heading = is_heading || word == "page" || word == "dump" || word == "device" || word == "address";
     }
     return is_heading && (label.device || label.is_upper || label.page) ? std::optional{label} : std::nullopt;
@@ -248,7 +255,8 @@ dump_label_t read_ethtool(const std::vector<word_t>& words, std::size_t line)
     dump_label_t label;
     bool is_raw = false;
     bool is_window = false;
-    std::optional<std::uint8_t> offset;
+    std::optional<unsigned> offset;
+    std::optional<unsigned> length;
     for (std::size_t at = 0; at + 1 < words.size(); ++at) {
         const std::string_view name = words[at].text;
         const std::string_view value = words[at + 1].text;
@@ -260,15 +268,18 @@ dump_label_t read_ethtool(const std::vector<word_t>& words, std::size_t line)
             label.bank = read_byte(value, line);
         else if (name == "i2c")
             label.device = read_device(value, line);
-        else if (name == "offset" && number_of(value, 10) <= UINT8_MAX)
-            offset = read_byte(value, line);
+        else if (name == "offset")
+            offset = number_of(value, 10);
+        else if (name == "length")
+            length = number_of(value, 10);
     }
-    if (!is_window)
+    constexpr unsigned window = 256; // beyond it only older programs go, which print one flat block
+    if (!is_window && !(length && offset.value_or(0) < window && *length <= window - offset.value_or(0)))
         return {};
     label.device = label.device.value_or(module_device);
     label.page = label.page.value_or(std::uint8_t{0});
     if (is_raw)
-        label.start = offset.value_or(*label.page == 0 ? std::uint8_t{0} : std::uint8_t{block_size});
+        label.start = std::min(offset.value_or(*label.page == 0 ? 0 : block_size), window);
     return label;
 }
 
@@ -330,7 +341,7 @@ public:
     {
         for (const auto& row : refused)
             if (text.find(row.text) != std::string::npos)
-                throw dump_error{line, "expected no " + std::string{row.what}};
+                throw dump_error{line, "expected " + std::string{row.what}};
         if (text.empty() || text.find_first_not_of(" -") == std::string::npos)
             return;
         const std::string_view trimmed = std::string_view{text}.substr(text.find_first_not_of(' '));

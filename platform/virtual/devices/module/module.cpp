@@ -122,6 +122,16 @@ std::string text_of(const module_t& module, const text_field_t& field)
     return text;
 }
 
+void complete(module_t& module)
+{
+    module.blocks[0];
+    module.blocks[1];
+    if (module.map == memory_map_t::sfp && (module.has_block(2) || module.has_block(3))) {
+        module.blocks[2];
+        module.blocks[3];
+    }
+}
+
 std::uint8_t module_t::byte(std::size_t place) const
 {
     const auto block = blocks.find(static_cast<unsigned>(place / block_size));

@@ -31,6 +31,9 @@ struct module_t
 
 inline constexpr std::size_t last_block = 256; ///< page FFh
 
+/// Adds the halves that are always there.
+void complete(module_t& module);
+
 /// Where a text lies in a module, and what a rack calls it. It is filled with spaces.
 struct text_field_t
 {
