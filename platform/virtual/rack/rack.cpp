@@ -546,7 +546,7 @@ std::filesystem::path racks_folder()
     const std::filesystem::path folder = this_file().parent_path();
     const std::filesystem::path racks = "share/ivra/racks";
     std::error_code ignored;
-    for (const char* prefix : {"../..", "../../.."})
+    for (const char* prefix : {"..", "../..", "../../.."})
         if (std::filesystem::exists(folder / prefix / racks, ignored))
             return (folder / prefix / racks).lexically_normal();
     return (folder / ".." / racks).lexically_normal();

@@ -243,18 +243,36 @@ TEST_F(run_command, runs_nothing_with_a_rack_that_cannot_be_used)
     EXPECT_EQ(run({"", "--", "echo", "ran"}).status, 1);
 }
 
+/// Installs the program and its libraries below a folder.
+fs::path install(const fs::path& prefix)
+{
+    const fs::path own = prefix / "bin/ivra-virtual";
+    fs::create_directories(own.parent_path());
+    fs::copy(tool, own);
+    fs::create_directories(prefix / IVRA_VIRTUAL_LIBDIR);
+    for (const char* name : {"libivra-log.so.1", "libivra-hw-c.so.1", "libivra-cores-c.so.1"})
+        fs::copy(fs::path{libraries} / name, prefix / IVRA_VIRTUAL_LIBDIR / name);
+    return own;
+}
+
+TEST_F(run_command, takes_the_showcase_of_its_own_installation)
+{
+    const fs::path own = install(folder / "usr/local");
+    for (const std::string prefix : {"usr/local", "usr", "."}) {
+        fs::create_directories(folder / prefix / "share/ivra/racks");
+        fs::copy(folder / "rack.json", folder / prefix / "share/ivra/racks/showcase.json");
+    }
+    EXPECT_EQ(run_program(own, {"run", "--", "printenv", "IVRA_VIRTUAL_RACK"}).out,
+              (folder / "usr/local/share/ivra/racks/showcase.json\n").string());
+}
+
 TEST_F(run_command, runs_nothing_when_the_loader_would_pass_over_the_virtual_libraries)
 {
     for (const std::string prefix : {"empty", "with:colon", "with;semicolon", "with$ORIGIN"}) {
-        const fs::path copy = folder / prefix / "bin/ivra-virtual";
+        const fs::path copy = install(folder / prefix);
         const fs::path folder_of_libraries = folder / prefix / IVRA_VIRTUAL_LIBDIR;
-        fs::create_directories(copy.parent_path());
-        fs::copy(tool, copy);
-        if (prefix != "empty")
-            fs::create_directories(folder_of_libraries);
-        for (const char* name : {"libivra-log.so.1", "libivra-hw-c.so.1", "libivra-cores-c.so.1"})
-            if (prefix != "empty")
-                fs::copy(fs::path{libraries} / name, folder_of_libraries / name);
+        if (prefix == "empty")
+            fs::remove_all(folder_of_libraries);
         const run_t result = run_program(copy, {"run", folder / "rack.json", "--", "echo", "ran"});
         EXPECT_EQ(result.out, "");
         EXPECT_EQ(result.status, 1);
