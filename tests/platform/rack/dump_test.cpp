@@ -683,6 +683,17 @@ TEST_F(dumps, half_of_the_other_device_follows_where_a_router_prints_256_bytes)
     expect_module(text, expected);
 }
 
+TEST_F(dumps, text_after_16_bytes_and_one_blank_is_text_even_where_it_looks_like_bytes)
+{
+    const module_t module = named("qsfp28-sr4");
+    const bytes_t bytes = whole(module);
+    std::string text;
+    for (unsigned at = 0; at < bytes.size(); ++at)
+        text +=
+            (at % 16 == 0 ? format("%04x:", at) : "") + format(" %02x", bytes[at]) + (at % 16 == 15 ? " ab cd\n" : "");
+    expect_module(text, module);
+}
+
 TEST_F(dumps, a_page_that_only_repeats_page_0_is_not_there)
 {
     module_t module = named("qsfp28-sr4");

@@ -104,7 +104,9 @@ std::vector<cell_t> cells_with_addresses(const dump_block_t& block)
         if (address != next && !(skips_pages && !row.bytes.empty()))
             misplaced(row, next, address);
         before = row.bytes;
-        if (at + 1 == rows.size() && at > 0 && before.size() > usual_width && rows[at - 1].bytes.size() == usual_width)
+        const bool is_last_of_16 =
+            at > 0 && at + 1 == rows.size() && address_of(rows[at - 1], base) + usual_width == address;
+        if (is_last_of_16 && before.size() > usual_width)
             before = before.first(usual_width);
         if (before.size() > largest_memory - address)
             expected(row.line, "no more than 0x" + hex(largest_memory) + " bytes");
