@@ -218,7 +218,7 @@ struct names
         for (const auto& row : rows)
             words.push_back(row.name);
         const std::string list = enumeration(words);
-        const std::string known = *what == '\0' ? list : std::string{what} + " (" + list + ")";
+        std::string known = *what == '\0' ? list : std::string{what} + " (" + list + ")";
         if (bits == 0)
             return known;
         return hexadecimal ? known + ", or the byte that it says, such as \"0x04\"" : known + ", or its code, 0 to 255";

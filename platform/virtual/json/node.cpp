@@ -28,7 +28,7 @@ void reading::finish() const
 std::optional<std::filesystem::path> reading::find(const std::filesystem::path& name) const
 {
     std::error_code ignored;
-    for (const std::filesystem::path& folder : {file_.parent_path(), other_folder_})
+    for (const std::filesystem::path& folder : folders_)
         if (std::filesystem::exists(folder / name, ignored))
             return folder / name;
     return std::nullopt;

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace ivra::virtual_platform::json {
 
@@ -17,13 +18,14 @@ namespace ivra::virtual_platform::json {
 class reading
 {
 public:
-    /// Files that it names are looked for beside it, and then in `other_folder`, unless that is empty.
-    explicit reading(const std::filesystem::path& file, std::filesystem::path other_folder = {})
-        : file_{file}, other_folder_{std::move(other_folder)}
+    /// Files that it names are looked for in these folders, one after the other.
+    explicit reading(const std::filesystem::path& file, std::vector<std::filesystem::path> folders = {})
+        : file_{file}, folders_{std::move(folders)}
     {
     }
 
     const std::filesystem::path& file() const { return file_; }
+    const std::vector<std::filesystem::path>& folders() const { return folders_; }
 
     /// Where a file that the document names is; nothing when there is none.
     std::optional<std::filesystem::path> find(const std::filesystem::path& name) const;
@@ -50,7 +52,7 @@ private:
     };
 
     const std::filesystem::path& file_;
-    std::filesystem::path other_folder_;
+    std::vector<std::filesystem::path> folders_;
     std::string opened_;
     std::optional<mistake_t> mistake_;
 };

@@ -32,7 +32,7 @@ int ivra_hw_top_get_board_name(ivra_hw_top* top, char* buffer, std::size_t size)
     call c{__func__, device_of(top)};
     return c.with(size).count([&] {
         require(top != nullptr);
-        return c.store_text(top->device()->model, buffer, size);
+        return c.store_text(top->device()->board, buffer, size);
     });
 }
 

@@ -1,6 +1,6 @@
 #include "rack/rack.h"
 
-#include "rack/defaults.h"
+#include "rack/model.h"
 #include "json/describe.h"
 #include "json/text.h"
 
@@ -24,6 +24,7 @@ namespace codec = json::codec;
 constexpr std::uint64_t largest_flash = std::uint64_t{4} << 30U;
 constexpr std::uint64_t largest_sector = 16U << 20U;
 constexpr std::uint64_t largest_core = 16U << 20U;
+constexpr std::size_t most_xmcs = 16;
 constexpr std::uint64_t last_address = (std::uint64_t{1} << 63U) - 1;
 
 // ---- values ----
@@ -132,30 +133,24 @@ struct registers_codec
     }
 };
 
-/// null, one, or a list; each over the defaults of a model.
+/// null, one, or a list; each over what is there already.
 struct xmcs_codec
 {
-    const accelerator_t& accelerator;
-
     static constexpr codec::list several{
         R"({ "ready_after": ..., "card": ..., "sensors": ... } for a card management controller, a list of at most 16 of them, or null for none)",
-        xmc_codec, 16};
+        xmc_codec, most_xmcs};
 
     static std::string sentence() { return several.what; }
-    void read(const json::node_t& node, std::vector<xmc_t>& xmcs) const
+    static void read(const json::node_t& node, std::vector<xmc_t>& xmcs)
     {
         const auto* list = node.as<json::list_t>();
-        xmcs.clear();
         if (node.value().is_null())
-            return;
-        if (list == nullptr && node.as<json::object_t>() == nullptr)
+            return xmcs.clear();
+        if (node.as<json::object_t>() == nullptr && (list == nullptr || list->size() > several.most))
             return node.expected(sentence());
-        if (list != nullptr && list->size() > several.most)
-            return node.expected(sentence());
-        for (std::size_t number = 0; number < (list == nullptr ? 1 : list->size()); ++number) {
-            xmcs.push_back(default_xmc(accelerator.model, accelerator.position, number));
-            xmc_codec.read(list == nullptr ? node : node.below(*list, number), xmcs.back());
-        }
+        xmcs.resize(list == nullptr ? 1 : list->size());
+        for (std::size_t number = 0; number < xmcs.size(); ++number)
+            xmc_codec.read(list == nullptr ? node : node.below(*list, number), xmcs[number]);
     }
     static json::value_t write(const std::vector<xmc_t>& xmcs)
     {
@@ -291,8 +286,7 @@ static void describe(auto& visit, accelerator_t& accelerator)
     visit("fpga", accelerator.fpga,
           codec::record<fpga_t>{R"(the FPGA: { "device": ..., "serial": ..., "temperature": ... })"});
     visit("mac_addresses", accelerator.mac_addresses, mac_addresses);
-    visit("flash", accelerator.flash,
-          codec::record<flash_t>{R"(the flash: { "size": ..., "sector": ..., "sections": [ ... ] })"});
+    visit("flash", accelerator.flash, flash_codec);
     visit("mmios", accelerator.mmios, codec::whole{"a number of MMIO spaces", 0, 16});
     visit("cores", accelerator.cores,
           codec::list{
@@ -301,7 +295,7 @@ static void describe(auto& visit, accelerator_t& accelerator)
               1024});
     visit("i2c", accelerator.i2c, i2c_or_null{has_core(accelerator, hardware_ids::i2c)});
     visit("bmc", accelerator.bmc, codec::or_null{bmc_codec, "none"});
-    visit("xmc", accelerator.xmcs, xmcs_codec{accelerator});
+    visit("xmc", accelerator.xmcs, xmcs_codec{});
 
     for (std::size_t at = 1; visit.said("cores") && at < accelerator.cores.size(); ++at) {
         const core_t& before = accelerator.cores[at - 1];
@@ -341,7 +335,7 @@ bool is_present(const json::node_t& node, const accelerator_t& accelerator, cons
 }
 
 /// As many XMCs as there are cores for them.
-void settle_xmcs(const json::node_t& node, accelerator_t& accelerator)
+void settle_xmcs(const json::node_t& node, const model_t& model, accelerator_t& accelerator)
 {
     const bool is_said = json::find(node.value(), "xmc") != nullptr;
     const bool are_cores_said = json::find(node.value(), "cores") != nullptr;
@@ -353,20 +347,21 @@ void settle_xmcs(const json::node_t& node, accelerator_t& accelerator)
                                             room, hardware_ids::xmc));
     if (is_said)
         return;
-    const std::size_t count = are_cores_said ? room : has_xmc(defaults_of(accelerator.model)) ? 1 : 0;
+    accelerator.xmcs.clear();
+    const std::size_t count = are_cores_said ? room : model.xmc ? 1 : 0;
     for (std::size_t number = 0; number < count; ++number)
-        accelerator.xmcs.push_back(default_xmc(accelerator.model, accelerator.position, number));
+        accelerator.xmcs.push_back(default_xmc(model, accelerator.position, number));
 }
 
 /// The buses of the model, unless others are spelt out, have the cages.
-void settle_cages(const json::node_t& node, accelerator_t& accelerator)
+void settle_cages(const json::node_t& node, const model_t& model, accelerator_t& accelerator)
 {
     const json::member_t* const said = json::find(node.value(), "i2c");
     if (said == nullptr || json::find(said->value, "buses") != nullptr)
         return;
     std::vector<cage_t>& cages = accelerator.i2c.cages;
-    const std::size_t fewest = fewest_cages(accelerator.model);
-    const std::size_t most = most_cages(accelerator.model);
+    const std::size_t fewest = fewest_cages(model);
+    const std::size_t most = most_cages(model);
     if (json::find(said->value, "cages") != nullptr) {
         if (cages.size() > most)
             node.expected_at({"i2c", "cages"},
@@ -374,22 +369,21 @@ void settle_cages(const json::node_t& node, accelerator_t& accelerator)
                                  " cages, as the model has, or a member \"buses\" that says where they are");
         cages.resize(cages.size() <= fewest ? fewest : most); // those that are left out are empty
     }
-    accelerator.i2c.buses = default_buses(accelerator.model, cages.size());
+    accelerator.i2c.buses = default_buses(model, cages.size());
 }
 
 /// What the members say together, and what is left to defaults.
-void settle(const json::node_t& node, accelerator_t& accelerator)
+void settle(const json::node_t& node, const model_t& model, accelerator_t& accelerator)
 {
-    const model_t& model = defaults_of(accelerator.model);
-    const bool has_i2c_core = is_present(node, accelerator, "i2c", hardware_ids::i2c, has_i2c(model));
-    const bool has_uart = is_present(node, accelerator, "bmc", hardware_ids::uart, has_bmc(model));
-    settle_xmcs(node, accelerator);
+    const bool has_i2c_core = is_present(node, accelerator, "i2c", hardware_ids::i2c, model.i2c.has_value());
+    const bool has_uart = is_present(node, accelerator, "bmc", hardware_ids::uart, model.bmc.has_value());
+    settle_xmcs(node, model, accelerator);
     if (json::find(node.value(), "cores") == nullptr)
         accelerator.cores = default_cores(has_i2c_core, has_uart, accelerator.xmcs.size());
     if (!has_uart)
         accelerator.bmc.reset();
     if (has_i2c_core)
-        settle_cages(node, accelerator);
+        settle_cages(node, model, accelerator);
     else
         accelerator.i2c = {};
 }
@@ -397,29 +391,29 @@ void settle(const json::node_t& node, accelerator_t& accelerator)
 /// Reads an accelerator over what its model has.
 struct accelerator_codec
 {
+    models* known; ///< null: only to write
+
     static constexpr codec::record<accelerator_t> members{R"(an accelerator: { "model": "xilinx_u200", ... })"};
 
     static std::string sentence() { return members.sentence(); }
-    static void read(const json::node_t& node, accelerator_t& accelerator)
+    void read(const json::node_t& node, accelerator_t& accelerator) const
     {
         const json::member_t* const name = json::find(node.value(), "model");
-        if (name != nullptr) { // what is wrong with it is told below
-            json::reading ignored{node.reading().file()};
-            codec::long_text.read(json::node_t{name->value, ignored}, accelerator.model);
-        }
-        const std::size_t position = node.index();
-        const model_t& model = defaults_of(accelerator.model);
-        accelerator.position = position;
-        accelerator.name = default_name(model, position);
-        accelerator.fpga = {std::string{model.device}, default_fpga_serial(position), model.temperature};
-        accelerator.mac_addresses = default_mac_addresses(model, position);
-        accelerator.flash = {default_flash_size, default_flash_sector, default_flash_sections()};
-        accelerator.i2c = default_i2c(accelerator.model, position);
-        accelerator.bmc = default_bmc(accelerator.model, position);
+        if (name == nullptr)
+            return members.read(node, accelerator); // which says so
+        const json::node_t place = node.below(*name);
+        std::string model_name;
+        codec::long_text.read(place, model_name);
+        const model_t& model = known->find(place, model_name);
+        accelerator = default_accelerator(model, node.index());
+        const json::member_t* const said = json::find(node.value(), "xmc");
+        const auto* several = said == nullptr ? nullptr : said->value.as<json::list_t>();
+        for (std::size_t number = 0; number < (several == nullptr ? 1 : std::min(several->size(), most_xmcs)); ++number)
+            accelerator.xmcs.push_back(default_xmc(model, node.index(), number));
         members.read(node, accelerator);
-        accelerator.text = json::compact(node.value()) + node.reading().take_opened();
+        accelerator.text = json::compact(node.value()) + known->text(model_name) + node.reading().take_opened();
         if (!node.reading().is_beyond_mistake(node.value().end))
-            settle(node, accelerator);
+            settle(node, model, accelerator);
     }
     static json::value_t write(const accelerator_t& accelerator) { return members.write(accelerator); }
     static json::value_t schema() { return members.schema(); }
@@ -429,6 +423,7 @@ struct rack_file_t
 {
     std::string schema;
     std::vector<accelerator_t> accelerators;
+    models known;
 };
 
 /// The uids that are written down come first: a default one makes way for them.
@@ -453,7 +448,7 @@ void describe(auto& visit, rack_file_t& rack)
 {
     visit("$schema", rack.schema, codec::plain_text{"a text: where an editor finds the schema of racks"});
     visit.required("accelerators", rack.accelerators,
-                   codec::list{"a list of at most 65536 accelerators", accelerator_codec{}, 65536});
+                   codec::list{"a list of at most 65536 accelerators", accelerator_codec{&rack.known}, 65536});
     settle_uids(visit, rack.accelerators);
 }
 
@@ -493,6 +488,24 @@ std::filesystem::path this_file()
 } // namespace
 
 const char* const rack_sentence = rack_codec.what;
+
+template struct json::codec::record<flash_t>;
+
+flash_t default_flash()
+{
+    return {128U << 20U,
+            64U << 10U,
+            {
+                // clang-format off
+                // name    start      size       protected
+                {"PGM",    0x0000000, 0x1002000, false}, // golden image
+                {"USR",    0x1002000, 0x5000000, false}, // user image
+                {"PARAMS", 0x7fc0000, 0x0010000, true},
+                {"PARAMS", 0x7fd0000, 0x0010000, false},
+                {"OTP",    0x7ff0000, 0x0001000, false},
+                // clang-format on
+            }};
+}
 
 const char* open_error_name(int number)
 {
@@ -561,7 +574,7 @@ std::filesystem::path rack_in_use()
 
 rack_t read_rack(const json::value_t& document, const std::filesystem::path& file)
 {
-    json::reading reading{file, racks_folder()};
+    json::reading reading{file, {file.parent_path(), racks_folder()}};
     rack_file_t rack;
     rack_codec.read({document, reading}, rack);
     reading.finish();
@@ -591,14 +604,19 @@ std::string expand(const rack_t& rack)
     return rack_text(std::move(list));
 }
 
-std::string starter(const std::vector<std::string>& models, std::size_t count, const std::optional<module_t>& module)
+std::vector<accelerator_t> default_boards(const std::vector<std::string>& models, std::size_t count)
 {
     json::list_t models_only;
     for (std::size_t at = 0; at < count; ++at)
         models_only.push_back({json::object_t{{"model", {models.at(at % models.size())}}}});
-    const rack_t rack = read_rack({json::object_t{{"accelerators", {std::move(models_only)}}}}, "starter");
+    const std::filesystem::path file = racks_folder() / "starter.json"; // beside which the models are
+    return read_rack({json::object_t{{"accelerators", {std::move(models_only)}}}}, file).accelerators;
+}
+
+std::string starter(const std::vector<std::string>& models, std::size_t count, const std::optional<module_t>& module)
+{
     json::list_t list;
-    for (const accelerator_t& accelerator : rack.accelerators) {
+    for (const accelerator_t& accelerator : default_boards(models, count)) {
         json::value_t everything = accelerator_codec::write(accelerator);
         json::object_t members;
         for (json::member_t& member : std::get<json::object_t>(everything.content)) {

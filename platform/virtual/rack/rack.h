@@ -49,6 +49,14 @@ struct flash_t
     bool operator==(const flash_t&) const = default;
 };
 
+/// 128 MiB with an image, two parameter sections and one to be written once.
+flash_t default_flash();
+
+extern template struct json::codec::record<flash_t>;
+
+inline constexpr json::codec::record<flash_t> flash_codec{
+    R"(the flash: { "size": ..., "sector": ..., "sections": [ ... ] })"};
+
 /// Hardware identifiers of the cores that the platform libraries look up by themselves.
 namespace hardware_ids {
 inline constexpr std::uint32_t hw_top = 1;
@@ -62,7 +70,8 @@ inline constexpr std::uint32_t xmc = 475; ///< register window of an Alveo card'
 struct accelerator_t
 {
     std::optional<std::string> name; ///< an accelerator may have none
-    std::string model;               ///< board name that the design reports
+    std::string model;               ///< what it has by default, see model.h
+    std::string board;               ///< name that its design reports
     std::string uid;                 ///< no other accelerator of the rack has it
     std::size_t position = 0;        ///< in the rack; defaults depend on it
     int open_error = 0;              ///< errno with which opening it fails; 0: it opens
@@ -115,6 +124,9 @@ rack_t read_rack(const json::value_t& document, const std::filesystem::path& fil
 
 /// A rack file that says everything about `rack`, defaults included, and loads to the same accelerators.
 std::string expand(const rack_t& rack);
+
+/// So many boards of models of the platform in turn, of which nothing else is said.
+std::vector<accelerator_t> default_boards(const std::vector<std::string>& models, std::size_t count);
 
 /// A rack file to start from: a board of each of `models`, over and over until there are `count`. It says what people
 /// change and leaves the rest to defaults. `module` is in the first cage of each.

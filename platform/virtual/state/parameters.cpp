@@ -1,6 +1,6 @@
 #include "state/parameters.h"
 
-#include "rack/defaults.h"
+#include "rack/model.h"
 
 #include <algorithm>
 #include <cstddef>

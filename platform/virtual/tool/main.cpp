@@ -2,8 +2,8 @@
 #include "output.h"
 
 #include "devices/module/captured.h"
-#include "rack/defaults.h"
 #include "rack/fault_plan.h"
+#include "rack/model.h"
 #include "rack/rack.h"
 #include "json/text.h"
 
@@ -100,21 +100,26 @@ int run_command_on_rack(const words_t& words)
     return run_on_rack(words.arguments.empty() ? std::nullopt : std::optional{words.arguments.front()}, words.command);
 }
 
+/// "a, b, c"
+std::string joined(const std::vector<std::string>& words)
+{
+    std::string text;
+    for (const std::string& word : words)
+        text += (text.empty() ? "" : ", ") + word;
+    return text;
+}
+
 int new_rack(const words_t& words)
 {
-    for (const std::string& name : words.arguments) {
-        if (std::ranges::find(known_models(), name, &model_t::model) != known_models().end())
-            continue;
-        std::string known;
-        for (const model_t& model : known_models())
-            known += (known.empty() ? "" : ", ") + std::string{model.model};
-        throw usage_error{"unknown model \"" + name + "\", expected one of " + known};
-    }
+    const std::vector<std::string> known = known_models();
+    for (const std::string& name : words.arguments)
+        if (std::ranges::find(known, name) == known.end())
+            throw usage_error{"unknown model \"" + name + "\", expected one of " + joined(known)};
     std::optional<module_t> module;
     if (words.dump) {
-        for (const std::string& name : words.arguments)
-            if (fewest_cages(name) == 0)
-                throw usage_error{"a board of the model \"" + name + "\" has no cage for --dump"};
+        for (const accelerator_t& board : default_boards(words.arguments, words.arguments.size()))
+            if (board.i2c.cages.empty())
+                throw usage_error{"a board of the model \"" + board.model + "\" has no cage for --dump"};
         module = load_captured(*words.dump);
     }
     print(starter(words.arguments, words.count.value_or(words.arguments.size()), module));
@@ -166,9 +171,7 @@ constexpr command_t commands[] = {
      "Says what was removed. A folder that holds anything else is left alone.\n",
      0, 1, false, false, &reset},
     {"new", "[--count=N] [--dump=FILE] MODEL...", "Print a rack to start from",
-     "Prints a rack file with a board of each model, ready to be edited. Models:\n"
-     "  xilinx_u200 xilinx_u250 xilinx_u50 xilinx_u55c bittware_xupp3r\n"
-     "  bittware_xupvv8 ivra_fpb2 m48e_emu_xcvu9p m48l_xcvu7p m48lb_xcvu9p\n"
+     "Prints a rack file with a board of each model, ready to be edited.\n"
      "\n"
      "  --count=N    N boards, up to 65536, of the models in turn\n"
      "  --dump=FILE  with the module in the first cage that the dump in FILE is of\n",
@@ -214,10 +217,27 @@ std::string program_help()
                   "                              ivra-virtual in the user's state folder\n";
 }
 
+/// The models that come with the platform, several a line.
+std::string model_list()
+{
+    constexpr std::size_t widest_line = 78;
+    std::string text = "\nMODELS";
+    std::size_t width = widest_line;
+    for (const std::string& name : known_models()) {
+        width += 1 + name.size();
+        if (width > widest_line) {
+            text += "\n ";
+            width = 2 + name.size();
+        }
+        text += ' ' + name;
+    }
+    return text + '\n';
+}
+
 std::string command_help(const command_t& command)
 {
     return "USAGE\n  ivra-virtual " + std::string{command.name} + ' ' + std::string{command.arguments} + "\n\n" +
-           std::string{command.help};
+           std::string{command.help} + (command.run == &new_rack ? model_list() : "");
 }
 
 std::size_t parse_count(const std::string& text)

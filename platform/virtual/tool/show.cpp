@@ -6,7 +6,7 @@
 #include "devices/i2c/i2c.h"
 #include "devices/module/module.h"
 #include "devices/xmc/xmc.h"
-#include "rack/defaults.h"
+#include "rack/model.h"
 #include "state/parameters.h"
 #include "state/state.h"
 #include "json/text.h"
@@ -259,6 +259,8 @@ void show_accelerator(const rack_t& rack, std::size_t index)
 
     std::string text = std::to_string(index) + "  " + printable(accelerator.name.value_or("(no name)")) + '\n';
     text += field("Model", {printable(accelerator.model)});
+    if (accelerator.board != accelerator.model)
+        text += field("Says it is", {printable(accelerator.board)});
     text += field("UID", {printable(accelerator.uid)});
     if (const char* const error = open_error_name(accelerator.open_error))
         text += field("Opening", {"fails with " + std::string{error}});

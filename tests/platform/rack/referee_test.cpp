@@ -1,4 +1,3 @@
-#include "rack/defaults.h"
 #include "rack/rack.h"
 #include "support/bmc_server.h"
 #include "support/process.h"
@@ -251,7 +250,10 @@ TEST_F(bmc_referee, ipmi_fru_accepts_the_FRU_of_every_rack)
 
 TEST_F(bmc_referee, ipmi_fru_would_have_seen_a_wrong_checksum)
 {
-    std::string image = vp::fru_image(vp::default_bmc("ivra_fpb2", 0).fru);
+    std::string image =
+        vp::fru_image(vp::parse_rack(R"({"accelerators": [{"model": "ivra_fpb2"}]})", IVRA_RACKS "/my.json")
+                          .accelerators.at(0)
+                          .bmc->fru);
     image.back() = static_cast<char>(image.back() + 1);
     const run_t result = run_program("/usr/sbin/ipmi-fru", {"--fru-file=" + file("fru", image).string()});
     EXPECT_THAT(result.out + result.err, HasSubstr("checksum"));

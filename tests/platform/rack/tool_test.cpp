@@ -491,8 +491,8 @@ TEST_F(tool, reset_never_follows_a_symbolic_link)
 
 TEST_F(tool, a_command_line_that_nobody_could_have_meant_is_64_and_says_where_help_is)
 {
-    const std::string models = "xilinx_u200, xilinx_u250, xilinx_u50, xilinx_u55c, bittware_xupp3r, bittware_xupvv8, "
-                               "ivra_fpb2, m48e_emu_xcvu9p, m48l_xcvu7p, m48lb_xcvu9p";
+    const std::string models = "bittware_xupp3r, bittware_xupvv8, ivra_fpb2, m48e_emu_xcvu9p, m48l_xcvu7p, "
+                               "m48lb_xcvu9p, xilinx_u200, xilinx_u250, xilinx_u50, xilinx_u55c";
     struct row_t
     {
         std::vector<std::string> words;

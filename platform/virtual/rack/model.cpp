@@ -1,0 +1,256 @@
+#include "rack/model.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <filesystem>
+#include <set>
+#include <system_error>
+#include <utility>
+
+namespace ivra::virtual_platform {
+
+namespace {
+
+namespace codec = json::codec;
+namespace fs = std::filesystem;
+
+std::string upper_case(std::string text)
+{
+    std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return text;
+}
+
+template <class... Arguments>
+std::string formatted(const char* format, Arguments... arguments)
+{
+    char text[80];
+    std::snprintf(text, sizeof text, format, arguments...);
+    return text;
+}
+
+/// Locally administered addresses: `block` tells what they are of, and there are 256 for each board.
+codec::mac_t default_mac(std::uint8_t block, std::size_t position, std::size_t last = 0)
+{
+    return {0x02,
+            0x00,
+            block,
+            static_cast<std::uint8_t>(position >> 8U),
+            static_cast<std::uint8_t>(position),
+            static_cast<std::uint8_t>(last)};
+}
+
+/// Whether a board name can be that of a file.
+bool is_file_name(std::string_view name)
+{
+    constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
+    constexpr std::size_t longest = 63;
+    return !name.empty() && name.size() <= longest && name.find_first_not_of(letters) == std::string_view::npos;
+}
+
+bool has_eeprom(const i2c_t& i2c)
+{
+    return std::ranges::any_of(i2c.buses, [](const i2c_bus_t& bus) {
+        return std::ranges::count(bus.devices, i2c_kind_t::mac_eeprom, &i2c_device_t::kind) != 0;
+    });
+}
+
+bmc_t default_bmc(const model_t& model, std::size_t position)
+{
+    bmc_t bmc = model.bmc.value_or(bmc_t{});
+    const auto set = [](std::optional<std::string>& field, const std::string& value) {
+        if (!field)
+            field = value;
+    };
+    set(bmc.fru.manufacturer, "VIRTUAL");
+    set(bmc.fru.product, upper_case(model.short_name));
+    set(bmc.fru.serial, formatted("VRT%.16s%04zu", model.number.c_str(), position + 1));
+    set(bmc.fru.part_number, "VRT-" + model.number);
+    set(bmc.fru.file_id, "");
+    return bmc;
+}
+
+i2c_t default_i2c(const model_t& model, std::size_t position)
+{
+    i2c_t i2c = model.i2c.value_or(i2c_t{});
+    i2c.cages.resize(fewest_cages(model));
+    if (has_eeprom(i2c) && !i2c.mac_eeprom)
+        i2c.mac_eeprom = formatted("MAC=02:00:02:%02zx:%02zx:00", position >> 8U & 0xffU, position & 0xffU);
+    i2c.buses = default_buses(model, i2c.cages.size());
+    return i2c;
+}
+
+} // namespace
+
+static void describe(auto& visit, model_t& model)
+{
+    visit("board", model.board, codec::long_text);
+    visit("short_name", model.short_name, codec::text{16});
+    visit("number", model.number, codec::text{16});
+    visit("device", model.device, codec::long_text);
+    visit("temperature", model.temperature, codec::real{"a number of degrees Celsius"});
+    visit("mac_count", model.mac_count, codec::whole{"a number of addresses", 0, 255});
+    visit("flash", model.flash, flash_codec);
+    visit("i2c", model.i2c, codec::or_null{i2c_codec, "none"});
+    visit("optional_cages", model.optional_cages, codec::whole{"a number of cages", 0, 64});
+    visit("bmc", model.bmc, codec::or_null{bmc_codec, "none"});
+    visit("xmc", model.xmc, codec::or_null{xmc_codec, "none"});
+    visit.check({"optional_cages"}, model.optional_cages <= most_cages(model),
+                "at most " + std::to_string(most_cages(model)) + ", the number of cages");
+}
+
+static constexpr codec::record<model_t> model_codec{R"(a model: { "short_name": "u200", "device": ..., "xmc": ... })"};
+
+const model_t& models::find(const json::node_t& node, const std::string& name)
+{
+    if (const auto known = models_.find(name); known != models_.end())
+        return known->second;
+    model_t& model = models_[name];
+    model.board = name;
+    const auto file = is_file_name(name) ? node.reading().find("models/" + name + ".json") : std::nullopt;
+    if (!file)
+        return model;
+    try {
+        const std::string text = read_file(*file);
+        const json::value_t document = json::parse(text, *file, model_codec.what);
+        json::reading reading{*file, node.reading().folders()};
+        model_codec.read({document, reading}, model);
+        reading.finish();
+        if (file->parent_path().parent_path() != racks_folder())
+            texts_[name] = '\n' + text;
+        texts_[name] += reading.take_opened();
+    } catch (const file_error& error) {
+        node.note(node.value().place, error.what());
+    }
+    return model;
+}
+
+std::vector<std::string> known_models()
+{
+    std::vector<std::string> names;
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator{racks_folder() / "models", ignored})
+        if (entry.path().extension() == ".json")
+            names.push_back(entry.path().stem());
+    std::ranges::sort(names);
+    return names;
+}
+
+accelerator_t default_accelerator(const model_t& model, std::size_t position)
+{
+    // An odd factor gives every position another low word.
+    const auto low = static_cast<std::uint32_t>(position + 1) * 0x9e3779b1U;
+    accelerator_t accelerator;
+    accelerator.name = "virtual-" + model.short_name + "-" + std::to_string(position);
+    accelerator.board = model.board;
+    accelerator.position = position;
+    accelerator.fpga = {model.device, {low, 0x01285c0fU, 0x40020000U}, model.temperature};
+    accelerator.mac_addresses = consecutive_mac_addresses(default_mac(0, position), model.mac_count);
+    accelerator.flash = model.flash;
+    accelerator.i2c = default_i2c(model, position);
+    accelerator.bmc = default_bmc(model, position);
+    return accelerator;
+}
+
+std::string default_uid(std::size_t position)
+{
+    // As a PCI address: 255 buses a domain, bus 0 being the host's own.
+    return formatted("%04zx:%02zx:00.0", position / 255, 1 + position % 255);
+}
+
+xmc_t default_xmc(const model_t& model, std::size_t position, std::size_t number)
+{
+    xmc_t xmc = model.xmc.value_or(xmc_t{});
+    const auto set = [](auto& field, auto value) {
+        if (!field)
+            field = std::move(value);
+    };
+    set(xmc.card.name, "VIRTUAL " + upper_case(model.short_name));
+    set(xmc.card.revision, "A");
+    // The letter is the XMC's on its board.
+    set(xmc.card.serial,
+        formatted("VRT%.16s%c%04zu", model.number.c_str(), static_cast<char>('A' + number % 26), position + 1));
+    // Other ones than the design's: 16 for each of at most 16 XMCs of a board.
+    set(xmc.card.macs, mac_block_t{default_mac(1, position, 16 * number), static_cast<std::uint8_t>(model.mac_count)});
+    set(xmc.card.fan, false);
+    set(xmc.card.configuration_mode, 7);
+    set(xmc.card.maximum_power, 75);
+    set(xmc.card.firmware, "4.3.9");
+    return xmc;
+}
+
+std::vector<core_t> default_cores(bool i2c, bool uart, std::size_t xmcs)
+{
+    struct row_t
+    {
+        std::uint32_t hardware_id;
+        bool present;
+        std::uint64_t address, size;
+    };
+    // clang-format off
+    const row_t rows[] = {
+        {hardware_ids::hw_top, true, 0x000000, 0x01000},
+        {hardware_ids::flash,  true, 0x010000, 0x01000},
+        {hardware_ids::i2c,    i2c,  0x020000, 0x01000},
+        {hardware_ids::uart,   uart, 0x030000, 0x01000},
+    };
+    // clang-format on
+    std::vector<core_t> cores;
+    for (const row_t& row : rows)
+        if (row.present)
+            cores.push_back({row.hardware_id, row.address, row.size, {}});
+    for (std::size_t number = 0; number < xmcs; ++number)
+        cores.push_back({hardware_ids::xmc, 0x100000 + 0x40000 * number, 0x30000, {}});
+    return cores;
+}
+
+std::vector<i2c_bus_t> default_buses(const model_t& model, std::size_t cages)
+{
+    std::vector<i2c_bus_t> buses = model.i2c ? model.i2c->buses : std::vector<i2c_bus_t>{};
+    for (i2c_bus_t& bus : buses) {
+        std::erase_if(bus.devices, [&](const i2c_device_t& device) {
+            return device.kind == i2c_kind_t::cage && device.number >= cages;
+        });
+        std::set<std::uint8_t> needed;
+        for (const i2c_device_t& device : bus.devices)
+            if (device.behind)
+                needed.insert(device.behind->multiplexer);
+        std::erase_if(bus.devices, [&](const i2c_device_t& device) {
+            return device.kind == i2c_kind_t::multiplexer && !needed.contains(device.address);
+        });
+    }
+    number_multiplexers(buses);
+    return buses;
+}
+
+std::size_t fewest_cages(const model_t& model)
+{
+    return most_cages(model) - std::min(most_cages(model), model.optional_cages);
+}
+
+std::size_t most_cages(const model_t& model)
+{
+    return model.i2c ? model.i2c->cages.size() : 0;
+}
+
+std::vector<std::array<std::uint8_t, 6>> consecutive_mac_addresses(const std::array<std::uint8_t, 6>& first,
+                                                                   std::size_t count)
+{
+    std::vector<std::array<std::uint8_t, 6>> result;
+    result.reserve(count);
+    std::array<std::uint8_t, 6> address = first;
+    while (result.size() < count) {
+        result.push_back(address);
+        for (std::size_t at = address.size(); at-- > 0 && ++address[at] == 0;) {
+        }
+    }
+    return result;
+}
+
+bool are_consecutive(const std::vector<std::array<std::uint8_t, 6>>& addresses)
+{
+    return !addresses.empty() && addresses == consecutive_mac_addresses(addresses.front(), addresses.size()) &&
+           std::ranges::is_sorted(addresses); // ff:ff:ff:ff:ff:ff is the last one
+}
+
+} // namespace ivra::virtual_platform
