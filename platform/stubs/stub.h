@@ -11,7 +11,7 @@ static inline int failure(void)
     return -1;
 }
 
-static inline void *no_handle(void)
+static inline void* no_handle(void)
 {
     errno = ENOSYS;
     return NULL;
