@@ -20,9 +20,7 @@ public:
     explicit named_mutex(const std::string& name) : path_{mutex_folder() / file_name(name)}, fd_{-1}
     {
         create_private_folder(mutex_folder());
-        fd_ = unique_fd{::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)};
-        if (!fd_)
-            throw std::system_error{errno, std::generic_category(), "Cannot open " + path_.string()};
+        fd_ = open_own_file(AT_FDCWD, path_.c_str(), path_, O_RDWR | O_CREAT);
     }
 
     bool is_held() const { return holder_ != nullptr && process_ == ::getpid(); }

@@ -42,6 +42,23 @@ unique_fd::~unique_fd()
     errno = error;
 }
 
+unique_fd open_own_file(int folder, const char* name, const std::filesystem::path& path, int flags)
+{
+    const auto fail = [&](int error) {
+        throw std::system_error{error, std::generic_category(), "Cannot open " + path.string()};
+    };
+    constexpr ::mode_t for_its_owner = 0600;
+    unique_fd fd{::openat(folder, name, flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, for_its_owner)};
+    struct stat status = {};
+    if (!fd || ::fstat(fd.get(), &status) < 0)
+        fail(errno);
+    if (!S_ISREG(status.st_mode))
+        fail(EINVAL);
+    if (status.st_uid != ::geteuid())
+        fail(EPERM);
+    return fd;
+}
+
 void mapped_file::unmap::operator()(std::uint8_t* memory) const
 {
     ::munmap(memory, size);

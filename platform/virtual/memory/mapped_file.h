@@ -30,6 +30,11 @@ private:
     int fd_;
 };
 
+/// Opens a file that belongs to this user, by its name below a folder (AT_FDCWD: below the current one, or absolute);
+/// `path` is for messages. No link is followed, and nobody is waited for. Throws std::system_error: ELOOP for a link,
+/// EINVAL for anything else but a regular file, EPERM for a file of another user.
+unique_fd open_own_file(int folder, const char* name, const std::filesystem::path& path, int flags);
+
 enum class file_access
 {
     read_only,

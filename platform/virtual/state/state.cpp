@@ -83,9 +83,7 @@ unique_fd lock_state()
     const fs::path root = state_root();
     create_private_folder(root);
     const fs::path path = root / lock_file;
-    unique_fd fd{::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)};
-    if (!fd)
-        fail(errno, "Cannot open", path);
+    unique_fd fd = open_own_file(AT_FDCWD, path.c_str(), path, O_RDWR | O_CREAT);
     while (::flock(fd.get(), LOCK_EX) < 0) {
         if (errno != EINTR)
             fail(errno, "Cannot lock", path);
@@ -95,19 +93,14 @@ unique_fd lock_state()
 
 mapped_file open_mapped(int folder, const fs::path& folder_path, const char* name, file_access access)
 {
-    const int flags = access == file_access::read_only ? O_RDONLY : O_RDWR;
-    unique_fd fd{::openat(folder, name, flags | O_CLOEXEC)};
-    if (!fd)
-        fail(errno, "Cannot open", folder_path / name);
-    return {std::move(fd), folder_path / name, access};
+    const fs::path path = folder_path / name;
+    return {open_own_file(folder, name, path, access == file_access::read_only ? O_RDONLY : O_RDWR), path, access};
 }
 
 /// Reads a file, at most one byte more than `limit`.
 std::string read_text(int folder, const fs::path& folder_path, const char* name, std::size_t limit)
 {
-    const unique_fd fd{::openat(folder, name, O_RDONLY | O_CLOEXEC)};
-    if (!fd)
-        fail(errno, "Cannot open", folder_path / name);
+    const unique_fd fd = open_own_file(folder, name, folder_path / name, O_RDONLY);
     std::string text(limit + 1, '\0');
     std::size_t length = 0;
     while (length < text.size()) {
@@ -272,7 +265,7 @@ std::optional<board_state> board_state::open_matching(const rack_t& rack, const 
 {
     const fs::path path = board_state_folder(rack, accelerator);
     // All files are opened below this one folder, whatever takes its place meanwhile.
-    const unique_fd folder{::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    const unique_fd folder{::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
     if (!folder && errno == ENOENT)
         return std::nullopt;
     if (!folder && errno != ENOTDIR)
@@ -280,6 +273,11 @@ std::optional<board_state> board_state::open_matching(const rack_t& rack, const 
     mismatch = "what was remembered of it is damaged";
     if (!folder)
         return std::nullopt;
+    struct stat status = {};
+    if (::fstat(folder.get(), &status) != 0)
+        fail(errno, "Cannot open", path);
+    if (status.st_uid != ::geteuid())
+        fail(EPERM, "Another user's folder:", path);
     try {
         const std::string origin = origin_text(rack, accelerator);
         if (read_text(folder.get(), path, origin_file, origin.size()) != origin) {

@@ -173,6 +173,59 @@ TEST_F(board_state, that_is_damaged_starts_anew_with_a_line_in_the_log)
     }
 }
 
+TEST_F(board_state, a_link_in_the_place_of_a_file_is_an_error_and_never_followed)
+{
+    for (const char* name : {"origin", "flash", "registers", "bmc", "i2c", "parameters"}) {
+        write_value(1);
+        const fs::path file = board_folder() / name;
+        fs::rename(file, folder / "precious");
+        fs::create_symlink(folder / "precious", file);
+        const std::string before = read(folder / "precious");
+        expect_no_board(ELOOP, file);
+        EXPECT_EQ(read(folder / "precious"), before) << name;
+        fs::remove_all(board_folder());
+    }
+}
+
+TEST_F(board_state, a_fifo_in_the_place_of_a_file_is_an_error_and_never_waited_for)
+{
+    for (const char* name : {"origin", "flash"}) {
+        write_value(1);
+        const fs::path file = board_folder() / name;
+        fs::remove(file);
+        ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+        expect_no_board(EINVAL, file);
+        fs::remove_all(board_folder());
+    }
+}
+
+TEST_F(board_state, a_file_or_folder_of_another_user_is_an_error)
+{
+    if (::getuid() != 0)
+        GTEST_SKIP() << "only root can give a file away";
+    write_value(1);
+    const fs::path file = board_folder() / "flash";
+    ASSERT_EQ(::chown(file.c_str(), 65534, 65534), 0);
+    expect_no_board(EPERM, file);
+    ASSERT_EQ(::chown(file.c_str(), 0, 0), 0);
+    expect_value(1);
+    ASSERT_EQ(::chown(board_folder().c_str(), 65534, 65534), 0);
+    expect_no_board(EPERM, board_folder());
+    ASSERT_EQ(::chown(board_folder().c_str(), 0, 0), 0);
+    expect_value(1);
+}
+
+TEST_F(board_state, a_link_in_the_place_of_its_folder_makes_way_and_what_it_leads_to_stays)
+{
+    fs::create_directories(folder / "precious");
+    std::ofstream{folder / "precious" / "flash"} << "of somebody";
+    fs::create_directories(board_folder().parent_path());
+    fs::create_symlink(folder / "precious", board_folder());
+    write_value(1);
+    EXPECT_FALSE(fs::is_symlink(board_folder()));
+    EXPECT_EQ(read(folder / "precious" / "flash"), "of somebody");
+}
+
 TEST_F(board_state, what_a_process_killed_while_building_left_over_is_in_nobodys_way)
 {
     const fs::path beside = board_folder().parent_path();
