@@ -217,13 +217,14 @@ TEST_F(board_state, a_file_or_folder_of_another_user_is_an_error)
 
 TEST_F(board_state, a_link_in_the_place_of_its_folder_makes_way_and_what_it_leads_to_stays)
 {
-    fs::create_directories(folder / "precious");
-    std::ofstream{folder / "precious" / "flash"} << "of somebody";
-    fs::create_directories(board_folder().parent_path());
-    fs::create_symlink(folder / "precious", board_folder());
     write_value(1);
+    fs::rename(board_folder(), folder / "precious");
+    fs::create_symlink(folder / "precious", board_folder());
+    const std::string before = read(folder / "precious" / "registers");
+    expect_value(0);
     EXPECT_FALSE(fs::is_symlink(board_folder()));
-    EXPECT_EQ(read(folder / "precious" / "flash"), "of somebody");
+    write_value(2);
+    EXPECT_EQ(read(folder / "precious" / "registers"), before);
 }
 
 TEST_F(board_state, what_a_process_killed_while_building_left_over_is_in_nobodys_way)
