@@ -142,6 +142,15 @@ value_t widened(value_t schema, const std::string& sentence, const char* added)
     return schema;
 }
 
+value_t or_list(value_t schema, const std::string& sentence, const value_t& list)
+{
+    schema = widened(std::move(schema), sentence, "array");
+    for (const member_t& member : *list.as<object_t>())
+        if (member.name != "description" && member.name != "type")
+            std::get<object_t>(schema.content).push_back(member);
+    return schema;
+}
+
 std::optional<std::string> hex_bytes(std::string_view digits)
 {
     if (digits.size() % 2 != 0 || !consists_of(digits, hexadecimal_digits))

@@ -273,6 +273,8 @@ struct names
 
 /// The schema with one more type, and another sentence.
 value_t widened(value_t schema, const std::string& sentence, const char* type);
+/// A schema of what `schema` or a schema of lists allows.
+value_t or_list(value_t schema, const std::string& sentence, const value_t& list);
 
 /// null, or what `codec` says. Into an optional null is nothing; any other value stays as it is.
 template <class Codec>

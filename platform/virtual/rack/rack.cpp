@@ -76,15 +76,7 @@ struct mac_addresses_codec
     {
         return are_consecutive(addresses) ? range.write({addresses.front(), addresses.size()}) : list.write(addresses);
     }
-    static json::value_t schema()
-    {
-        json::value_t schema = codec::widened(range.schema(), sentence(), "array");
-        json::value_t other = list.schema();
-        for (json::member_t& member : std::get<json::object_t>(other.content))
-            if (member.name != "description" && member.name != "type")
-                std::get<json::object_t>(schema.content).push_back(std::move(member));
-        return schema;
-    }
+    static json::value_t schema() { return codec::or_list(range.schema(), sentence(), list.schema()); }
 };
 constexpr mac_addresses_codec mac_addresses;
 
@@ -160,13 +152,7 @@ struct xmcs_codec
     }
     static json::value_t schema()
     {
-        json::value_t schema =
-            codec::widened(codec::widened(xmc_codec.schema(), sentence(), "array"), sentence(), "null");
-        json::value_t other = several.schema();
-        for (json::member_t& member : std::get<json::object_t>(other.content))
-            if (member.name != "description" && member.name != "type")
-                std::get<json::object_t>(schema.content).push_back(std::move(member));
-        return schema;
+        return codec::widened(codec::or_list(xmc_codec.schema(), sentence(), several.schema()), sentence(), "null");
     }
 };
 

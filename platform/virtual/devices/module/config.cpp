@@ -373,15 +373,7 @@ struct dumps_codec_t
             codec::long_text.read(node, dumps.parts.emplace_back().file);
     }
     static json::value_t write(const dumps_t& dumps) { return list.write(dumps.parts); }
-    static json::value_t schema()
-    {
-        json::value_t schema = codec::widened(codec::long_text.schema(), sentence(), "array");
-        json::value_t rest = list.schema();
-        for (json::member_t& member : std::get<json::object_t>(rest.content))
-            if (member.name != "description" && member.name != "type")
-                std::get<json::object_t>(schema.content).push_back(std::move(member));
-        return schema;
-    }
+    static json::value_t schema() { return codec::or_list(codec::long_text.schema(), sentence(), list.schema()); }
 
 private:
     static constexpr codec::list list{R"(a file with the module's memory, or a list of { "dump": FILE, "page": "11" })",
