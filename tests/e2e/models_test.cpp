@@ -102,4 +102,24 @@ TEST(models, a_mistake_in_the_file_is_said_at_the_accelerator_that_names_it)
                 ::testing::HasSubstr("models/mine.json: /optional_cages: expected at most 0, the number of cages"));
 }
 
+TEST(models, what_goes_with_no_board_is_a_mistake_of_the_model)
+{
+    std::string fields;
+    for (int at = 0; at < 64; ++at)
+        fields += (at == 0 ? "\"" : ", \"") + std::string(63, 'x') + '"';
+    rack_t rack;
+    rack.file(R"({"accelerators": [{"model": "mine"}]})");
+    add_model(rack, "mine", R"({"bmc": {"fru": {"extra": [)" + fields + "]}}}");
+    EXPECT_THAT(rack.run("list").err,
+                ::testing::HasSubstr("mine.json: /bmc/fru: expected fields that fit into a board area of 2040 bytes"));
+}
+
+TEST(models, null_in_a_model_is_what_it_is_in_a_rack)
+{
+    rack_t rack;
+    rack.file(R"({"accelerators": [{"model": "mine"}]})");
+    add_model(rack, "mine", R"({"board": "xilinx_u200", "xmc": {"card": {"serial": null}}})");
+    EXPECT_THAT(rack.run("list").out, ::testing::Not(::testing::HasSubstr("VRT")));
+}
+
 } // namespace ivra::tests

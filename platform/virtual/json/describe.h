@@ -3,6 +3,7 @@
 
 #include "json/codec.h"
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -53,7 +54,8 @@ public:
     void check(std::initializer_list<step_t> path, bool holds, std::string_view expectation)
     {
         if (!are_members_good_)
-            are_members_good_ = !node_.reading().is_beyond_mistake(node_.value().end);
+            are_members_good_ = !node_.reading().is_beyond_mistake(node_.value().end) &&
+                                std::ranges::find(is_known_, false) == is_known_.end();
         if (!holds && *are_members_good_)
             node_.expected_at(path, expectation);
     }

@@ -29,7 +29,7 @@ std::optional<std::filesystem::path> reading::find(const std::filesystem::path& 
 {
     std::error_code ignored;
     for (const std::filesystem::path& folder : folders_)
-        if (std::filesystem::exists(folder / name, ignored))
+        if (std::filesystem::exists(std::filesystem::symlink_status(folder / name, ignored)))
             return folder / name;
     return std::nullopt;
 }

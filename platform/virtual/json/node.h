@@ -61,6 +61,7 @@ private:
 struct step_t
 {
     step_t(const char* member) : name{member} {}
+    step_t(std::string_view member) : name{member} {}
     step_t(std::size_t element) : index{element} {}
 
     std::string_view name{};

@@ -55,27 +55,38 @@ bool has_eeprom(const i2c_t& i2c)
     });
 }
 
+/// Reads what the model says of a device over its defaults. Throws file_error.
+template <class Device, class Codec>
+void overlay(const model_t& model, const char* name, Device& device, const Codec& device_codec)
+{
+    const json::member_t* const member = json::find(model.document, name);
+    if (member == nullptr || member->value.is_null())
+        return;
+    json::reading reading{model.file, model.folders};
+    const json::node_t top{model.document, reading};
+    device_codec.read(top.below(*member), device);
+    reading.finish();
+}
+
 bmc_t default_bmc(const model_t& model, std::size_t position)
 {
-    bmc_t bmc = model.bmc.value_or(bmc_t{});
-    const auto set = [](std::optional<std::string>& field, const std::string& value) {
-        if (!field)
-            field = value;
-    };
-    set(bmc.fru.manufacturer, "VIRTUAL");
-    set(bmc.fru.product, upper_case(model.short_name));
-    set(bmc.fru.serial, formatted("VRT%.16s%04zu", model.number.c_str(), position + 1));
-    set(bmc.fru.part_number, "VRT-" + model.number);
-    set(bmc.fru.file_id, "");
+    bmc_t bmc;
+    bmc.fru.manufacturer = "VIRTUAL";
+    bmc.fru.product = upper_case(model.short_name);
+    bmc.fru.serial = "VRT" + model.number + formatted("%04zu", position + 1);
+    bmc.fru.part_number = "VRT-" + model.number;
+    bmc.fru.file_id = "";
+    overlay(model, "bmc", bmc, bmc_codec);
     return bmc;
 }
 
 i2c_t default_i2c(const model_t& model, std::size_t position)
 {
-    i2c_t i2c = model.i2c.value_or(i2c_t{});
-    i2c.cages.resize(fewest_cages(model));
-    if (has_eeprom(i2c) && !i2c.mac_eeprom)
+    i2c_t i2c;
+    if (model.i2c && has_eeprom(*model.i2c))
         i2c.mac_eeprom = formatted("MAC=02:00:02:%02zx:%02zx:00", position >> 8U & 0xffU, position & 0xffU);
+    overlay(model, "i2c", i2c, i2c_codec);
+    i2c.cages.resize(fewest_cages(model));
     i2c.buses = default_buses(model, i2c.cages.size());
     return i2c;
 }
@@ -110,13 +121,18 @@ const model_t& models::find(const json::node_t& node, const std::string& name)
     const auto file = is_file_name(name) ? node.reading().find("models/" + name + ".json") : std::nullopt;
     if (!file)
         return model;
+    std::error_code ignored;
     try {
         const std::string text = read_file(*file);
-        const json::value_t document = json::parse(text, *file, model_codec.what);
-        json::reading reading{*file, node.reading().folders()};
-        model_codec.read({document, reading}, model);
+        model.document = json::parse(text, *file, model_codec.what);
+        model.file = *file;
+        model.folders = node.reading().folders();
+        json::reading reading{model.file, model.folders};
+        model_codec.read({model.document, reading}, model);
         reading.finish();
-        if (file->parent_path().parent_path() != racks_folder())
+        default_accelerator(model, 0); // what it says has to go with the defaults, too
+        default_xmc(model, 0, 0);
+        if (!fs::equivalent(file->parent_path().parent_path(), racks_folder(), ignored))
             texts_[name] = '\n' + text;
         texts_[name] += reading.take_opened();
     } catch (const file_error& error) {
@@ -160,22 +176,20 @@ std::string default_uid(std::size_t position)
 
 xmc_t default_xmc(const model_t& model, std::size_t position, std::size_t number)
 {
-    xmc_t xmc = model.xmc.value_or(xmc_t{});
-    const auto set = [](auto& field, auto value) {
-        if (!field)
-            field = std::move(value);
-    };
-    set(xmc.card.name, "VIRTUAL " + upper_case(model.short_name));
-    set(xmc.card.revision, "A");
+    constexpr std::size_t most_addresses = 16; // for each of at most 16 XMCs of a board
+    xmc_t xmc;
+    xmc.card.name = "VIRTUAL " + upper_case(model.short_name);
+    xmc.card.revision = "A";
     // The letter is the XMC's on its board.
-    set(xmc.card.serial,
-        formatted("VRT%.16s%c%04zu", model.number.c_str(), static_cast<char>('A' + number % 26), position + 1));
-    // Other ones than the design's: 16 for each of at most 16 XMCs of a board.
-    set(xmc.card.macs, mac_block_t{default_mac(1, position, 16 * number), static_cast<std::uint8_t>(model.mac_count)});
-    set(xmc.card.fan, false);
-    set(xmc.card.configuration_mode, 7);
-    set(xmc.card.maximum_power, 75);
-    set(xmc.card.firmware, "4.3.9");
+    xmc.card.serial = "VRT" + model.number + static_cast<char>('A' + number % 26) + formatted("%04zu", position + 1);
+    // Other ones than the design's.
+    xmc.card.macs = mac_block_t{default_mac(1, position, most_addresses * number),
+                                static_cast<std::uint8_t>(std::min(model.mac_count, most_addresses))};
+    xmc.card.fan = false;
+    xmc.card.configuration_mode = 7;
+    xmc.card.maximum_power = 75;
+    xmc.card.firmware = "4.3.9";
+    overlay(model, "xmc", xmc, xmc_codec);
     return xmc;
 }
 
@@ -211,13 +225,15 @@ std::vector<i2c_bus_t> default_buses(const model_t& model, std::size_t cages)
         std::erase_if(bus.devices, [&](const i2c_device_t& device) {
             return device.kind == i2c_kind_t::cage && device.number >= cages;
         });
-        std::set<std::uint8_t> needed;
-        for (const i2c_device_t& device : bus.devices)
-            if (device.behind)
-                needed.insert(device.behind->multiplexer);
-        std::erase_if(bus.devices, [&](const i2c_device_t& device) {
-            return device.kind == i2c_kind_t::multiplexer && !needed.contains(device.address);
-        });
+        for (bool is_new = true; is_new;) { // until every multiplexer has something behind it
+            std::set<std::uint8_t> needed;
+            for (const i2c_device_t& device : bus.devices)
+                if (device.behind)
+                    needed.insert(device.behind->multiplexer);
+            is_new = std::erase_if(bus.devices, [&](const i2c_device_t& device) {
+                         return device.kind == i2c_kind_t::multiplexer && !needed.contains(device.address);
+                     }) != 0;
+        }
     }
     number_multiplexers(buses);
     return buses;

@@ -4,7 +4,9 @@
 #include "rack/rack.h"
 
 #include <cstddef>
+#include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +28,11 @@ struct model_t
     std::size_t optional_cages = 0; ///< the last ones, which are there when a rack says more than the others
     std::optional<bmc_t> bmc;
     std::optional<xmc_t> xmc;
+
+    // What it says of these devices is said over defaults that depend on the board.
+    json::value_t document;
+    std::filesystem::path file;
+    std::vector<std::filesystem::path> folders;
 };
 
 /// The models of a rack, each read once: looked for beside the rack, and then with the racks that come with the

@@ -107,7 +107,8 @@ struct registers_codec
             std::uint32_t number = 0;
             codec::word.read(value, number);
             if (!offset || *offset % 4 != 0 || (size != 0 && *offset >= size))
-                value.expected("an offset such as 0x10, a multiple of 4 and less than " + hex_text(size));
+                value.expected("an offset such as 0x10, a multiple of 4" +
+                               (size == 0 ? "" : " and less than " + hex_text(size)));
             else if (!registers.emplace(*offset, number).second)
                 value.expected("an offset that no other register of the core has");
         }
@@ -187,6 +188,11 @@ std::string size_up_to(std::uint64_t largest)
     return "a size from 1 byte to " + size_text(largest);
 }
 
+bool is_uid(const std::string& text)
+{
+    return !text.empty() && text.find('\0') == std::string::npos;
+}
+
 bool is_size(std::uint64_t size, std::uint64_t largest)
 {
     return size != 0 && size <= largest;
@@ -229,7 +235,8 @@ static void describe(auto& visit, flash_t& flash)
     visit.check({"sector"}, !is_good_sector || flash.size % flash.sector == 0,
                 "a sector size that divides the size of the flash, " + size_text(flash.size));
     std::uint64_t end = 0;
-    for (std::size_t at = 0; visit.said("sections") && at < flash.sections.size(); ++at) {
+    const bool are_sections_said = visit.said("sections");
+    for (std::size_t at = 0; are_sections_said && at < flash.sections.size(); ++at) {
         const flash_section_t& section = flash.sections[at];
         visit.check({"sections", at, "start"}, section.start <= last_address, "at most " + hex_text(last_address));
         visit.check({"sections", at, "start"}, section.start >= end,
@@ -242,7 +249,7 @@ static void describe(auto& visit, flash_t& flash)
         visit.check({"sections", at, "size"}, is_size(section.size, room), size_up_to(room));
         end = section.start + std::min(section.size, room);
     }
-    if (!visit.said("sections") && !flash.sections.empty()) {
+    if (!are_sections_said && !flash.sections.empty()) {
         const std::uint64_t needed = flash.sections.back().start + flash.sections.back().size;
         visit.check({}, needed <= flash.size || !is_good_sector || flash.size % flash.sector != 0,
                     "a member \"sections\", as the default ones need " + hex_text(needed) + " bytes");
@@ -267,6 +274,7 @@ static void describe(auto& visit, accelerator_t& accelerator)
 {
     visit("name", accelerator.name, name_codec);
     visit.required("model", accelerator.model, codec::long_text);
+    visit("board", accelerator.board, codec::long_text, accelerator.board != accelerator.model);
     visit("uid", accelerator.uid, codec::long_text);
     visit("open", accelerator.open_error, open_error);
     visit("fpga", accelerator.fpga,
@@ -283,7 +291,10 @@ static void describe(auto& visit, accelerator_t& accelerator)
     visit("bmc", accelerator.bmc, codec::or_null{bmc_codec, "none"});
     visit("xmc", accelerator.xmcs, xmcs_codec{});
 
-    for (std::size_t at = 1; visit.said("cores") && at < accelerator.cores.size(); ++at) {
+    visit.check({"uid"}, !visit.said("uid") || is_uid(accelerator.uid),
+                "a text of at least one character, none of them NUL");
+    const bool are_cores_said = visit.said("cores");
+    for (std::size_t at = 1; are_cores_said && at < accelerator.cores.size(); ++at) {
         const core_t& before = accelerator.cores[at - 1];
         visit.check({"cores", at, "address"}, accelerator.cores[at].address >= before.address + before.size,
                     "at least " + hex_text(before.address + before.size) + ", where the core before it ends");
@@ -416,14 +427,10 @@ struct rack_file_t
 void settle_uids(auto& visit, std::vector<accelerator_t>& accelerators)
 {
     std::set<std::string> taken;
-    for (std::size_t at = 0; at < accelerators.size(); ++at) {
-        if (!visit.gives({"accelerators", at, "uid"}))
-            continue;
-        const std::string& uid = accelerators[at].uid;
-        const bool is_good = !uid.empty() && uid.find('\0') == std::string::npos;
-        visit.check({"accelerators", at, "uid"}, is_good, "a text of at least one character, none of them NUL");
-        visit.check({"accelerators", at, "uid"}, taken.insert(uid).second, "a text that no other accelerator has");
-    }
+    for (std::size_t at = 0; at < accelerators.size(); ++at)
+        visit.check({"accelerators", at, "uid"},
+                    accelerators[at].uid.empty() || taken.insert(accelerators[at].uid).second,
+                    "a text that no other accelerator has");
     for (std::size_t at = 0; at < accelerators.size(); ++at)
         for (std::size_t position = at; accelerators[at].uid.empty(); position += accelerators.size())
             if (const auto [uid, is_new] = taken.insert(default_uid(position)); is_new)
@@ -560,7 +567,10 @@ std::filesystem::path rack_in_use()
 
 rack_t read_rack(const json::value_t& document, const std::filesystem::path& file)
 {
-    json::reading reading{file, {file.parent_path(), racks_folder()}};
+    // One rack has one folder, however its path is spelt.
+    std::error_code ignored;
+    const std::filesystem::path folder = std::filesystem::weakly_canonical(file, ignored).parent_path();
+    json::reading reading{file, {folder, racks_folder()}};
     rack_file_t rack;
     rack_codec.read({document, reading}, rack);
     reading.finish();

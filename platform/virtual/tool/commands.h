@@ -33,7 +33,7 @@ void reset_all();
 
 /// Becomes a command, of which the first word says the program, with the boards of a rack; without words a shell, and
 /// without a rack those of the showcase. Returns the exit status that says why it cannot be run. Throws
-/// usage_error for a program that would not have these boards, rack_error and std::runtime_error.
+/// usage_error for a program that would not have these boards, file_error and std::runtime_error.
 int run_on_rack(const std::optional<std::filesystem::path>& rack_file, std::vector<std::string> command);
 
 } // namespace ivra::virtual_platform

@@ -14,7 +14,8 @@ std::string repeated(const std::string& text, std::size_t count)
     return result;
 }
 
-const std::string known_members = "name, model, uid, open, fpga, mac_addresses, flash, mmios, cores, i2c, bmc, xmc";
+const std::string known_members =
+    "name, model, board, uid, open, fpga, mac_addresses, flash, mmios, cores, i2c, bmc, xmc";
 const std::string text_expected = R"(a text of at most 4096 bytes, or { "hex": "ff41" } for any bytes)";
 const std::string name_expected =
     R"(a text of at most 4096 bytes, or { "hex": "ff41" } for any bytes, or null for no name)";
@@ -579,6 +580,13 @@ const std::vector<bad_rack_t>& bad_racks()
         {"an answer with data of half a pair", bmc_answer_with(R"("to": "", "data": "0")"), "/accelerators/0/bmc/answers/0/data: expected " + raw_expected, schema},
         {"an answer with data and a frame", bmc_answer_with(R"("to": "", "frame": "", "data": "")"),
          R"(/accelerators/0/bmc/answers/0/data: expected no such member beside "frame")", code},
+        {"a unit that there is not before a value", bmc_sensor_with(R"("name": "a", "unit": "volts", "value": 12)"),
+         "/accelerators/0/bmc/sensors/0/unit: expected a unit (unspecified, degrees C, degrees F, K, V, A, W, J, RPM or Hz), or its code, 0 to 255", schema},
+        {"a record that is none before a number", bmc_sensor_with(R"("record": "0", "number": 1)"),
+         "/accelerators/0/bmc/sensors/0/record: expected " + hex_of(255) + ", or null", schema},
+        {"a name that is misspelt", bmc_sensor_with(R"("nmae": "a", "value": 2)"),
+         "/accelerators/0/bmc/sensors/0/nmae: unknown member, expected one of record, name, number, unit, response, value, raw, available, m, b, "
+         "r_exp, b_exp, format, linearisation, modifier, modifier_unit, rate, percent, next", schema},
         {"noise of 1025 bytes", bmc_answer_with(R"("to": "", "noise": ")" + repeated("00", 1025) + "\""), "/accelerators/0/bmc/answers/0/noise: expected " + hex_of(1024), schema},
         {"a piece of an answer that the FIFO does not hold", bmc_answer_with(R"("to": "", "pieces": [17])"),
          "/accelerators/0/bmc/answers/0/pieces/0: expected at most 16, the depth of the FIFO", code},

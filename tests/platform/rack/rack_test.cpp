@@ -517,6 +517,12 @@ TEST(rack_files, those_with_an_xmc_to_learn_from_are_what_their_names_say)
                 ::testing::EndsWith("\x4b\x08\x02\x00\x02\x00\x01"s));
 }
 
+TEST(rack_files, a_rack_is_the_same_however_its_path_is_spelt)
+{
+    EXPECT_EQ(load_rack(IVRA_RACKS "/../racks/modules/../showcase.json").accelerators,
+              load_rack(IVRA_RACKS "/showcase.json").accelerators);
+}
+
 TEST(rack_files, the_showcase_spells_out_for_the_u200_what_others_have_by_default)
 {
     const rack_t rack = load_rack(IVRA_RACKS "/showcase.json");

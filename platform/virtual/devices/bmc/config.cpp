@@ -162,9 +162,9 @@ static void describe(auto& visit, bmc_sensor_t& sensor)
     visit.excludes("response", {"value", "raw", "available"});
     visit.excludes("value", {"raw"});
     constexpr std::size_t number_at = 7; // of a record
-    if (visit.gives("record"))
+    if (visit.gives("record") && sensor.record)
         sensor.number = sensor.record->size() > number_at ? static_cast<std::uint8_t>(sensor.record->at(number_at)) : 0;
-    if (visit.gives("value"))
+    if (visit.gives("value") && sensor.value)
         sensor.raw = nearest_raw(sensor, *sensor.value);
 }
 

@@ -490,7 +490,7 @@ void applier::set_memory()
     const bool is_sfp = module_.map == memory_map_t::sfp;
     for (const auto& [name, bytes] : said_.memory) {
         const auto expected = [&, &key = name](const std::string& what) {
-            node_.expected_at({"memory", key.c_str()}, what);
+            node_.expected_at({"memory", std::string_view{key}}, what);
         };
         const std::size_t size = is_sfp ? 2 * block_size : block_size;
         if (is_sfp && name != "A0" && name != "A2")
@@ -535,21 +535,21 @@ std::set<std::size_t> applier::set_bytes()
     std::set<std::size_t> places;
     for (const auto& [name, bytes] : said_.bytes) {
         const auto expected = [&, &key = name](const std::string& what) {
-            node_.expected_at({"bytes", key.c_str()}, what);
+            node_.expected_at({"bytes", std::string_view{key}}, what);
         };
         const auto first = place_named(name, module_.map);
         if (!first) {
             expected(module_.map == memory_map_t::sfp
                          ? "a byte of an SFP such as A0:92 or A2:110"
                          : "a byte such as 26 of the lower page (0 to 127), or 01:160 of page 01 (128 to 255)");
-            continue;
+            return places;
         }
         // Bytes of one name stay within its page, or within A0h or A2h.
         const std::size_t span = module_.map == memory_map_t::sfp ? 2 * block_size : block_size;
         const std::size_t room = span - *first % span;
         if (bytes.size() > room) {
             expected("at most " + std::to_string(room) + " bytes, as the page ends there");
-            continue;
+            return places;
         }
         for (std::size_t at = 0; at < bytes.size(); ++at) {
             module_.set_byte(*first + at, static_cast<std::uint8_t>(bytes[at]));
@@ -752,7 +752,7 @@ std::optional<capture_t> read_dump_file(const json::node_t& node, const dump_par
     if (part.file.empty() || part.file.find('\0') != std::string::npos)
         return node.expected("the path of a file"), capture;
     const dump_hint_t hint{map, part.page ? std::optional{label_of_page(*part.page)} : std::nullopt};
-    const fs::path file = node.reading().file().parent_path() / part.file;
+    const fs::path file = node.reading().folders().front() / part.file;
     read_other_file(node, file, [&](const std::string& text) { capture = read_capture(file, text, hint); });
     return capture;
 }
