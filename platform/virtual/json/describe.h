@@ -14,6 +14,8 @@
 ///   visit("error", xmc.error, codec::word);          may be left out, and then the record keeps what it has
 ///   visit.required("to", answer.to, codec::hex{16});
 ///   visit.check({"sector"}, holds, "a sector size that ...");     a rule over several members
+///   visit.remark({"value"}, [&] { return "reads as ..."s; });     what is no mistake, but hardly meant; "" is no
+///   remark
 /// Reader, writer and schema are visitors of that function. `visit(...)` and `visit.said(name)` tell whether the
 /// document that is read has the member.
 namespace ivra::virtual_platform::json {
@@ -53,11 +55,18 @@ public:
     /// Counts only when no member is wrong by itself: checks come behind all visits.
     void check(std::initializer_list<step_t> path, bool holds, std::string_view expectation)
     {
-        if (!are_members_good_)
-            are_members_good_ = !node_.reading().is_beyond_mistake(node_.value().end) &&
-                                std::ranges::find(is_known_, false) == is_known_.end();
-        if (!holds && *are_members_good_)
+        if (!holds && are_members_good())
             node_.expected_at(path, expectation);
+    }
+
+    /// As a check; the text is only made for somebody who wants remarks.
+    template <class Text>
+    void remark(std::initializer_list<step_t> path, Text make_text)
+    {
+        if (node_.reading().wanted() == remarks_t::unwanted || !are_members_good())
+            return;
+        if (const std::string text = make_text(); !text.empty())
+            node_.remark_at(path, text);
     }
 
     const node_t& node() const { return node_; }
@@ -72,6 +81,14 @@ public:
     }
 
 private:
+    bool are_members_good()
+    {
+        if (!are_members_good_)
+            are_members_good_ = !node_.reading().is_beyond_mistake(node_.value().end) &&
+                                std::ranges::find(is_known_, false) == is_known_.end();
+        return *are_members_good_;
+    }
+
     /// Members mostly come in the order of their description.
     const member_t* next(std::string_view name)
     {
@@ -101,6 +118,10 @@ struct no_document
     static bool gives(const char*) { return false; }
     static void excludes(const char*, std::initializer_list<const char*>) {}
     static void check(std::initializer_list<step_t>, bool, std::string_view) {}
+    template <class Text>
+    static void remark(std::initializer_list<step_t>, Text)
+    {
+    }
 };
 
 /// Writes every member but those whose last argument is false.

@@ -50,10 +50,15 @@ private:
 
 } // namespace
 
-void mistake(const std::filesystem::path& file, std::string_view place, std::string_view what)
+std::string told(const std::filesystem::path& file, std::string_view place, std::string_view what)
 {
     const std::string separator = place.empty() ? "" : ": ";
-    throw file_error{printable(file.string() + ": " + std::string{place} + separator + std::string{what})};
+    return printable(file.string() + ": " + std::string{place} + separator + std::string{what});
+}
+
+void mistake(const std::filesystem::path& file, std::string_view place, std::string_view what)
+{
+    throw file_error{told(file, place, what)};
 }
 
 std::string read_file(const std::filesystem::path& file)

@@ -20,7 +20,10 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// A mistake at `place`, a JSON pointer or a place in words: "FILE: PLACE: MISTAKE". Throws file_error.
+/// "FILE: PLACE: WHAT", on one line; the place is a JSON pointer or stands in words.
+std::string told(const std::filesystem::path& file, std::string_view place, std::string_view what);
+
+/// A mistake at this place. Throws file_error.
 [[noreturn]] void mistake(const std::filesystem::path& file, std::string_view place, std::string_view what);
 
 /// The text of a regular file. Throws file_error, also when it is very large.

@@ -10,7 +10,7 @@ namespace ivra::virtual_platform::json {
 void reading::note(std::size_t place, const std::string& pointer, std::string_view what)
 {
     if (!is_beyond_mistake(place))
-        mistake_ = mistake_t{place, pointer, std::string{what}};
+        mistake_ = note_t{place, pointer, std::string{what}};
 }
 
 void reading::reword(std::size_t place, const std::string& from, const std::string& to)
@@ -23,6 +23,22 @@ void reading::finish() const
 {
     if (mistake_)
         mistake(file_, mistake_->pointer, mistake_->what);
+}
+
+void reading::remark(std::size_t place, const std::string& pointer, std::string_view what)
+{
+    if (wanted_ == remarks_t::wanted)
+        remarks_.push_back({place, pointer, std::string{what}});
+}
+
+std::vector<std::string> reading::remarks() const
+{
+    std::vector<note_t> sorted = remarks_;
+    std::ranges::stable_sort(sorted, {}, &note_t::place);
+    std::vector<std::string> lines;
+    for (const note_t& remark : sorted)
+        lines.push_back(told(file_, remark.pointer, remark.what));
+    return lines;
 }
 
 std::optional<std::filesystem::path> reading::find(const std::filesystem::path& name) const
@@ -51,19 +67,25 @@ std::string node_t::pointer() const
 
 void node_t::expected_at(std::initializer_list<step_t> path, std::string_view what) const
 {
-    expected_at(path.begin(), path.end(), what);
+    at(path.begin(), path.end(), [what](const node_t& node) { node.expected(what); });
 }
 
-void node_t::expected_at(const step_t* begin, const step_t* end, std::string_view what) const
+void node_t::remark_at(std::initializer_list<step_t> path, std::string_view what) const
+{
+    at(path.begin(), path.end(), [what](const node_t& node) { node.remark(what); });
+}
+
+template <class Action>
+void node_t::at(const step_t* begin, const step_t* end, Action action) const
 {
     const auto* list = as<list_t>();
     const member_t* member = begin == end ? nullptr : find(*value_, begin->name);
     if (member != nullptr)
-        below(*member).expected_at(begin + 1, end, what);
+        below(*member).at(begin + 1, end, action);
     else if (begin != end && list != nullptr && begin->index < list->size())
-        below(*list, begin->index).expected_at(begin + 1, end, what);
+        below(*list, begin->index).at(begin + 1, end, action);
     else
-        expected(what);
+        action(*this);
 }
 
 const value_t& node_t::value_at(std::initializer_list<step_t> path) const

@@ -14,13 +14,21 @@
 
 namespace ivra::virtual_platform::json {
 
+/// Whether a reading is asked for remarks: what is no mistake and hardly meant.
+enum class remarks_t
+{
+    unwanted,
+    wanted
+};
+
 /// The reading of one file. Of several mistakes the one that comes first in the file counts.
 class reading
 {
 public:
     /// Files that it names are looked for in these folders, one after the other.
-    explicit reading(const std::filesystem::path& file, std::vector<std::filesystem::path> folders = {})
-        : file_{file}, folders_{std::move(folders)}
+    explicit reading(const std::filesystem::path& file, std::vector<std::filesystem::path> folders = {},
+                     remarks_t remarks = remarks_t::unwanted)
+        : file_{file}, folders_{std::move(folders)}, wanted_{remarks}
     {
     }
 
@@ -44,8 +52,14 @@ public:
     /// Throws file_error when there was a mistake.
     void finish() const;
 
+    remarks_t wanted() const { return wanted_; }
+    void remark(std::size_t place, const std::string& pointer, std::string_view what);
+    /// Every remark as a line, in the order of the file.
+    std::vector<std::string> remarks() const;
+
 private:
-    struct mistake_t
+    /// What is to be said about a place.
+    struct note_t
     {
         std::size_t place;
         std::string pointer, what;
@@ -54,7 +68,9 @@ private:
     const std::filesystem::path& file_;
     std::vector<std::filesystem::path> folders_;
     std::string opened_;
-    std::optional<mistake_t> mistake_;
+    std::optional<note_t> mistake_;
+    remarks_t wanted_;
+    std::vector<note_t> remarks_;
 };
 
 /// One step from a value to one below it: a member's name, or an element's index.
@@ -91,6 +107,9 @@ public:
     /// Notes a mistake, here or at the last part of `path` that there is.
     void expected(std::string_view what) const { note(value_->place, "expected " + std::string{what}); }
     void expected_at(std::initializer_list<step_t> path, std::string_view what) const;
+    /// The same of what is no mistake.
+    void remark(std::string_view what) const { reading_->remark(value_->place, pointer(), what); }
+    void remark_at(std::initializer_list<step_t> path, std::string_view what) const;
     /// null when there is nothing there.
     const value_t& value_at(std::initializer_list<step_t> path) const;
     void note(std::size_t place, const std::string& what) const { reading_->note(place, pointer(), what); }
@@ -101,7 +120,9 @@ private:
     {
     }
     std::string pointer() const;
-    void expected_at(const step_t* begin, const step_t* end, std::string_view what) const;
+    /// Does something with the node of the last step that there is.
+    template <class Action>
+    void at(const step_t* begin, const step_t* end, Action action) const;
 
     const value_t* value_;
     json::reading* reading_;

@@ -108,6 +108,7 @@ static void describe(auto& visit, model_t& model)
     visit("xmc", model.xmc, codec::or_null{xmc_codec, "none"});
     visit.check({"optional_cages"}, model.optional_cages <= most_cages(model),
                 "at most " + std::to_string(most_cages(model)) + ", the number of cages");
+    remark_values(visit, model.bmc);
 }
 
 static constexpr codec::record<model_t> model_codec{R"(a model: { "short_name": "u200", "device": ..., "xmc": ... })"};
@@ -127,9 +128,11 @@ const model_t& models::find(const json::node_t& node, const std::string& name)
         model.document = json::parse(text, *file, model_codec.what);
         model.file = *file;
         model.folders = node.reading().folders();
-        json::reading reading{model.file, model.folders};
+        json::reading reading{model.file, model.folders, node.reading().wanted()};
         model_codec.read({model.document, reading}, model);
         reading.finish();
+        for (const std::string& remark : reading.remarks())
+            node.remark(remark);
         default_accelerator(model, 0); // what it says has to go with the defaults, too
         default_xmc(model, 0, 0);
         if (!fs::equivalent(file->parent_path().parent_path(), racks_folder(), ignored))

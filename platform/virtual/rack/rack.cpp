@@ -299,6 +299,7 @@ static void describe(auto& visit, accelerator_t& accelerator)
         visit.check({"cores", at, "address"}, accelerator.cores[at].address >= before.address + before.size,
                     "at least " + hex_text(before.address + before.size) + ", where the core before it ends");
     }
+    remark_values(visit, accelerator.bmc);
 }
 
 namespace {
@@ -527,25 +528,6 @@ const bmc_t* bmc_behind(const accelerator_t& accelerator, const core_t& core)
     return first == accelerator.cores.end() || &*first != &core || !accelerator.bmc ? nullptr : &*accelerator.bmc;
 }
 
-std::vector<std::string> warnings(const rack_t& rack)
-{
-    std::vector<std::string> lines;
-    for (std::size_t at = 0; at < rack.accelerators.size(); ++at) {
-        const auto& bmc = rack.accelerators[at].bmc;
-        for (std::size_t n = 0; bmc && n < bmc->sensors.size(); ++n) {
-            const bmc_sensor_t& sensor = bmc->sensors[n];
-            if (!sensor.value)
-                continue;
-            const std::string asked = two_decimals(*sensor.value);
-            const std::string shown = two_decimals(sensor_value(sensor, sensor.raw));
-            if (asked != shown)
-                lines.push_back("/accelerators/" + std::to_string(at) + "/bmc/sensors/" + std::to_string(n) +
-                                "/value: " + asked + " reads as " + shown + ", the nearest that the sensor can say");
-        }
-    }
-    return lines;
-}
-
 std::filesystem::path racks_folder()
 {
     // bin/ lies beside share/; libraries lie one or two folders deeper, as in lib/x86_64-linux-gnu/ivra-virtual.
@@ -565,15 +547,18 @@ std::filesystem::path rack_in_use()
     return racks_folder() / "showcase.json";
 }
 
-rack_t read_rack(const json::value_t& document, const std::filesystem::path& file)
+rack_t read_rack(const json::value_t& document, const std::filesystem::path& file, std::vector<std::string>* remarks)
 {
     // One rack has one folder, however its path is spelt.
     std::error_code ignored;
     const std::filesystem::path folder = std::filesystem::weakly_canonical(file, ignored).parent_path();
-    json::reading reading{file, {folder, racks_folder()}};
+    json::reading reading{
+        file, {folder, racks_folder()}, remarks == nullptr ? json::remarks_t::unwanted : json::remarks_t::wanted};
     rack_file_t rack;
     rack_codec.read({document, reading}, rack);
     reading.finish();
+    if (remarks != nullptr)
+        *remarks = reading.remarks();
     return {file, std::move(rack.accelerators)};
 }
 

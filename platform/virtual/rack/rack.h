@@ -119,8 +119,10 @@ rack_t load_rack(const std::filesystem::path& file);
 
 /// The same for a text that is in memory already; `file` names it in errors and becomes rack_t::file as it is.
 rack_t parse_rack(std::string_view text, const std::filesystem::path& file);
-/// The same for a document that has been parsed.
-rack_t read_rack(const json::value_t& document, const std::filesystem::path& file);
+/// The same for a document that has been parsed. Into `remarks`, unless it is null, come lines about what is no mistake
+/// and hardly meant, in the order of the file.
+rack_t read_rack(const json::value_t& document, const std::filesystem::path& file,
+                 std::vector<std::string>* remarks = nullptr);
 
 /// A rack file that says everything about `rack`, defaults included, and loads to the same accelerators.
 std::string expand(const rack_t& rack);
@@ -138,9 +140,6 @@ json::value_t rack_schema();
 
 /// What a rack is, for people.
 extern const char* const rack_sentence;
-
-/// What `check` says of a good rack: sensors that cannot show the value that the rack asks for.
-std::vector<std::string> warnings(const rack_t& rack);
 
 } // namespace ivra::virtual_platform
 

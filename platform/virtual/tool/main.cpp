@@ -48,10 +48,11 @@ void check_file(const std::string& file)
         print(printable(file) + ": good, " + count_of(fault_plan{document, file}.size(), "rule") + '\n');
         return;
     }
-    const rack_t rack = read_rack(document, file);
+    std::vector<std::string> remarks;
+    const rack_t rack = read_rack(document, file, &remarks);
     print(printable(file) + ": good, " + count_of(rack.accelerators.size(), "accelerator") + '\n');
-    for (const std::string& warning : warnings(rack))
-        print_error(file + ": " + warning);
+    for (const std::string& remark : remarks)
+        print_error(remark);
 }
 
 int check(const words_t& words)

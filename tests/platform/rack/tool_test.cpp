@@ -156,7 +156,7 @@ TEST_F(tool, check_takes_a_list_for_a_fault_plan)
     EXPECT_EQ(result.status, 1);
 }
 
-TEST_F(tool, check_warns_of_a_sensor_that_cannot_show_its_value)
+TEST_F(tool, check_remarks_a_sensor_that_cannot_show_its_value)
 {
     const fs::path rack = file("a.json", R"({"accelerators": [{"model": "x"}, {"model": "x", "bmc": {"sensors": [
         {"name": "a", "value": 12.03, "m": 63, "r_exp": -3}, {"name": "b", "value": 12.4},
@@ -169,7 +169,40 @@ TEST_F(tool, check_warns_of_a_sensor_that_cannot_show_its_value)
                               "2/value: -1.00 reads as 0.00, the nearest that the sensor can say\n");
 }
 
-TEST_F(tool, check_finds_nothing_to_warn_of_in_the_racks_that_come_with_it)
+TEST_F(tool, check_remarks_what_a_model_beside_the_rack_says_once)
+{
+    fs::create_directory(folder / "models");
+    const fs::path model =
+        file("models/mine.json", R"({"bmc": {"sensors": [{"name": "b", "value": 12.4}, {"name": "a", "value": 3}]}})");
+    const fs::path rack = file("a.json", R"({"accelerators": [{"model": "x"}, {"model": "mine"}, {"model": "mine"}]})");
+    const run_t result = run({"check", rack});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, rack.string() + ": good, 3 accelerators\n");
+    EXPECT_EQ(result.err, "ivra-virtual: " + rack.string() + ": /accelerators/1/model: " + model.string() +
+                              ": /bmc/sensors/0/value: 12.40 reads as 12.00, the nearest that the sensor can say\n");
+}
+
+TEST_F(tool, remarks_come_in_the_order_of_the_file_and_not_with_a_mistake)
+{
+    const std::string text = R"({"accelerators": [
+        {"bmc": {"sensors": [{"name": "a", "value": 1.5}, {"value": 2.5, "name": "b"}]}, "model": "x"},
+        {"model": "x", "bmc": {"sensors": [{"name": "c", "value": 3.5}]}, "mmios": 1}]})";
+    const fs::path good = file("good.json", text);
+    std::string mistaken = text;
+    const fs::path bad = file("bad.json", mistaken.replace(text.rfind("1}"), 1, "99"));
+    const run_t result = run({"check", good, bad});
+    const std::string place = "ivra-virtual: " + good.string() + ": /accelerators/";
+    EXPECT_EQ(result.out, good.string() + ": good, 2 accelerators\n");
+    EXPECT_EQ(result.err,
+              place + "0/bmc/sensors/0/value: 1.50 reads as 1.00, the nearest that the sensor can say\n" + place +
+                  "0/bmc/sensors/1/value: 2.50 reads as 2.00, the nearest that the sensor can say\n" + place +
+                  "1/bmc/sensors/0/value: 3.50 reads as 3.00, the nearest that the sensor can say\n"
+                  "ivra-virtual: " +
+                  bad.string() + ": /accelerators/1/mmios: expected a number of MMIO spaces, 0 to 16\n");
+    EXPECT_EQ(result.status, 1);
+}
+
+TEST_F(tool, check_finds_nothing_to_remark_in_the_racks_that_come_with_it)
 {
     std::size_t count = 0;
     for (const auto& entry : fs::directory_iterator{IVRA_RACKS}) {
