@@ -350,6 +350,24 @@ TEST_F(bmc, successive_reads_give_the_pieces_of_the_rack_and_each_answer_begins_
     });
 }
 
+TEST_F(bmc, a_piece_ends_with_its_answer)
+{
+    plug_bmc(R"({"depth": 64, "pieces": [20, 1]})");
+    run([] {
+        line_t line;
+        line.write(ask_device_id);
+        sleep_for(6 * byte_time + 5ms + 16 * byte_time - 1ns); // its last byte but one has come
+        EXPECT_THAT(line.read(), SizeIs(0));
+        sleep_for(1ns);
+        EXPECT_EQ(line.read(), device_id_frame) << "no more than these 17 will come";
+        line.write(ask_device_id);
+        line.write(ask_device_id);
+        sleep_for(1s);
+        EXPECT_EQ(line.read(), device_id_frame) << "3 bytes of the next answer are none of this piece";
+        EXPECT_EQ(line.read(), device_id_frame);
+    });
+}
+
 TEST_F(bmc, one_piece_can_fill_a_buffer_of_64_bytes)
 {
     plug_bmc(R"({"depth": 64, "pieces": [64], "fru": {"raw": ")" + std::string(2 * 58, '1') + R"("}})");
@@ -530,7 +548,7 @@ TEST_F(bmc, an_answer_can_be_late_or_never_come_or_be_cut_into_pieces)
     });
 }
 
-TEST_F(bmc, the_longest_latency_and_the_lastepped_clock_are_numbers_like_any_other)
+TEST_F(bmc, the_longest_latency_and_the_latest_clock_are_numbers_like_any_other)
 {
     plug_bmc(R"({"latency": "999999999.999999999 s"})");
     run([] {

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <initializer_list>
 #include <thread>
+#include <tuple>
 
 namespace ivra::platform_tests {
 
@@ -536,6 +537,63 @@ TEST_F(module_in_a_cage, a_cmis_module_has_its_lanes_in_page_11_as_the_standard_
         EXPECT_THAT(b.read(0x50, 170, 4), ElementsAre(0x03, 0xe8, 0x03, 0xe8)) << "bias: 8 mA are 1000 x 4 x 2 uA";
         EXPECT_THAT(b.read(0x50, 186, 2), ElementsAre(0x0b, 0xb8)) << "receive power";
     });
+}
+
+/// Ranges of bytes that take what is written to them, but for the one that selects the page, as "86-106 119-126".
+std::string writable(const bus& b, std::uint8_t device, unsigned first, unsigned last)
+{
+    std::string ranges;
+    bool was_writable = false;
+    for (unsigned at = first; at <= last + 1; ++at) {
+        bool is_writable = false;
+        if (const auto place = static_cast<std::uint8_t>(at); at <= last && at != 127) {
+            const std::uint8_t before = b.read(device, place, 1).front();
+            const auto other = static_cast<std::uint8_t>(~before);
+            b.write(device, place, {other});
+            is_writable = b.read(device, place, 1).front() == other;
+            b.write(device, place, {before});
+        }
+        if (is_writable && !was_writable)
+            ranges += (ranges.empty() ? "" : " ") + std::to_string(at);
+        else if (!is_writable && was_writable)
+            ranges += "-" + std::to_string(at - 1);
+        was_writable = is_writable;
+    }
+    return ranges;
+}
+
+TEST_F(module_in_a_cage, takes_control_passwords_and_the_users_bytes_from_its_host_and_no_others)
+{
+    plug_module("\"sfp-10g-sr\"");
+    use([](const bus& b) {
+        EXPECT_EQ(writable(b, 0x50, 0, 255), "");
+        EXPECT_EQ(writable(b, 0x51, 0, 255), "110-110 128-247");
+    });
+    struct row_t
+    {
+        std::uint8_t page;
+        const char* writable;
+    };
+    const std::tuple<const char*, const char*, std::vector<row_t>> modules[] = {
+        {R"({"map": "qsfp", "bytes": {"02:128": "00", "03:128": "00"}})", // SFF-8636
+         "86-106 119-126",
+         {{0x00, ""}, {0x02, "128-255"}, {0x03, "226-251"}}},
+        {R"({"map": "cmis", "bytes": {"02:128": "00", "03:128": "00", "04:128": "00", "10:128": "00"}})",
+         "26-26 31-36 118-126",
+         {{0x00, ""}, {0x01, ""}, {0x02, ""}, {0x03, "128-255"}, {0x04, ""}, {0x10, "128-255"}, {0x11, ""}}},
+    };
+    for (const auto& [json, lower, pages] : modules) {
+        SCOPED_TRACE(json);
+        plug_module(json);
+        use([&, &lower_page = lower, &upper_pages = pages](const bus& b) {
+            EXPECT_EQ(writable(b, 0x50, 0, 127), lower_page);
+            for (const row_t& row : upper_pages) {
+                b.write(0x50, 127, {row.page});
+                EXPECT_EQ(b.read(0x50, 127, 1).front(), row.page);
+                EXPECT_EQ(writable(b, 0x50, 128, 255), row.writable) << "page " << int{row.page};
+            }
+        });
+    }
 }
 
 TEST_F(module_in_a_cage, a_module_of_flat_memory_has_one_upper_page)

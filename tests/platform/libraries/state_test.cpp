@@ -1,11 +1,14 @@
 #include "story.h"
 
 #include "state/state.h"
+#include "support/process.h"
 
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <optional>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -153,9 +156,59 @@ TEST_F(board_state, belongs_to_one_rack_file)
     expect_value(1);
 }
 
+TEST_F(board_state, what_a_device_reads_and_changes_in_one_go_waits_for_another_process_at_it)
+{
+    plug({R"({"model": "xilinx_u200", "uid": "0000:01:00.0", "bmc": {}, "i2c": {"cages": ["qsfp28-sr4"]}})"});
+    run([] { const opened board; });
+    const struct
+    {
+        const char* file;
+        void (*use)(const opened& board);
+    } rows[] = {
+        {"registers", [](const opened& board) { write_word(board.core(475), 0x20010, 1); }},
+        {"bmc",
+         [](const opened& board) {
+             ivra_uart* uart = ivra_uart_create(board.root);
+             const std::uint8_t byte = 0xa0;
+             EXPECT_EQ(ivra_uart_write_all(uart, &byte, 1, 100), 0);
+             ivra_uart_destroy(uart);
+         }},
+        {"bmc",
+         [](const opened& board) {
+             ivra_uart* uart = ivra_uart_create(board.root);
+             std::uint8_t byte = 0;
+             EXPECT_EQ(ivra_uart_read(uart, &byte, 1), 0);
+             ivra_uart_destroy(uart);
+         }},
+        {"i2c",
+         [](const opened& board) {
+             ivra_i2c* i2c = ivra_i2c_create(board.root);
+             ivra_i2c_bus* bus = ivra_i2c_get_bus(i2c, 0);
+             std::uint8_t byte = 0;
+             EXPECT_FAILS(-1, ENXIO, ivra_i2c_bus_read(bus, 0x50, &byte, 1));
+             ivra_i2c_bus_destroy(bus);
+             ivra_i2c_destroy(i2c);
+         }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.file);
+        const fs::path path = board_folder() / row.file;
+        const vp::mapped_file file{vp::open_own_file(AT_FDCWD, path.c_str(), path, O_RDWR), path,
+                                   vp::file_access::read_write};
+        std::optional<vp::file_lock> lock{file};
+        tests::running_t user{[&row] {
+            const opened board;
+            row.use(board);
+        }};
+        EXPECT_TRUE(user.waits_for_a_lock());
+        lock.reset();
+        EXPECT_EQ(user.end(), tests::says(""));
+    }
+}
+
 TEST_F(board_state, that_is_damaged_starts_anew_with_a_line_in_the_log)
 {
-    for (const char* file : {"origin", "flash", "registers"}) {
+    for (const char* file : {"origin", "flash", "registers", "bmc", "i2c", "parameters"}) {
         for (const bool removed : {true, false}) {
             write_value(1);
             if (removed)

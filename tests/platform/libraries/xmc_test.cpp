@@ -437,11 +437,15 @@ TEST_F(xmc, two_on_one_board_know_nothing_of_each_other)
     plug_xmc(R"([{"card": {"raw": "01"}}, {"card": {"raw": "02"}}])");
     run([] {
         const opened board;
+        ivra_hw_core* first = board.core(475, 0);
         ivra_hw_core* second = board.core(475, 1);
         write_word(second, reset, 1);
         sleep_for(2s);
-        EXPECT_EQ(read_word(board.core(475, 0), status), 0U);
+        EXPECT_EQ(read_word(first, status), 0U);
         EXPECT_EQ(card_information(second), "\2");
+        write_word(first, reset, 1);
+        EXPECT_EQ(read_word(first, status), 0U) << "its time begins now";
+        EXPECT_EQ(read_word(second, status), 0x13018801U) << "its own goes on";
         EXPECT_EQ(card_information(started(board)), "\1");
     });
 }

@@ -255,6 +255,24 @@ TEST_F(tool, show_tells_what_a_used_board_remembers)
                 HasSubstr(shown_boards("  holds data in 1 sector", "used, flash holds data in 1 sector")));
 }
 
+TEST_F(tool, show_tells_of_each_section_in_how_many_sectors_it_holds_data)
+{
+    const fs::path rack = file("rack.json", R"({"accelerators": [{"model": "xilinx_u200", "flash": {
+        "size": "64 KiB", "sector": "4 KiB", "sections": [
+            {"name": "A", "start": "0x0", "size": "0x1000"}, {"name": "B", "start": "0x1000", "size": "0x1800"},
+            {"name": "C", "start": "0x2800", "size": "0x800"}, {"name": "D", "start": "0x3000", "size": "0x1000"}]}}]})");
+    use_board(rack, 0, [](vp::board_state& board) {
+        const std::uint8_t bytes[] = {1, 2, 3};
+        board.flash().write(0x1ffe, bytes); // the end of one sector, and the beginning of one that B and C share
+    });
+    EXPECT_THAT(run({"show", rack}).out, HasSubstr("   Flash          64 KiB in sectors of 4 KiB\n"
+                                                   "                  A  0x0000 - 0x0fff\n"
+                                                   "                  B  0x1000 - 0x27ff  holds data in 2 sectors\n"
+                                                   "                  C  0x2800 - 0x2fff  holds data in 1 sector\n"
+                                                   "                  D  0x3000 - 0x3fff\n"
+                                                   "   Cores"));
+}
+
 TEST_F(tool, show_tells_how_far_an_xmc_is)
 {
     const fs::path rack = file("rack.json", R"({"accelerators": [{"model": "xilinx_u50", "xmc": [
