@@ -1,5 +1,7 @@
 #include "rack/model.h"
 
+#include "json/names.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -14,6 +16,8 @@ namespace {
 
 namespace codec = json::codec;
 namespace fs = std::filesystem;
+
+constexpr const char* models_folder = "models";
 
 std::string upper_case(std::string text)
 {
@@ -48,11 +52,14 @@ bool is_file_name(std::string_view name)
     return !name.empty() && name.size() <= longest && name.find_first_not_of(letters) == std::string_view::npos;
 }
 
-bool has_eeprom(const i2c_t& i2c)
+/// A name that is none of a model is mostly meant so.
+void remark_on_name(const json::node_t& node, const std::string& name)
 {
-    return std::ranges::any_of(i2c.buses, [](const i2c_bus_t& bus) {
-        return std::ranges::count(bus.devices, i2c_kind_t::mac_eeprom, &i2c_device_t::kind) != 0;
-    });
+    if (node.reading().wanted() == json::remarks_t::unwanted)
+        return;
+    const std::vector<std::string> known = json::names_in(node.reading().folders(), models_folder);
+    if (const std::vector<std::string_view> close = json::close_names(known, name); !close.empty())
+        node.remark("no model of this name; is " + codec::enumeration(close) + " meant?");
 }
 
 /// Reads what the model says of a device over its defaults. Throws file_error.
@@ -83,7 +90,7 @@ bmc_t default_bmc(const model_t& model, std::size_t position)
 i2c_t default_i2c(const model_t& model, std::size_t position)
 {
     i2c_t i2c;
-    if (model.i2c && has_eeprom(*model.i2c))
+    if (model.i2c && reaches(*model.i2c, i2c_kind_t::mac_eeprom))
         i2c.mac_eeprom = formatted("MAC=02:00:02:%02zx:%02zx:00", position >> 8U & 0xffU, position & 0xffU);
     overlay(model, "i2c", i2c, i2c_codec);
     i2c.cages.resize(fewest_cages(model));
@@ -119,9 +126,12 @@ const model_t& models::find(const json::node_t& node, const std::string& name)
         return known->second;
     model_t& model = models_[name];
     model.board = name;
-    const auto file = is_file_name(name) ? node.reading().find("models/" + name + ".json") : std::nullopt;
-    if (!file)
+    const auto file =
+        is_file_name(name) ? node.reading().find(fs::path{models_folder} / (name + ".json")) : std::nullopt;
+    if (!file) {
+        remark_on_name(node, name);
         return model;
+    }
     std::error_code ignored;
     try {
         const std::string text = read_file(*file);
@@ -146,13 +156,7 @@ const model_t& models::find(const json::node_t& node, const std::string& name)
 
 std::vector<std::string> known_models()
 {
-    std::vector<std::string> names;
-    std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator{racks_folder() / "models", ignored})
-        if (entry.path().extension() == ".json")
-            names.push_back(entry.path().stem());
-    std::ranges::sort(names);
-    return names;
+    return json::names_in({racks_folder()}, models_folder);
 }
 
 accelerator_t default_accelerator(const model_t& model, std::size_t position)

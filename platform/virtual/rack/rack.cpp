@@ -386,6 +386,32 @@ void settle(const json::node_t& node, const model_t& model, accelerator_t& accel
         accelerator.i2c = {};
 }
 
+/// What a rack says of a board can be more than its model has.
+void remark_on_model(const json::node_t& node, const model_t& model, const std::string& name)
+{
+    // Cores that are spelt out say themselves what the design has.
+    if (model.file.empty() || json::find(node.value(), "cores") != nullptr)
+        return;
+    const struct
+    {
+        const char* name;
+        bool is_there;
+    } devices[] = {{"i2c", model.i2c.has_value()}, {"bmc", model.bmc.has_value()}, {"xmc", model.xmc.has_value()}};
+    for (const auto& device : devices)
+        if (!node.value_at({device.name}).is_null() && !device.is_there)
+            node.remark_at({device.name}, "the model " + name + " has none");
+}
+
+void remark_on_sensors(const json::node_t& xmc, const model_t& model, const std::string& name)
+{
+    const json::member_t* const said = json::find(xmc.value(), "sensors");
+    if (said == nullptr || !model.xmc || model.xmc->sensors.empty())
+        return;
+    for (const json::member_t& sensor : *said->value.as<json::object_t>())
+        if (std::ranges::count(model.xmc->sensors, sensor.name, &xmc_sensor_t::name) == 0)
+            xmc.remark_at({"sensors", std::string_view{sensor.name}}, "the model " + name + " has no such sensor");
+}
+
 /// Reads an accelerator over what its model has.
 struct accelerator_codec
 {
@@ -410,8 +436,19 @@ struct accelerator_codec
             accelerator.xmcs.push_back(default_xmc(model, node.index(), number));
         members.read(node, accelerator);
         accelerator.text = json::compact(node.value()) + known->text(model_name) + node.reading().take_opened();
-        if (!node.reading().is_beyond_mistake(node.value().end))
-            settle(node, model, accelerator);
+        if (node.reading().is_beyond_mistake(node.value().end))
+            return;
+        settle(node, model, accelerator);
+        if (node.reading().wanted() == json::remarks_t::unwanted)
+            return;
+        remark_on_model(node, model, model_name);
+        if (said == nullptr)
+            return;
+        const json::node_t xmc = node.below(*said);
+        if (several == nullptr)
+            remark_on_sensors(xmc, model, model_name);
+        for (std::size_t number = 0; several != nullptr && number < several->size(); ++number)
+            remark_on_sensors(xmc.below(*several, number), model, model_name);
     }
     static json::value_t write(const accelerator_t& accelerator) { return members.write(accelerator); }
     static json::value_t schema() { return members.schema(); }

@@ -155,8 +155,9 @@ constexpr command_t commands[] = {
     {"check", "FILE...", "Say whether racks and fault plans are good",
      "Reads each rack or fault plan and checks it. The first mistake of each is\n"
      "said on standard error: the file, the place in it, and what was expected\n"
-     "there. So is a sensor of a good rack that cannot show the value that it asks\n"
-     "for. The exit status is 0 when every file is good, else 1.\n",
+     "there. So is what is good but hardly meant: a value that a sensor cannot show,\n"
+     "a device that nobody can reach, a model that is almost a known one. The exit\n"
+     "status is 0 when every file is good, else 1.\n",
      1, any_number, false, false, &check},
     {"show", "RACK", "Show what is plugged where, and its state now",
      "Shows every accelerator of the rack: what it is, what its flash and its\n"

@@ -202,6 +202,103 @@ TEST_F(tool, remarks_come_in_the_order_of_the_file_and_not_with_a_mistake)
     EXPECT_EQ(result.status, 1);
 }
 
+TEST_F(tool, check_remarks_what_the_model_of_a_board_does_not_have)
+{
+    const fs::path rack = file("a.json", R"({"accelerators": [
+        {"model": "bittware_xupp3r", "xmc": {"dead_link": true}, "bmc": {}},
+        {"model": "m48l_xcvu7p", "xmc": null, "i2c": {}},
+        {"model": "xilinx_u50", "bmc": {"silent": true}, "xmc": [{"sensors": {"VCCINT": [1, 2, 3]}},
+            {"sensors": {"FAN_SPEED": [0, 0, 0], "HBM_TEMP1": [4, 5, 6], "DIMM_TEMP0": [7, 8, 9]}}]},
+        {"model": "xilinx_u50", "xmc": {"sensors": {"12V_AUX": [1, 2, 3]}}},
+        {"model": "xilinx_u50", "cores": [{"hardware_id": 48, "address": 0, "size": 4}], "bmc": {}},
+        {"model": "nobodys", "bmc": {}, "i2c": {}, "xmc": {"sensors": {"FAN_SPEED": [0, 0, 0]}}}]})");
+    const run_t result = run({"check", rack});
+    EXPECT_EQ(result.out, rack.string() + ": good, 6 accelerators\n");
+    const std::string place = "ivra-virtual: " + rack.string() + ": /accelerators/";
+    EXPECT_EQ(result.err, place + "0/xmc: the model bittware_xupp3r has none\n" + place +
+                              "1/i2c: the model m48l_xcvu7p has none\n" + place +
+                              "2/bmc: the model xilinx_u50 has none\n" + place +
+                              "2/xmc/1/sensors/FAN_SPEED: the model xilinx_u50 has no such sensor\n" + place +
+                              "2/xmc/1/sensors/DIMM_TEMP0: the model xilinx_u50 has no such sensor\n" + place +
+                              "3/xmc/sensors/12V_AUX: the model xilinx_u50 has no such sensor\n");
+    EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(tool, check_remarks_a_device_that_nobody_can_reach)
+{
+    const fs::path rack = file("a.json", R"({"accelerators": [
+        {"model": "xilinx_u200", "i2c": {"mac_eeprom": "MAC", "cages": ["empty", "qsfp28-sr4"]}},
+        {"model": "bittware_xupvv8", "i2c": {"pins": 2, "mac_eeprom": "MAC", "cages": ["empty", "empty", "qsfp28-sr4"],
+            "buses": [{"index": 0, "devices": [
+                {"device": "multiplexer", "address": "0x70"},
+                {"device": "multiplexer", "address": "0x72", "pin": 1},
+                {"device": "mac_eeprom", "address": "0x50", "pin": 2},
+                {"device": "cage", "number": 0, "behind": ["0x72", "0x00"]},
+                {"device": "cage", "number": 1, "behind": ["0x72", 255]}]}]}},
+        {"model": "bittware_xupvv8", "i2c": {"buses": []}},
+        {"model": "bittware_xupvv8", "i2c": {"mac_eeprom": null, "buses": []}}]})");
+    const run_t result = run({"check", rack});
+    EXPECT_EQ(result.out, rack.string() + ": good, 4 accelerators\n");
+    const std::string place = "ivra-virtual: " + rack.string() + ": /accelerators/";
+    EXPECT_EQ(result.err, place + "0/i2c/mac_eeprom: no bus has a mac_eeprom, so nobody can read it\n" + place +
+                              "1/i2c/cages/2: no bus has cage 2, so nobody can read its module\n" + place +
+                              "1/i2c/buses/0/devices/2/pin: it never answers, as there is no such pin: there are 2\n" +
+                              place + "1/i2c/buses/0/devices/3/behind/1: it never answers, as this is no channel\n");
+    EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(tool, check_asks_whether_a_known_model_is_meant)
+{
+    fs::create_directory(folder / "models");
+    file("models/nl-9.json", "{}");
+    std::string accelerators;
+    const char* const names[] = {"xilinx_u200", "xilinx_u20",   "Xilinx_U200", "xilinx-u55", "u200", "bitware_xup3r",
+                                 "nl-9",        "NL_9",         "nl9",         "nl",         "acme", "xilinx_u280",
+                                 "xilinx_u20",  "xilinx_u200x", "unknown",     "xilinx",     "u",    ""};
+    for (const char* name : names)
+        accelerators += (accelerators.empty() ? "" : ", ") + std::string{R"({"model": ")"} + name + "\"}";
+    const fs::path rack = file("a.json", R"({"accelerators": [)" + accelerators + "]}");
+    const run_t result = run({"check", rack});
+    EXPECT_EQ(result.out, rack.string() + ": good, 18 accelerators\n");
+    std::string expected;
+    const std::pair<int, const char*> meant[] = {
+        {1, "xilinx_u200, xilinx_u250 or xilinx_u50"},
+        {2, "xilinx_u200"},
+        {3, "xilinx_u50 or xilinx_u55c"},
+        {4, "xilinx_u200"},
+        {5, "bittware_xupp3r"},
+        {7, "nl-9"},
+        {8, "nl-9"},
+        {11, "xilinx_u200 or xilinx_u250"},
+        {13, "xilinx_u200"},
+    };
+    for (const auto& [index, names_meant] : meant)
+        expected += "ivra-virtual: " + rack.string() + ": /accelerators/" + std::to_string(index) +
+                    "/model: no model of this name; is " + names_meant + " meant?\n";
+    EXPECT_EQ(result.err, expected);
+    EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(tool, check_lists_the_modules_that_there_are_where_one_is_not_found)
+{
+    fs::create_directory(folder / "modules");
+    file("modules/mine.json", "{}");
+    file("modules/qsfp-lr4.json", "{}");
+    file("modules/notes.txt", "");
+    const fs::path rack =
+        file("a.json", R"({"accelerators": [{"model": "xilinx_u200", "i2c": {"cages": ["empty", "qsfp28-sr"]}}]})");
+    const run_t result = run({"check", rack});
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(
+        result.err,
+        "ivra-virtual: " + rack.string() +
+            ": /accelerators/0/i2c/cages/1: expected a module: there is no modules/qsfp28-sr.json beside the rack, "
+            "nor among the racks that come with the platform; there are qsfp28-sr4, mine, prototype, qsfp-lr4, "
+            "qsfp-plus-cmis, qsfp28-copper, qsfpdd-copper, qsfpdd-dr4, qsfpdd-flat, qsfpdd-zr, sfp-10g-lr, "
+            "sfp-10g-sr, sfp-dark-receiver, sfp-external-calibration, sfp-no-diagnostics\n");
+    EXPECT_EQ(result.status, 1);
+}
+
 TEST_F(tool, check_finds_nothing_to_remark_in_the_racks_that_come_with_it)
 {
     std::size_t count = 0;

@@ -13,6 +13,7 @@ namespace {
 namespace codec = json::codec;
 
 using enum i2c_kind_t;
+using namespace std::string_literals;
 
 constexpr codec::name_t<i2c_kind_t> kinds[] = {
     {"cage", cage}, {"multiplexer", multiplexer}, {"mac_eeprom", mac_eeprom}, {"clock_generator", clock_generator}};
@@ -96,6 +97,10 @@ static void describe(auto& visit, i2c_t& i2c)
         visit("buses", i2c.buses,
               codec::list{"a list of at most 256 buses, in index order",
                           codec::record<i2c_bus_t>{R"(a bus: { "index": 0, "devices": [ ... ] })"}, 256});
+    visit.remark({"mac_eeprom"}, [&] {
+        return visit.gives("mac_eeprom") && !reaches(i2c, mac_eeprom) ? "no bus has a mac_eeprom, so nobody can read it"
+                                                                      : ""s;
+    });
     if (!are_buses_said)
         return;
     number_multiplexers(i2c.buses);
@@ -108,8 +113,31 @@ static void describe(auto& visit, i2c_t& i2c)
             visit.check({"buses", bus, "devices", at, "number"},
                         device.kind != cage || device.number < i2c.cages.size(),
                         "less than " + std::to_string(i2c.cages.size()) + ", the number of cages");
+            visit.remark({"buses", bus, "devices", at, "pin"}, [&] {
+                return device.pin && *device.pin >= i2c.pins
+                           ? "it never answers, as there is no such pin: there are " + std::to_string(i2c.pins)
+                           : "";
+            });
+            visit.remark({"buses", bus, "devices", at, "behind", std::size_t{1}}, [&] {
+                return device.behind && device.behind->channels == 0 ? "it never answers, as this is no channel" : ""s;
+            });
         }
     }
+    for (std::size_t number = 0; number < i2c.cages.size(); ++number)
+        visit.remark({"cages", number}, [&] {
+            return i2c.cages[number].module && !reaches(i2c, cage, number)
+                       ? "no bus has cage " + std::to_string(number) + ", so nobody can read its module"
+                       : "";
+        });
+}
+
+bool reaches(const i2c_t& i2c, i2c_kind_t kind, std::size_t number)
+{
+    return std::ranges::any_of(i2c.buses, [&](const i2c_bus_t& bus) {
+        return std::ranges::any_of(bus.devices, [&](const i2c_device_t& device) {
+            return device.kind == kind && (kind != cage || device.number == number);
+        });
+    });
 }
 
 const i2c_device_t& multiplexer_of(const i2c_bus_t& bus, const i2c_behind_t& behind)

@@ -60,6 +60,9 @@ struct i2c_t
     bool operator==(const i2c_t&) const = default;
 };
 
+/// Whether a device of this kind, or the cage of this number, is on a bus.
+bool reaches(const i2c_t& i2c, i2c_kind_t kind, std::size_t cage = 0);
+
 inline constexpr unsigned most_i2c_pins = 32;
 
 /// The multiplexer that something on the bus is behind.

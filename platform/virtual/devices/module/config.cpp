@@ -2,6 +2,7 @@
 
 #include "devices/module/captured.h"
 #include "json/describe.h"
+#include "json/names.h"
 #include "json/text.h"
 
 #include <algorithm>
@@ -716,6 +717,21 @@ void read_other_file(const json::node_t& node, const fs::path& file, Read read)
     }
 }
 
+/// The names of the modules that there are, and first those that `name` may be a slip of.
+std::string other_names(const json::node_t& node, const std::string& name)
+{
+    const std::vector<std::string> known = json::names_in(node.reading().folders(), "modules");
+    std::vector<std::string_view> names = json::close_names(known, name);
+    const std::vector<std::string_view> close = names;
+    for (const std::string& other : known)
+        if (std::ranges::find(close, other) == close.end())
+            names.emplace_back(other);
+    std::string list;
+    for (const std::string_view other : names)
+        list += (list.empty() ? "" : ", ") + std::string{other};
+    return list.empty() ? "none" : list;
+}
+
 module_t named_module(const json::node_t& node, const std::string& name)
 {
     module_t module;
@@ -723,7 +739,8 @@ module_t named_module(const json::node_t& node, const std::string& name)
     const auto path = node.reading().find(file);
     if (!path)
         return node.expected("a module: there is no " + file +
-                             " beside the rack, nor among the racks that come with the platform"),
+                             " beside the rack, nor among the racks that come with the platform; there are " +
+                             other_names(node, name)),
                module;
     read_other_file(node, *path, [&](const std::string& text) {
         const json::value_t document = json::parse(text, *path, module_file.what);
