@@ -82,7 +82,7 @@ TEST(show_flash, calls_a_section_without_a_name_unknown)
 std::string ranges(const std::string& start)
 {
     rack_t rack;
-    rack.plug("m48l_xcvu7p", {{"flash", R"({"size": "4 GiB", "sector": "16", "sections": [
+    rack.plug("m48l_xcvu7p", {{"flash", R"({"size": "4 GiB", "sector": 16, "sections": [
         {"name": "PGM",    "start": "0x0", "size": "0x1"},
         {"name": "USR",    "start": "0x1", "size": "0x1"},
         {"name": "PARAMS", "start": "0x2", "size": "0x1"},
@@ -150,8 +150,7 @@ TEST(show_flash, shows_an_unreadable_section_as_an_error_and_goes_on)
 TEST(show_flash, leaves_an_unreadable_start_address_out_of_the_column_width)
 {
     rack_t rack;
-    rack.plug("m48l_xcvu7p",
-              {{"flash", flash("0x10000", usual + R"(, {"name": "X", "start": "0xa000", "size": "1"})")}});
+    rack.plug("m48l_xcvu7p", {{"flash", flash("0x10000", usual + R"(, {"name": "X", "start": "0xa000", "size": 1})")}});
     rack.faults(R"({"call": "ivra_flash_get_section_start_address", "nth": 5, "errno": "EIO"})");
     EXPECT_NE(rack.run("show flash").out.find("\t\tX     : 0xa000 - 0xa000\n"), std::string::npos);
 }

@@ -94,6 +94,13 @@ std::optional<std::uint64_t> hex_number(std::string_view text, std::size_t most_
     return digits.empty() || !text.empty() ? std::nullopt : std::optional{parse_digits(digits, 16)};
 }
 
+/// Whether it is a text that may be meant as decimal or as hexadecimal.
+bool are_digits(const node_t& node)
+{
+    const auto* text = node.as<std::string>();
+    return text != nullptr && !text->empty() && consists_of(*text, hexadecimal_digits);
+}
+
 value_t number(std::uint64_t value)
 {
     return {value};
@@ -221,7 +228,7 @@ bool code::read_wide(const node_t& node, std::uint64_t& value) const
     else if (const auto* text = node.as<std::string>())
         said = hex_number(*text, (bits + 3) / 4);
     if (!said || *said >> bits != 0)
-        return node.expected(sentence()), false;
+        return node.expected(sentence() + (are_digits(node) ? "; a text of digits begins with 0x" : "")), false;
     value = *said;
     return true;
 }
@@ -252,7 +259,7 @@ void size_t_::read(const node_t& node, std::uint64_t& value)
         std::string_view name;
         unsigned shift;
     };
-    static constexpr unit_t units[] = {{"", 0}, {"bytes", 0}, {"KiB", 10}, {"MiB", 20}, {"GiB", 30}};
+    static constexpr unit_t units[] = {{"bytes", 0}, {"KiB", 10}, {"MiB", 20}, {"GiB", 30}};
     constexpr std::uint64_t largest_number = std::numeric_limits<std::int64_t>::max();
     if (const auto* said = node.as<std::uint64_t>(); said != nullptr && *said <= largest_number) {
         value = *said;
@@ -274,7 +281,7 @@ void size_t_::read(const node_t& node, std::uint64_t& value)
             return;
         }
     }
-    node.expected(sentence());
+    node.expected(sentence() + (are_digits(node) ? "; a text of digits begins with 0x or ends with a unit" : ""));
 }
 
 value_t size_t_::write(std::uint64_t value)
@@ -287,7 +294,7 @@ value_t size_t_::schema()
     return schema_of(sentence(), {"integer", "string"},
                      {{"minimum", number(0)},
                       {"maximum", number(std::numeric_limits<std::int64_t>::max())},
-                      {"pattern", pattern("^(0x[0-9a-fA-F]{1,16}|[0-9]{1,19}( ?(bytes|KiB|MiB|GiB))?)$")}});
+                      {"pattern", pattern("^(0x[0-9a-fA-F]{1,16}|[0-9]{1,19} ?(bytes|KiB|MiB|GiB))$")}});
 }
 
 value_t address_t::write(std::uint64_t value)

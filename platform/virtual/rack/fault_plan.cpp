@@ -27,7 +27,7 @@ struct keyword
     using rows_t = std::vector<std::pair<std::string, T>>;
 
     const char* what;
-    rows_t (*rows)();
+    const rows_t& (*rows)();
 
     std::string sentence() const { return what; }
     void read(const json::node_t& node, T& value) const
@@ -49,41 +49,56 @@ struct keyword
     }
 };
 
-constexpr keyword<const call_row_t*> call_name{"the name of a platform call", [] {
-                                                   keyword<const call_row_t*>::rows_t rows;
-                                                   for (const call_row_t& row : calls)
-                                                       rows.emplace_back(row.name, &row);
-                                                   return rows;
-                                               }};
+keyword<const call_row_t*>::rows_t call_rows()
+{
+    keyword<const call_row_t*>::rows_t rows;
+    for (const call_row_t& row : calls)
+        rows.emplace_back(row.name, &row);
+    return rows;
+}
 
-constexpr keyword<int> error_number{
-    "the name of an error number, such as \"EIO\", or \"0\"", [] {
-        keyword<int>::rows_t rows{{"0", 0},
-                                  {"EWOULDBLOCK", EWOULDBLOCK},
-                                  {"EDEADLOCK", EDEADLOCK},
-                                  {"ENOTSUP", ENOTSUP},
-                                  {"EOPNOTSUPP", EOPNOTSUPP}};
-        constexpr int highest = 133; // EHWPOISON
-        for (int error = 1; error <= highest; ++error)
-            if (const char* symbol = ::strerrorname_np(error);
-                symbol != nullptr &&
-                std::ranges::find(rows, symbol, &keyword<int>::rows_t::value_type::first) == rows.end())
-                rows.emplace_back(symbol, error);
-        return rows;
-    }};
+keyword<int>::rows_t error_rows()
+{
+    keyword<int>::rows_t rows{{"0", 0},
+                              {"EWOULDBLOCK", EWOULDBLOCK},
+                              {"EDEADLOCK", EDEADLOCK},
+                              {"ENOTSUP", ENOTSUP},
+                              {"EOPNOTSUPP", EOPNOTSUPP}};
+    constexpr int highest = 133; // EHWPOISON
+    for (int error = 1; error <= highest; ++error)
+        if (const char* symbol = ::strerrorname_np(error);
+            symbol != nullptr &&
+            std::ranges::find(rows, symbol, &keyword<int>::rows_t::value_type::first) == rows.end())
+            rows.emplace_back(symbol, error);
+    return rows;
+}
 
-constexpr keyword<int> signal_name{"the name of a signal, such as \"SIGINT\"", [] {
-                                       keyword<int>::rows_t rows;
-                                       for (int signal = 1; signal < SIGRTMIN; ++signal)
-                                           if (const char* abbreviation = ::sigabbrev_np(signal))
-                                               rows.emplace_back(std::string{"SIG"} + abbreviation, signal);
-                                       return rows;
-                                   }};
+keyword<int>::rows_t signal_rows()
+{
+    keyword<int>::rows_t rows;
+    for (int signal = 1; signal < SIGRTMIN; ++signal)
+        if (const char* abbreviation = ::sigabbrev_np(signal))
+            rows.emplace_back(std::string{"SIG"} + abbreviation, signal);
+    return rows;
+}
 
-constexpr keyword<fault_moment_t> moment{
-    "\"before\" or \"after\"", [] {
-        return keyword<fault_moment_t>::rows_t{{"before", fault_moment_t::before}, {"after", fault_moment_t::after}};
-    }};
+keyword<fault_moment_t>::rows_t moment_rows()
+{
+    return {{"before", fault_moment_t::before}, {"after", fault_moment_t::after}};
+}
+
+/// What a function makes, made once.
+template <auto make>
+const auto& once()
+{
+    static const auto made = make();
+    return made;
+}
+
+constexpr keyword<const call_row_t*> call_name{"the name of a platform call", &once<&call_rows>};
+constexpr keyword<int> error_number{"the name of an error number, such as \"EIO\", or \"0\"", &once<&error_rows>};
+constexpr keyword<int> signal_name{"the name of a signal, such as \"SIGINT\"", &once<&signal_rows>};
+constexpr keyword<fault_moment_t> moment{"\"before\" or \"after\"", &once<&moment_rows>};
 
 // ---- other values ----
 

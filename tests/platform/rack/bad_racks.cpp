@@ -32,6 +32,9 @@ std::string hex_of(std::size_t most)
 
 const std::string bytes_expected = R"(a number of bytes such as 4096, "0x1000", "64 KiB" or "128 MiB")";
 const std::string word_expected = R"(a 32-bit number such as 475 or "0x1db")";
+/// What is added for digits that may be decimal or hexadecimal.
+const std::string digits = "; a text of digits begins with 0x";
+const std::string size_digits = "; a text of digits begins with 0x or ends with a unit";
 
 const std::string duration_expected = R"(a time such as "1.5 s", "30 ms" or "50 us", or "never")";
 const std::string card_text_expected =
@@ -599,6 +602,37 @@ const std::vector<bad_rack_t>& bad_racks()
          "/accelerators/0/bmc/answers: expected a list of at most 64 rules about answers", schema},
         {"no BMC, and its core", rack_with(R"("bmc": null, "cores": [{"hardware_id": 48, "address": 0, "size": 4}])"),
          R"(/accelerators/0/bmc: expected {}, as "cores" has one with the hardware_id 48)", code},
+
+        // ---- decimal or hexadecimal? ----
+        {"an address as a text of digits", core_with(R"("hardware_id": 1, "address": "1000", "size": 4)"),
+         "/accelerators/0/cores/0/address: expected " + bytes_expected + size_digits, schema},
+        {"a size as a text of digits", flash_with(R"("size": "134217728")"), "/accelerators/0/flash/size: expected " + bytes_expected + size_digits, schema},
+        {"a start as hexadecimal digits alone", section_with(R"("start": "7fc0000", "size": 1)"),
+         "/accelerators/0/flash/sections/0/start: expected " + bytes_expected + size_digits, schema},
+        {"a hardware identifier as a text of digits", core_with(R"("hardware_id": "475", "address": 0, "size": 4)"),
+         "/accelerators/0/cores/0/hardware_id: expected " + word_expected + digits, schema},
+        {"a register's offset as a text of digits", core_with(R"("hardware_id": 1, "address": 0, "size": 64, "registers": {"16": 1})"),
+         "/accelerators/0/cores/0/registers/16: expected an offset such as 0x10, a multiple of 4 and less than 0x40", code},
+        {"a register's value as a text of digits", core_with(R"("hardware_id": 1, "address": 0, "size": 64, "registers": {"0x10": "1"})"),
+         "/accelerators/0/cores/0/registers/0x10: expected " + word_expected + digits, schema},
+        {"a bus address as a text of digits", device_with(R"("device": "multiplexer", "address": "74")"),
+         R"(/accelerators/0/i2c/buses/0/devices/0/address: expected an address of 7 bits, such as 114 or "0x72")" + digits, schema},
+        {"a mask of channels as a text of digits",
+         device_with(R"("device": "multiplexer", "address": "0x74"}, {"device": "cage", "number": 0, "behind": ["0x74", "10"])"),
+         R"(/accelerators/0/i2c/buses/0/devices/1/behind/1: expected a number from 0 to 255, such as 33 or "0x21")" + digits, schema},
+        {"an error as a text of digits", xmc_with(R"("error": "33")"), "/accelerators/0/xmc/error: expected " + word_expected + digits, schema},
+        {"a key as a text of digits", card_with(R"("extra": [{"key": "33", "value": ""}])"),
+         R"(/accelerators/0/xmc/card/extra/0/key: expected a number from 0 to 255, such as 33 or "0x21")" + digits, schema},
+        {"a boot image as a text of digits", bmc_with(R"("boot_image": "4")"), "/accelerators/0/bmc/boot_image: expected " + boot_image_expected + digits, schema},
+        {"a code as a text of digits", bmc_answer_with(R"("to": "", "code": "192")"),
+         R"(/accelerators/0/bmc/answers/0/code: expected a number from 0 to 255, such as 33 or "0x21")" + digits, schema},
+        {"an identifier as a text of digits", module_with(R"("map": "qsfp", "identifier": "17")"),
+         R"(/accelerators/0/i2c/cages/0/identifier: expected a number from 0 to 255, such as 33 or "0x21")" + digits, schema},
+        {"a byte's place in hexadecimal", module_with(R"("map": "sfp", "bytes": {"A2:0x6e": "02"})"),
+         "/accelerators/0/i2c/cages/0/bytes/A2:0x6e: expected a byte of an SFP such as A0:92 or A2:110", code},
+        {"a byte with 0x", module_with(R"("map": "qsfp", "bytes": {"26": "0x02"})"), "/accelerators/0/i2c/cages/0/bytes/26: expected " + hex_of(4096), schema},
+        {"a page with 0x", module_with(R"("dump": "a.hex", "page": "0x11")"), "/accelerators/0/i2c/cages/0/page: expected " + dump_page_expected, schema},
+        {"a page as a number", module_with(R"("dump": "a.hex", "page": 11)"), "/accelerators/0/i2c/cages/0/page: expected " + dump_page_expected, schema},
 
         // ---- several ----
         {"the first of several", R"({"accelerators": [{"model": "a", "mmios": 99}, {"model": 1}]})",

@@ -57,7 +57,7 @@ TEST(rack, everything_that_a_rack_says_arrives)
         "flash": {"size": "1 MiB", "sector": 4096, "sections": [
             {"start": 0, "size": "64 KiB"},
             {"name": null, "start": "0x10000", "size": "512 bytes", "protected": true},
-            {"name": "PARAMS", "start": "131072", "size": "1KiB", "protected": false}]},
+            {"name": "PARAMS", "start": 131072, "size": "1KiB", "protected": false}]},
         "mmios": 3,
         "cores": [{"hardware_id": "0x1db", "address": "0x100000", "size": "192 KiB",
                    "registers": {"0x2fffc": 4294967295, "0x10": "0xABCD"}}])");
@@ -144,9 +144,9 @@ TEST(rack, temperatures_are_exact)
 TEST(rack, sizes_are_taken_in_the_units_of_operators)
 {
     const std::pair<const char*, std::uint64_t> rows[] = {
-        {"134217728", 134217728},     {"\"134217728\"", 134217728}, {"\"134217728 bytes\"", 134217728},
-        {"\"0x8000000\"", 134217728}, {"\"0x800000A\"", 134217738}, {"\"131072 KiB\"", 134217728},
-        {"\"128MiB\"", 134217728},    {"\"1 GiB\"", 1073741824},    {"\"4 GiB\"", 4294967296}};
+        {"134217728", 134217728},     {"\"134217728 bytes\"", 134217728}, {"\"0x8000000\"", 134217728},
+        {"\"0x800000A\"", 134217738}, {"\"131072 KiB\"", 134217728},      {"\"128MiB\"", 134217728},
+        {"\"1 GiB\"", 1073741824},    {"\"4 GiB\"", 4294967296}};
     for (const auto& [text, size] : rows)
         EXPECT_EQ(accelerator_with(R"("flash": {"sector": 1, "size": )" + std::string{text} + "}").flash.size, size)
             << text;
