@@ -228,7 +228,7 @@ TEST_F(tool, check_remarks_a_device_that_nobody_can_reach)
 {
     const fs::path rack = file("a.json", R"({"accelerators": [
         {"model": "xilinx_u200", "i2c": {"mac_eeprom": "MAC", "cages": ["empty", "qsfp28-sr4"]}},
-        {"model": "bittware_xupvv8", "i2c": {"pins": 2, "mac_eeprom": "MAC", "cages": ["empty", "empty", "qsfp28-sr4"],
+        {"model": "bittware_xupvv8", "i2c": {"pins": 2, "mac_eeprom": "MAC", "cages": ["sfp-10g-sr", "empty", "qsfp28-sr4"],
             "buses": [{"index": 0, "devices": [
                 {"device": "multiplexer", "address": "0x70"},
                 {"device": "multiplexer", "address": "0x72", "pin": 1},
