@@ -11,10 +11,10 @@ namespace ivra::tests {
 namespace {
 
 // The first sensor has a factor (0.063 V a step), the second none, the third a name longer than a record holds.
-const std::string three_sensors = R"("sensors": [
+const std::string three_sensors = R"("sensors": {"only": true, "list": [
     {"name": "12V0", "unit": "V", "value": 12.03, "m": 63, "r_exp": -3},
     {"name": "Board temp", "unit": "degrees C", "value": 38},
-    {"name": "Fan inlet air temperature", "unit": "degrees C", "available": false}])";
+    {"name": "Fan inlet air temperature", "unit": "degrees C", "available": false}]})";
 
 const std::string remains = "recv_data: Data remains after end of IPMI transaction.\n";
 
@@ -137,7 +137,8 @@ TEST(bittware_sensors, are_asked_for_record_by_record)
 TEST(bittware_sensors, with_special_bytes_in_their_requests_are_escaped)
 {
     rack_t rack;
-    rack.plug("bittware_xupp3r", bmc(R"("sensors": [{"name": "A", "number": 165, "unit": "V", "value": 1}])"));
+    rack.plug("bittware_xupp3r",
+              bmc(R"("sensors": {"only": true, "list": [{"name": "A", "number": 165, "unit": "V", "value": 1}]})"));
     EXPECT_NE(rack.run("show sensors").out.find("│ A      │ 1.00 V │"), std::string::npos);
     EXPECT_EQ(written(rack).at(1), "a0 10 00 2d aa b5 a5 00 00 00") << "2 x 4 + 2 bytes all the same";
 }
@@ -145,7 +146,7 @@ TEST(bittware_sensors, with_special_bytes_in_their_requests_are_escaped)
 TEST(bittware_sensors, of_an_empty_repository_are_an_error)
 {
     rack_t rack;
-    rack.plug("bittware_xupp3r", bmc(R"("sensors": [])"));
+    rack.plug("bittware_xupp3r", bmc(R"("sensors": {"only": true, "list": []})"));
     const run_t run = rack.run("show sensors");
     EXPECT_EQ(run.err, "IPMI transaction error. Response code: 203\n");
     EXPECT_EQ(run.status, 1);
@@ -209,7 +210,7 @@ TEST(bittware_line, a_pair_that_is_split_is_logged_and_dropped)
     rack_t rack;
     rack.plug(
         "bittware_xupp3r",
-        bmc(R"("sensors": [{"name": "A", "unit": "V", "raw": 165}], "answers": [{"to": "042d", "pieces": [6]}])"));
+        bmc(R"("sensors": {"only": true, "list": [{"name": "A", "unit": "V", "raw": 165}]}, "answers": [{"to": "042d", "pieces": [6]}])"));
     const run_t run = rack.run("show sensors");
     EXPECT_EQ(run.out, "Retrieving sensor data... " + remains + "recv_data: Invalid IPMI escaped byte: 0x00\n" +
                            remains +

@@ -31,7 +31,7 @@ const members_t::value_type ready_xmc{"xmc", R"({"ready_after": ["0 s", "0.1 s"]
 void plug_bmc(rack_t& rack)
 {
     rack.plug("bittware_xupp3r", {{"bmc", R"({"latency": "2 ms", "boot_image": "primary", "configured_from": "backup",
-        "sensors": [{"name": "12V0", "unit": "V", "value": 12, "m": 1}]})"}});
+        "sensors": {"only": true, "list": [{"name": "12V0", "unit": "V", "value": 12, "m": 1}]}})"}});
     rack.environment("IVRA_LOG_LEVEL=0");
 }
 

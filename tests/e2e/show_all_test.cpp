@@ -76,7 +76,7 @@ members_t bittware_board(const std::string& bmc = "")
     return {{"i2c", R"({"cages": ["empty", "sfp-no-diagnostics", "prototype", "empty"]})"},
             {"bmc", R"({"configured_from": "primary", "boot_image": "backup",
                         "fru": {"manufacturer": "VM", "product": "P", "serial": "VRT0001"},
-                        "sensors": [{"name": "12V0", "unit": "V", "value": 12}])" +
+                        "sensors": {"only": true, "list": [{"name": "12V0", "unit": "V", "value": 12}]})" +
                         bmc + "}"}};
 }
 

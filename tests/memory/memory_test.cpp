@@ -226,7 +226,7 @@ void expect_told(const std::function<void(rack_t&)>& plug, const std::string& li
 void plug_bmc(rack_t& rack)
 {
     rack.plug("bittware_xupp3r", {{"bmc", R"({"latency": "1 ms", "boot_image": "primary",
-        "sensors": [{"name": "12V0", "unit": "V", "value": 12, "m": 1}]})"}});
+        "sensors": {"only": true, "list": [{"name": "12V0", "unit": "V", "value": 12, "m": 1}]}})"}});
 }
 
 void plug_cages(rack_t& rack)

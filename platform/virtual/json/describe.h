@@ -13,6 +13,7 @@
 /// A record is described once, by a function `describe(visit, record)` beside it. It names each member with its codec:
 ///   visit("error", xmc.error, codec::word);          may be left out, and then the record keeps what it has
 ///   visit.required("to", answer.to, codec::hex{16});
+///   visit.other_way("file", fru.raw, file);        the same thing said in another way, which is not written
 ///   visit.check({"sector"}, holds, "a sector size that ...");     a rule over several members
 ///   visit.remark({"value"}, [&] { return "reads as ..."s; });     what is no mistake, but hardly meant; "" is no
 ///   remark
@@ -39,6 +40,12 @@ public:
     {
         if (!(*this)(name, value, codec))
             node_.note(node_.value().end, "expected a member \"" + std::string{name} + '"');
+    }
+
+    template <class T, class Codec>
+    void other_way(const char* name, T& value, const Codec& codec)
+    {
+        (*this)(name, value, codec);
     }
 
     bool said(const char* name) const { return find(node_.value(), name) != nullptr; }
@@ -141,6 +148,11 @@ public:
         (*this)(name, value, codec);
     }
 
+    template <class T, class Codec>
+    static void other_way(const char*, const T&, const Codec&)
+    {
+    }
+
     object_t take() { return std::move(members_); }
 
 private:
@@ -161,6 +173,12 @@ public:
     void required(const char* name, const T& value, const Codec& codec)
     {
         required_.push_back({std::string{name}});
+        (*this)(name, value, codec);
+    }
+
+    template <class T, class Codec>
+    void other_way(const char* name, const T& value, const Codec& codec)
+    {
         (*this)(name, value, codec);
     }
 
@@ -192,6 +210,12 @@ public:
     }
     template <class T, class Codec>
     void required(const char* name, const T& value, const Codec& codec)
+    {
+        (*this)(name, value, codec);
+    }
+
+    template <class T, class Codec>
+    void other_way(const char* name, const T& value, const Codec& codec)
     {
         (*this)(name, value, codec);
     }

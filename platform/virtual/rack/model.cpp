@@ -115,7 +115,6 @@ static void describe(auto& visit, model_t& model)
     visit("xmc", model.xmc, codec::or_null{xmc_codec, "none"});
     visit.check({"optional_cages"}, model.optional_cages <= most_cages(model),
                 "at most " + std::to_string(most_cages(model)) + ", the number of cages");
-    remark_values(visit, model.bmc);
 }
 
 static constexpr codec::record<model_t> model_codec{R"(a model: { "short_name": "u200", "device": ..., "xmc": ... })"};

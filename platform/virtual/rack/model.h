@@ -50,20 +50,6 @@ private:
     std::map<std::string, std::string> texts_;
 };
 
-/// Remarks on sensors that cannot show the value that is asked for.
-void remark_values(auto& visit, const std::optional<bmc_t>& bmc)
-{
-    for (std::size_t at = 0; bmc && at < bmc->sensors.size(); ++at)
-        visit.remark({"bmc", "sensors", at, "value"}, [&]() -> std::string {
-            const bmc_sensor_t& sensor = bmc->sensors[at];
-            if (!visit.gives({"bmc", "sensors", at, "value"}) || !sensor.value)
-                return "";
-            const std::string asked = two_decimals(*sensor.value);
-            const std::string shown = two_decimals(sensor_value(sensor, sensor.raw));
-            return asked == shown ? "" : asked + " reads as " + shown + ", the nearest that the sensor can say";
-        });
-}
-
 /// The names of the models that come with the platform, sorted.
 std::vector<std::string> known_models();
 

@@ -299,7 +299,6 @@ static void describe(auto& visit, accelerator_t& accelerator)
         visit.check({"cores", at, "address"}, accelerator.cores[at].address >= before.address + before.size,
                     "at least " + hex_text(before.address + before.size) + ", where the core before it ends");
     }
-    remark_values(visit, accelerator.bmc);
 }
 
 namespace {

@@ -175,7 +175,7 @@ std::vector<std::string> bmc_lines(const std::optional<bmc_t>& config, std::opti
                     : printable(fru.manufacturer.value_or("(no manufacturer)")) + ' ' +
                           printable(fru.product.value_or("(no product)")) + ", serial " +
                           printable(fru.serial.value_or("(none)")),
-            count_text(config->sensors.size(), "sensor")};
+            count_text(static_cast<std::size_t>(std::ranges::count_if(config->sensors, &is_sensor)), "sensor")};
 }
 
 std::vector<std::string> i2c_lines(const accelerator_t& accelerator, const std::optional<board_state>& state)

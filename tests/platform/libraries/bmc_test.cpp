@@ -788,11 +788,11 @@ TEST_F(bmc, two_processes_that_write_at_once_leave_whole_frames)
 
 // ---- sensors ----
 
-const std::string two_sensors = R"({"sensors": [
+const std::string two_sensors = R"({"sensors": {"only": true, "list": [
     {"name": "12V0", "number": "0x21", "unit": "V", "value": 12.033, "m": 63, "r_exp": -3},
     {"name": "Fan inlet air temperature", "unit": "degrees C", "modifier_unit": "RPM", "modifier": "per", "rate": "min",
      "percent": true, "format": "twos complement", "linearisation": "1/x", "m": -512, "b": -2, "r_exp": -8, "b_exp": 7,
-     "available": false}]})";
+     "available": false}]}})";
 
 TEST_F(bmc, serves_sensor_records_that_a_host_can_walk)
 {
@@ -848,8 +848,9 @@ TEST_F(bmc, gives_readings_by_sensor_number)
 
 TEST_F(bmc, records_and_readings_can_be_raw_and_the_next_record_wrong)
 {
-    plug_bmc(R"({"sensors": [{"record": "00005102010203042a", "response": "80c0", "next": "0x0001"},
-        {"name": "x", "raw": "0x7f", "next": 9}]})");
+    plug_bmc(
+        R"({"sensors": {"only": true, "list": [{"record": "00005102010203042a", "response": "80c0", "next": "0x0001"},
+        {"name": "x", "raw": "0x7f", "next": 9}]}})");
     run([] {
         line_t line;
         EXPECT_EQ(ask(line, 0x04, 0x21, {0, 0, 0, 0, 0, 64}),
@@ -857,6 +858,60 @@ TEST_F(bmc, records_and_readings_can_be_raw_and_the_next_record_wrong)
         EXPECT_EQ(ask(line, 0x04, 0x2d, {0x04}), (reply_t{0, {0x80, 0xc0}}));
         EXPECT_EQ(ask(line, 0x04, 0x21, {0, 0, 2, 0, 0, 1}), (reply_t{0, {9, 0, 2}}));
         EXPECT_EQ(ask(line, 0x04, 0x2d, {2}), (reply_t{0, {0x7f, 0xc0, 0xc0}}));
+    });
+}
+
+TEST_F(bmc, serves_records_under_the_IDs_that_they_were_captured_with)
+{
+    // A compact record, the locator of a FRU, and the sensor of another number that the latter seems to have.
+    std::ofstream{folder / "sdr.bin", std::ios::binary} << "\x07\0\x51\x02\x03\x20\0\x31"s
+                                                        << "\x09\x01\x51\x11\x03\x20\0\x32"s;
+    plug_bmc(R"({"records": {"file": "sdr.bin"}, "sensors": [{"name": "a", "number": "0x32", "raw": 5}]})");
+    run([] {
+        line_t line;
+        const bytes_t first{0x09, 0x01, 0x07, 0, 0x51, 0x02, 0x03, 0x20, 0, 0x31};
+        const bytes_t second{0x0a, 0x01, 0x09, 0x01, 0x51, 0x11, 0x03, 0x20, 0, 0x32};
+        EXPECT_EQ(ask(line, 0x04, 0x21, {0, 0, 0, 0, 0, 64}), (reply_t{0, first}));
+        EXPECT_EQ(ask(line, 0x04, 0x21, {0, 0, 7, 0, 0, 64}), (reply_t{0, first}));
+        EXPECT_EQ(ask(line, 0x04, 0x21, {0, 0, 9, 1, 0, 64}), (reply_t{0, second}));
+        EXPECT_EQ(ask(line, 0x04, 0x21, {0, 0, 0x0a, 1, 0, 4}), (reply_t{0, {0xff, 0xff, 0x0a, 0x01, 0x51, 0x01}}));
+        EXPECT_EQ(ask(line, 0x04, 0x21, {0, 0, 0xff, 0xff, 0, 2}), (reply_t{0, {0xff, 0xff, 0x0a, 0x01}}));
+        EXPECT_EQ(ask(line, 0x04, 0x21, {0, 0, 1, 0, 0, 64}), (reply_t{0xcb, {}}));
+        EXPECT_EQ(ask(line, 0x04, 0x21, {0, 0, 8, 0, 0, 64}), (reply_t{0xcb, {}}));
+        EXPECT_EQ(ask(line, 0x04, 0x20), (reply_t{0, {2, 1}})) << "sensors";
+        EXPECT_EQ(ask(line, 0x04, 0x20, {1}), (reply_t{0, {3, 1}})) << "records";
+        EXPECT_EQ(ask(line, 0x04, 0x2d, {0x31}), (reply_t{0, {0x00, 0xe0, 0x00}}));
+        EXPECT_EQ(ask(line, 0x04, 0x2d, {0x32}), (reply_t{0, {0x05, 0xc0, 0xc0}}));
+        EXPECT_EQ(ask(line, 0x04, 0x2d, {0}), (reply_t{0xcb, {}}));
+    });
+}
+
+TEST_F(bmc, counts_no_more_than_255_records)
+{
+    std::ofstream file{folder / "sdr.bin", std::ios::binary};
+    for (int id = 1; id <= 300; ++id)
+        file << static_cast<char>(id % 256) << static_cast<char>(id / 256) << "\x51\x02\x03\x20\0\x31"s;
+    file.close();
+    plug_bmc(R"({"records": {"file": "sdr.bin"}})");
+    run([] {
+        line_t line;
+        EXPECT_EQ(ask(line, 0x04, 0x20), (reply_t{0, {255, 1}}));
+        EXPECT_EQ(ask(line, 0x04, 0x20, {1}), (reply_t{0, {255, 1}}));
+        EXPECT_EQ(ask(line, 0x04, 0x21, {0, 0, 0xff, 0xff, 0, 2}), (reply_t{0, {0xff, 0xff, 0x2c, 0x01}}));
+    });
+}
+
+TEST_F(bmc, serves_a_FRU_of_65535_bytes)
+{
+    std::string image(65535, 'x');
+    image.replace(65532, 3, "end");
+    std::ofstream{folder / "fru.bin", std::ios::binary} << image;
+    plug_bmc(R"({"fru": {"file": "fru.bin"}})");
+    run([] {
+        line_t line;
+        EXPECT_EQ(ask(line, 0x0a, 0x10, {0}), (reply_t{0, {0xff, 0xff, 0}}));
+        EXPECT_EQ(ask(line, 0x0a, 0x11, {0, 0xfb, 0xff, 64}), (reply_t{0, {4, 'x', 'e', 'n', 'd'}}));
+        EXPECT_EQ(ask(line, 0x0a, 0x11, {0, 0xff, 0xff, 1}), (reply_t{0xc9, {}}));
     });
 }
 
@@ -893,7 +948,7 @@ TEST_F(bmc, a_value_is_the_nearest_raw_reading_by_the_standards_rules)
     std::string sensors;
     for (const row_t& row : rows)
         sensors += (sensors.empty() ? "" : ", ") + R"({"name": "x", )"s + row.members + "}";
-    plug_bmc(R"({"sensors": [)" + sensors + "]}");
+    plug_bmc(R"({"sensors": {"only": true, "list": [)" + sensors + "]}}");
     run([&] {
         line_t line;
         std::uint8_t number = 0;
@@ -907,7 +962,7 @@ TEST_F(bmc, a_value_is_the_nearest_raw_reading_by_the_standards_rules)
 
 TEST_F(bmc, without_sensors_has_no_record)
 {
-    plug_bmc(R"({"sensors": []})");
+    plug_bmc(R"({"sensors": {"only": true, "list": []}})");
     run([] {
         line_t line;
         EXPECT_EQ(ask(line, 0x04, 0x20), (reply_t{0, {0, 1}}));

@@ -103,6 +103,8 @@ TEST(expand, a_rack_with_everything_unusual_expands_to_itself)
         R"("bmc": {"sensors": [{"name": "", "value": -1.25e-3}, {"name": {"hex": "ff"}, "unit": 18, "modifier": "times", "modifier_unit": 200}]})",
         R"("bmc": {"sensors": [{"name": "a", "raw": "0xff", "format": "none", "rate": "reserved", "linearisation": 255, "percent": true, "available": false}]})",
         R"("bmc": {"sensors": [{"record": "", "response": ""}, {"record": "0001", "raw": 3, "available": false, "next": 65535}]})",
+        R"("model": "bittware_xupp3r", "bmc": {"sensors": [{"name": "12V0", "raw": 3}, {"name": "3V3", "response": "00"}, {"name": "Board temp", "m": 2}, {"name": "DIMM temp", "value": 30, "id": 77}]})",
+        R"("model": "bittware_xupp3r", "bmc": {"sensors": {"only": false, "list": [{"name": "12V0", "available": false}]}})",
         R"("bmc": {"answers": [{"to": ""}, {"to": "0A11", "nth": 4294967295, "latency": "never", "code": 0, "data": "", "noise": "00", "lose": [0, 4095], "pieces": []}]})",
         R"("bmc": {"answers": [{"to": "0601", "frame": "a0", "latency": "1 ms", "pieces": [16]}]})",
         R"("cores": [{"hardware_id": 48, "address": "0x7ffffffffffffff8", "size": 8, "registers": {"0x4": 0}}])",
@@ -178,7 +180,8 @@ TEST(expand, says_everything_of_a_BMC)
 {
     const rack_t rack = parse_rack(R"({"accelerators": [{"model": "ivra_fpb2", "bmc": {"boot_image": 9,
         "fru": {"part_number": null}, "answers": [{"to": "0421", "code": 192}],
-        "sensors": [{"name": "12V0", "unit": 4, "value": 12.03, "m": 63, "r_exp": -3, "next": 1}, {"record": "0A"}]}}]})",
+        "sensors": {"only": true, "list": [
+            {"name": "12V0", "unit": 4, "value": 12.03, "m": 63, "r_exp": -3, "next": 1}, {"record": "0A", "id": 9}]}}}]})",
                                    "my.json");
     EXPECT_THAT(expand(rack), ::testing::HasSubstr(R"(
       "bmc": {
@@ -197,27 +200,30 @@ TEST(expand, says_everything_of_a_BMC)
           "extra": [],
           "raw": null
         },
-        "sensors": [
-          {
-            "name": "12V0",
-            "number": 1,
-            "unit": "V",
-            "value": 12.03,
-            "available": true,
-            "m": 63,
-            "b": 0,
-            "r_exp": -3,
-            "b_exp": 0,
-            "format": "unsigned",
-            "linearisation": "linear",
-            "modifier": "none",
-            "modifier_unit": "unspecified",
-            "rate": "none",
-            "percent": false,
-            "next": "0x1"
-          },
-          { "record": "0a", "raw": 0, "available": true, "next": null }
-        ],
+        "sensors": {
+          "only": true,
+          "list": [
+            {
+              "name": "12V0",
+              "number": 1,
+              "unit": "V",
+              "value": 12.03,
+              "available": true,
+              "m": 63,
+              "b": 0,
+              "r_exp": -3,
+              "b_exp": 0,
+              "format": "unsigned",
+              "linearisation": "linear",
+              "modifier": "none",
+              "modifier_unit": "unspecified",
+              "rate": "none",
+              "percent": false,
+              "next": "0x1"
+            },
+            { "record": "0a", "raw": 0, "available": false, "id": "0x9", "next": null }
+          ]
+        },
         "answers": [
           {
             "to": "0421",

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <sstream>
 #include <string>
@@ -64,6 +65,12 @@ std::map<std::string, std::string> fields(const std::string& text)
         if (row.size() == 2)
             result[row[0]] = row[1];
     return result;
+}
+
+std::string text_of(const fs::path& file)
+{
+    std::ifstream stream{file, std::ios::binary};
+    return {std::istreambuf_iterator<char>{stream}, {}};
 }
 
 const fs::path showcase = IVRA_RACKS "/showcase.json";
@@ -199,6 +206,40 @@ TEST_F(bmc_referee, ipmitool_reads_sensors_of_every_format_and_function)
     ASSERT_EQ(seen.size(), rows.size());
     for (std::size_t at = 0; at < rows.size(); ++at)
         EXPECT_EQ(vp::two_decimals(std::strtod(seen[at].at(1).c_str(), nullptr)), rows[at].second) << rows[at].first;
+}
+
+TEST_F(bmc_referee, what_ipmitool_captured_of_one_board_makes_another_one)
+{
+    const fs::path real = file("real.json", R"({"accelerators": [{"model": "bittware_xupp3r", "bmc": {
+        "fru": {"extra": ["more"]},
+        "sensors": {"only": true, "list": [{"name": "12V0", "id": 3, "number": 48, "unit": "V", "value": 12.096, "m": 63, "r_exp": -3},
+                    {"name": "Board temp", "id": "0x11", "number": 7, "unit": "degrees C", "value": -4, "format": "twos complement"},
+                    {"name": "Current", "id": "0x200", "number": 9, "unit": "A", "value": 2.5, "m": 1, "r_exp": -1}]}}}]})");
+    const fs::path captured = file("captured.json", R"({"accelerators": [{"model": "bittware_xupp3r", "bmc": {
+        "fru": {"file": "fru.bin"}, "records": {"file": "sdr.bin"},
+        "sensors": [{"name": "12V0", "value": 12.096}, {"name": "Board temp", "value": -4}, {"name": "Current", "value": 2.5}]}}]})");
+    const auto dump = [&](const bmc_server& bmc, const std::string& to) {
+        bmc.ipmitool({"sdr", "dump", folder / (to + "sdr.bin")});
+        bmc.ipmitool({"fru", "read", "0", folder / (to + "fru.bin")});
+    };
+    const auto screens = [](const bmc_server& bmc) {
+        return bmc.ipmitool({"sdr", "list"}) + bmc.ipmitool({"sensor"}) + bmc.ipmitool({"fru", "print", "0"});
+    };
+    std::string seen;
+    {
+        const bmc_server bmc{real, "0", state};
+        dump(bmc, "");
+        seen = screens(bmc);
+    }
+    const std::string fru = run_program("/usr/sbin/ipmi-fru", {"--fru-file=" + (folder / "fru.bin").string()}).out;
+    EXPECT_THAT(fru, HasSubstr("FRU Board Product Name: XUPP3R"));
+    EXPECT_THAT(fru, Not(HasSubstr("checksum")));
+    EXPECT_EQ(table(seen, "|").at(0), (std::vector<std::string>{"12V0", "12.10 Volts", "ok"}));
+    const bmc_server bmc{captured, "0", state};
+    EXPECT_EQ(screens(bmc), seen);
+    dump(bmc, "again-");
+    EXPECT_EQ(text_of(folder / "again-sdr.bin"), text_of(folder / "sdr.bin"));
+    EXPECT_EQ(text_of(folder / "again-fru.bin"), text_of(folder / "fru.bin"));
 }
 
 TEST_F(bmc_referee, ipmitool_reads_and_sets_the_boot_image_that_the_board_remembers)

@@ -169,6 +169,18 @@ TEST_F(tool, check_remarks_a_sensor_that_cannot_show_its_value)
                               "2/value: -1.00 reads as 0.00, the nearest that the sensor can say\n");
 }
 
+TEST_F(tool, check_remarks_a_sensor_of_a_BMC_that_the_model_does_not_have)
+{
+    const fs::path rack = file("a.json", R"({"accelerators": [
+        {"model": "bittware_xupp3r", "bmc": {"sensors": [{"name": "12V0"}, {"name": "12V"}]}},
+        {"model": "bittware_xupp3r", "bmc": {"sensors": {"only": true, "list": [{"name": "12V"}]}}},
+        {"model": "x", "bmc": {"sensors": [{"name": "12V"}]}}]})");
+    const run_t result = run({"check", rack});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "ivra-virtual: " + rack.string() +
+                              ": /accelerators/0/bmc/sensors/1/name: a sensor that the model does not have\n");
+}
+
 TEST_F(tool, check_remarks_what_a_model_beside_the_rack_says_once)
 {
     fs::create_directory(folder / "models");
@@ -400,7 +412,8 @@ TEST_F(tool, show_tells_how_far_an_xmc_is)
 TEST_F(tool, show_tells_which_boot_image_a_bmc_has_now)
 {
     const fs::path rack = file("rack.json", R"({"accelerators": [
-        {"model": "ivra_fpb2", "bmc": {"fru": {"serial": "S\u001b1"}, "sensors": [{"name": "a"}]}},
+        {"model": "ivra_fpb2", "bmc": {"fru": {"serial": "S\u001b1"}, "sensors": {"only": true, "list": [
+            {"name": "a"}, {"record": "090051110b0000000000000000000000"}]}}},
         {"model": "x", "bmc": {"silent": true, "boot_image": 9, "configured_from": "backup", "fru": {"raw": "00"}}}]})");
     const auto shown = [](const std::string& image) {
         return "   BMC            boot image " + image +

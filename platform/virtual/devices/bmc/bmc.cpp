@@ -129,9 +129,14 @@ bmc::result_t bmc::read_fru(bytes_t data)
     return {good, byte(bytes.size()) + bytes};
 }
 
-bmc::result_t bmc::sdr_info(bytes_t)
+bmc::result_t bmc::sdr_info(bytes_t data)
 {
-    return {good, {byte(config_.sensors.size()), 1}}; // they do not change, and belong to LUN 0
+    const bool counts_records = !data.empty() && (data[0] & 1U) != 0;
+    const auto count = counts_records ? static_cast<std::ptrdiff_t>(config_.sensors.size())
+                                      : std::ranges::count_if(config_.sensors, &is_sensor);
+    return {good,
+            {byte(static_cast<std::size_t>(std::min<std::ptrdiff_t>(count, 0xff))),
+             1}}; // they do not change, and belong to LUN 0
 }
 
 bmc::result_t bmc::reserve_sdr(bytes_t)
@@ -139,28 +144,32 @@ bmc::result_t bmc::reserve_sdr(bytes_t)
     return {good, {1, 0}};
 }
 
-/// Record IDs count from 1; 0 is the first record, and 0xffff the last one.
+/// 0 asks for the first record.
 bmc::result_t bmc::sdr(bytes_t data)
 {
-    constexpr std::size_t last_id = 0xffff;
     constexpr std::uint8_t everything = 0xff;
-    std::size_t id = little_endian(data[2], data[3]);
-    id = id == last_id ? config_.sensors.size() : std::max<std::size_t>(id, 1);
-    if (id == 0 || id > config_.sensors.size())
+    const std::size_t asked = little_endian(data[2], data[3]);
+    const std::vector<std::uint16_t> ids = record_ids(config_.sensors);
+    const auto found = asked == 0                ? ids.begin()
+                       : asked == last_record_id ? ids.end() - (ids.empty() ? 0 : 1)
+                                                 : std::ranges::find(ids, asked);
+    if (found == ids.end())
         return {not_there, ""};
-    const bmc_sensor_t& sensor = config_.sensors[id - 1];
-    const std::string record = sensor_record(sensor, static_cast<std::uint16_t>(id));
+    const bmc_sensor_t& sensor = config_.sensors[static_cast<std::size_t>(found - ids.begin())];
+    const std::string record = sensor_record(sensor, *found);
     const std::size_t offset = data[4];
     if (offset >= record.size())
         return {out_of_range, ""};
-    const std::size_t next = sensor.next ? *sensor.next : id == config_.sensors.size() ? last_id : id + 1;
+    const std::size_t next = sensor.next ? *sensor.next : found + 1 == ids.end() ? last_record_id : found[1];
     return {good, std::string{byte(next), byte(next >> 8U)} +
                       record.substr(offset, data[5] == everything ? record.size() : data[5])};
 }
 
 bmc::result_t bmc::sensor_reading(bytes_t data)
 {
-    const auto sensor = std::ranges::find(config_.sensors, data[0], &bmc_sensor_t::number);
+    const auto sensor = std::ranges::find_if(config_.sensors, [&](const bmc_sensor_t& candidate) {
+        return is_sensor(candidate) && candidate.number == data[0];
+    });
     if (sensor == config_.sensors.end())
         return {not_there, ""};
     return {good, sensor_response(*sensor)};

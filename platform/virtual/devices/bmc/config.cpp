@@ -1,13 +1,12 @@
 #include "devices/bmc/config.h"
 
-#include <algorithm>
-#include <array>
-#include <cmath>
-#include <cstdio>
-#include <iterator>
-#include <limits>
+#include "json/text.h"
+
+#include <map>
 #include <numeric>
 #include <set>
+#include <stdexcept>
+#include <utility>
 
 namespace ivra::virtual_platform {
 
@@ -45,7 +44,11 @@ constexpr codec::names<std::uint8_t> linearisation{linearisations, "a function",
 constexpr std::size_t largest_fru_field = 63;   // bytes: 6 bits of length
 constexpr std::size_t largest_fru_area = 2040;  // bytes: 8 bits of length, in units of 8
 constexpr std::size_t largest_sensor_name = 63; // bytes: 6 bits of length
+constexpr std::size_t largest_record = 260;     // bytes: 5 of header, and 8 bits of length
 constexpr std::size_t largest_text = 1024;      // bytes that a rack can put in the place of an answer
+constexpr std::size_t largest_fru = 65535;      // bytes: 16 bits of size
+constexpr std::size_t largest_repository = std::size_t{1} << 20U;
+constexpr std::size_t most_sensors = 1024;
 
 constexpr codec::whole factor{"a whole number", -512, 511};
 constexpr codec::whole power{"a whole number", -8, 7};
@@ -55,6 +58,38 @@ constexpr codec::or_null fru_field_codec{codec::text{largest_fru_field}, "the en
 constexpr codec::or_null any_bytes{codec::hex{largest_text}};
 constexpr codec::or_null pieces{codec::list{"a list of at most 1024 numbers of bytes that successive reads give",
                                             codec::whole{"a number of bytes", 1, 64}, 1024}};
+
+constexpr codec::code record_id_codec{"a record ID such as 2 or \"0xffff\"", 16};
+
+// ---- files ----
+
+/// The bytes of a file beside the rack.
+struct file_codec
+{
+    const char* what;
+    std::size_t most;
+
+    std::string sentence() const { return what; }
+    void read(const json::node_t& node, std::optional<std::string>& bytes) const
+    {
+        std::string name;
+        codec::long_text.read(node, name);
+        if (node.reading().is_beyond_mistake(node.value().end))
+            return;
+        if (name.empty() || name.find('\0') != std::string::npos)
+            return node.expected(what);
+        try {
+            bytes = node.reading().open(node.reading().folders().front() / name);
+        } catch (const file_error& error) {
+            return node.note(node.value().place, error.what());
+        }
+        if (bytes->empty() || bytes->size() > most)
+            node.expected(std::string{what} + ", of 1 to " + std::to_string(most) + " bytes");
+    }
+    json::value_t schema() const { return codec::schema_of(what, {"string"}); }
+};
+
+constexpr file_codec fru_file{"a file with the FRU's bytes", largest_fru};
 
 // ---- bytes ----
 
@@ -79,42 +114,23 @@ std::string fru_field(const std::string& text)
     return byte(size == 1 ? 1U : 0xc0U | size) + text;
 }
 
-std::uint8_t sensor_type(std::uint8_t unit)
-{
-    switch (unit) {
-    case 1:
-    case 2:
-    case 3:
-        return 0x01; // temperature
-    case 4:
-        return 0x02; // voltage
-    case 5:
-        return 0x03; // current
-    case 18:
-        return 0x04; // fan
-    default:
-        return 0x0b; // units-based
-    }
-}
-
-/// 10 to the power of -8 to 7, as std::pow has it.
-double power_of_ten(int exponent)
-{
-    constexpr double powers[] = {1e-8, 1e-7, 1e-6, 1e-5, 1e-4, 1e-3, 1e-2, 1e-1, 1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
-    return powers[std::clamp(exponent + 8, 0, 15)];
-}
-
-/// A raw reading as a number.
-double signed_raw(std::uint8_t format, std::uint8_t raw)
-{
-    if (format == 1 && raw >= 0x80)
-        return raw - 255.0;
-    if (format == 2 && raw >= 0x80)
-        return raw - 256.0;
-    return raw;
-}
-
 } // namespace
+
+/// The last word about a reading counts, whatever the sensor had before it.
+static void settle_reading(auto& visit, bmc_sensor_t& sensor)
+{
+    const bool is_said = visit.gives("value") || visit.gives("raw");
+    if (visit.gives("raw") || visit.gives("response"))
+        sensor.value.reset();
+    if (visit.gives("response"))
+        sensor.raw = 0;
+    if (is_said || visit.gives("available"))
+        sensor.response.reset();
+    if ((is_said || visit.gives("response")) && !visit.gives("available"))
+        sensor.available = true;
+    if (sensor.value && (visit.said("name") || visit.gives("record")))
+        sensor.raw = nearest_raw(sensor, *sensor.value);
+}
 
 static void describe(auto& visit, bmc_fru_t& fru)
 {
@@ -125,7 +141,9 @@ static void describe(auto& visit, bmc_fru_t& fru)
     visit("file_id", fru.file_id, fru_field_codec);
     visit("extra", fru.extra,
           codec::list{"a list of at most 64 texts after the others", codec::text{largest_fru_field}, 64});
-    visit("raw", fru.raw, codec::or_null{codec::hex{4096, ", instead of all fields"}});
+    visit("raw", fru.raw, codec::or_null{codec::hex{largest_fru, ", instead of all fields"}});
+    visit.other_way("file", fru.raw, fru_file);
+    visit.excludes("raw", {"file"});
     visit.check({}, fru.raw || fru_image(fru).size() <= largest_fru_area + 8,
                 "fields that fit into a board area of " + std::to_string(largest_fru_area) + " bytes");
 }
@@ -135,7 +153,9 @@ static void describe(auto& visit, bmc_sensor_t& sensor)
     // Bytes stand for all that they take the place of.
     const bool has_record = sensor.record.has_value();
     const bool has_response = sensor.response.has_value();
-    visit("record", sensor.record, codec::or_null{codec::hex{255}}, has_record);
+    visit("record", sensor.record, codec::or_null{codec::hex{largest_record}}, has_record);
+    if (visit.gives("record") && sensor.record)
+        sensor = sensor_of(*sensor.record);
     visit("name", sensor.name, codec::text{largest_sensor_name}, !has_record);
     visit("number", sensor.number, number_or_null, !has_record);
     visit("unit", sensor.unit, unit_word, !has_record);
@@ -154,18 +174,26 @@ static void describe(auto& visit, bmc_sensor_t& sensor)
     visit("modifier_unit", sensor.modifier_unit, unit_word, !has_record);
     visit("rate", sensor.rate, rate, !has_record);
     visit("percent", sensor.percent, codec::flag, !has_record);
-    visit("next", sensor.next, codec::or_null{codec::code{"a record ID such as 2 or \"0xffff\"", 16}, "the true one"});
+    visit("id", sensor.id, codec::given{record_id_codec}, sensor.id.has_value());
+    visit("next", sensor.next, codec::or_null{record_id_codec, "the true one"});
 
     visit.check({}, visit.gives("record") || visit.said("name"), "a member \"name\", or one \"record\"");
-    visit.excludes("record", {"name", "number", "unit", "modifier", "modifier_unit", "rate", "percent", "format",
-                              "linearisation", "m", "b", "r_exp", "b_exp", "value"});
+    visit.excludes("record", {"name"});
+    for (const char* member : {"number", "unit", "modifier", "modifier_unit", "rate", "percent", "format",
+                               "linearisation", "m", "b", "r_exp", "b_exp"})
+        visit.check({member}, !sensor.record || !visit.gives(member), "no such member beside \"record\"");
+    visit.check({"value"}, is_full(sensor) || !visit.gives("value"),
+                "no such member beside a record that is no full sensor record");
     visit.excludes("response", {"value", "raw", "available"});
     visit.excludes("value", {"raw"});
-    constexpr std::size_t number_at = 7; // of a record
-    if (visit.gives("record") && sensor.record)
-        sensor.number = sensor.record->size() > number_at ? static_cast<std::uint8_t>(sensor.record->at(number_at)) : 0;
-    if (visit.gives("value") && sensor.value)
-        sensor.raw = nearest_raw(sensor, *sensor.value);
+    settle_reading(visit, sensor);
+    visit.remark({"value"}, [&]() -> std::string {
+        if (!visit.gives("value") || !sensor.value)
+            return "";
+        const std::string asked = two_decimals(*sensor.value);
+        const std::string shown = two_decimals(sensor_value(sensor, sensor.raw));
+        return asked == shown ? "" : asked + " reads as " + shown + ", the nearest that the sensor can say";
+    });
 }
 
 static void describe(auto& visit, bmc_answer_t& answer)
@@ -184,6 +212,169 @@ static void describe(auto& visit, bmc_answer_t& answer)
     visit.excludes("frame", {"code", "data"});
 }
 
+namespace {
+
+/// Of several records the first with an ID that a host cannot ask for, and what is expected of it.
+std::optional<std::pair<std::size_t, std::string>> bad_record_id(const std::vector<bmc_sensor_t>& sensors)
+{
+    const std::vector<std::uint16_t> ids = record_ids(sensors);
+    std::set<std::uint16_t> taken;
+    for (std::size_t at = 0; at < ids.size(); ++at) {
+        if (ids[at] == last_record_id || (ids[at] == 0 && at != 0))
+            return {{at, "a record ID from 0x1 to 0xfffe, or 0x0 of the first one, which " + hex_text(ids[at]) +
+                             " is not"}};
+        if (!taken.insert(ids[at]).second)
+            return {{at, "a record ID that no other one has, which " + hex_text(ids[at]) + " is not"}};
+    }
+    return std::nullopt;
+}
+
+/// The records of another board. They take the place of all that there are.
+struct repository_t
+{
+    std::optional<std::string> bytes;
+};
+
+void describe(auto& visit, repository_t& repository)
+{
+    visit.required(
+        "file", repository.bytes,
+        file_codec{"a file with sensor data records, as ipmitool's \"sdr dump\" writes one", largest_repository});
+}
+
+struct repository_codec : codec::record<repository_t>
+{
+    void read(const json::node_t& node, std::vector<bmc_sensor_t>& sensors) const
+    {
+        repository_t repository;
+        record::read(node, repository);
+        if (node.reading().is_beyond_mistake(node.value().end) || !repository.bytes)
+            return;
+        const json::node_t file = node.below(*json::find(node.value(), "file"));
+        sensors.clear();
+        try {
+            for (std::string& bytes : split_records(*repository.bytes))
+                sensors.push_back(sensor_of(std::move(bytes)));
+        } catch (const std::runtime_error& error) {
+            return file.note(file.value().place, error.what());
+        }
+        if (sensors.size() > most_sensors)
+            file.expected("at most " + std::to_string(most_sensors) + " records, which " +
+                          std::to_string(sensors.size()) + " are not");
+        else if (const auto bad = bad_record_id(sensors))
+            file.note(file.value().place, "record " + std::to_string(bad->first + 1) + ": expected " + bad->second);
+    }
+};
+constexpr repository_codec repository_of_file{{R"(the records of a real board: { "file": "sdr.bin" })"}};
+
+/// Sensors over those that there are: each changes the first of its name that none before it has changed, or is new.
+struct sensors_codec
+{
+    static constexpr codec::list list{
+        "a list of at most 1024 sensors",
+        codec::record<bmc_sensor_t>{
+            R"(a sensor: { "name": "12V0", "unit": "V", "value": 12.03, "m": 63, "r_exp": -3 })"},
+        most_sensors};
+
+    static std::string sentence() { return list.what; }
+    static void read(const json::node_t& node, std::vector<bmc_sensor_t>& sensors)
+    {
+        const auto* elements = node.as<json::list_t>();
+        if (elements == nullptr || elements->size() + sensors.size() > most_sensors)
+            return node.expected(sentence());
+        std::vector<std::optional<std::size_t>> element_of(sensors.size()); // which of them it is that changed it
+        const bool has_sensors = !sensors.empty();
+        for (std::size_t at = 0; at < elements->size(); ++at) {
+            const json::node_t element = node.below(*elements, at);
+            if (node.reading().is_beyond_mistake(element.value().place))
+                return;
+            const std::size_t place = place_of(element, sensors, element_of);
+            if (place == sensors.size()) {
+                if (has_sensors)
+                    element.remark_at({"name"}, "a sensor that the model does not have");
+                element_of.emplace_back();
+                sensors.emplace_back().number = static_cast<std::uint8_t>(place + 1);
+            }
+            element_of[place] = at;
+            list.codec.read(element, sensors[place]);
+        }
+        check(node, sensors, element_of);
+    }
+    static json::value_t write(const std::vector<bmc_sensor_t>& sensors) { return list.write(sensors); }
+    static json::value_t schema() { return list.schema(); }
+
+private:
+    static std::size_t place_of(const json::node_t& element, const std::vector<bmc_sensor_t>& sensors,
+                                const std::vector<std::optional<std::size_t>>& element_of)
+    {
+        const json::member_t* const member = json::find(element.value(), "name");
+        std::string name;
+        if (member == nullptr)
+            return sensors.size();
+        codec::text{largest_sensor_name}.read(element.below(*member), name);
+        std::size_t place = 0;
+        while (place < sensors.size() &&
+               (element_of[place] || sensors[place].name != name || !is_sensor(sensors[place])))
+            ++place;
+        return place;
+    }
+    /// No two sensors that were made from their members have one number, and no two records one ID.
+    static void check(const json::node_t& node, const std::vector<bmc_sensor_t>& sensors,
+                      const std::vector<std::optional<std::size_t>>& element_of)
+    {
+        if (node.reading().is_beyond_mistake(node.value().end))
+            return;
+        std::map<std::uint8_t, std::size_t> places;
+        for (std::size_t at = 0; at < sensors.size(); ++at) {
+            if (sensors[at].record)
+                continue;
+            const auto [other, is_first] = places.emplace(sensors[at].number, at);
+            if (!is_first)
+                node.expected_at({element_of[at].value_or(element_of[other->second].value_or(0)), "number"},
+                                 "a sensor number that no other sensor has, which " +
+                                     std::to_string(sensors[at].number) + " is not");
+        }
+        if (const auto bad = bad_record_id(sensors))
+            node.expected_at({element_of[bad->first].value_or(0), "id"}, bad->second);
+    }
+};
+
+/// The sensors of a board, and whether they are all.
+struct sensors_t
+{
+    std::vector<bmc_sensor_t> sensors;
+    bool only = false;
+};
+
+void describe(auto& visit, sensors_t& said)
+{
+    visit.required("only", said.only, codec::flag);
+    if (visit.gives("only") && said.only)
+        said.sensors.clear();
+    visit.required("list", said.sensors, sensors_codec{});
+}
+
+struct sensors_or_only_codec
+{
+    static constexpr codec::record<sensors_t> object{
+        R"(a list of at most 1024 sensors, over those that there are, or { "only": true, "list": [ ... ] } for no others)"};
+
+    static std::string sentence() { return object.what; }
+    static void read(const json::node_t& node, std::vector<bmc_sensor_t>& sensors)
+    {
+        if (node.as<json::list_t>() != nullptr)
+            return sensors_codec::read(node, sensors);
+        sensors_t said{std::move(sensors)};
+        object.read(node, said);
+        sensors = std::move(said.sensors);
+    }
+    static json::value_t write(const std::vector<bmc_sensor_t>& sensors) { return object.write({sensors, true}); }
+    static json::value_t schema() { return codec::or_list(object.schema(), sentence(), sensors_codec::schema()); }
+};
+constexpr sensors_or_only_codec sensors_or_only;
+
+} // namespace
+
 static void describe(auto& visit, bmc_t& bmc)
 {
     visit("latency", bmc.latency, codec::duration);
@@ -194,11 +385,8 @@ static void describe(auto& visit, bmc_t& bmc)
     visit("pieces", bmc.pieces, pieces);
     visit("fru", bmc.fru,
           codec::record<bmc_fru_t>{R"(the FRU information: { "manufacturer": ..., "product": ..., "serial": ... })"});
-    visit("sensors", bmc.sensors,
-          codec::list{"a list of at most 255 sensors",
-                      codec::record<bmc_sensor_t>{
-                          R"(a sensor: { "name": "12V0", "unit": "V", "value": 12.03, "m": 63, "r_exp": -3 })"},
-                      255});
+    visit.other_way("records", bmc.sensors, repository_of_file);
+    visit("sensors", bmc.sensors, sensors_or_only);
     visit("answers", bmc.answers,
           codec::list{
               "a list of at most 64 rules about answers",
@@ -211,14 +399,6 @@ static void describe(auto& visit, bmc_t& bmc)
     for (std::size_t answer = 0; answer < bmc.answers.size(); ++answer)
         for (std::size_t at = 0; bmc.answers[answer].pieces && at < bmc.answers[answer].pieces->size(); ++at)
             visit.check({"answers", answer, "pieces", at}, (*bmc.answers[answer].pieces)[at] <= bmc.depth, depth);
-    std::set<std::uint8_t> numbers;
-    for (std::size_t at = 0; at < bmc.sensors.size(); ++at) {
-        bmc_sensor_t& sensor = bmc.sensors[at];
-        if (visit.gives("sensors") && !sensor.record && !visit.gives({"sensors", at, "number"}))
-            sensor.number = static_cast<std::uint8_t>(at + 1);
-        visit.check({"sensors", at, "number"}, sensor.record || numbers.insert(sensor.number).second,
-                    "a sensor number that no other sensor has, which " + std::to_string(sensor.number) + " is not");
-    }
 }
 
 std::string fru_image(const bmc_fru_t& fru)
@@ -247,108 +427,6 @@ std::string fru_image(const bmc_fru_t& fru)
     std::string header{1, 0, 0, 1, 0, 0, 0}; // format; the board area lies at 1 x 8, no other area is there
     add_checksum(header);
     return header + area;
-}
-
-std::string sensor_record(const bmc_sensor_t& sensor, std::uint16_t id)
-{
-    if (sensor.record)
-        return *sensor.record;
-    constexpr std::size_t smallest = 64; // with a name of up to 16 bytes: a host reads so much at once
-    constexpr std::size_t name_at = 48;
-    std::string record(std::max(smallest, name_at + sensor.name.size()), '\0');
-    const auto put = [&](std::size_t at, unsigned value) { record.at(at) = byte(value); };
-    const auto m = static_cast<unsigned>(sensor.m);
-    const auto b = static_cast<unsigned>(sensor.b);
-    put(0, id);
-    put(1, id >> 8U);
-    put(2, 0x51); // version of the record format
-    put(3, 0x01); // full sensor record
-    put(4, static_cast<unsigned>(record.size() - 5));
-    put(5, 0x20); // its owner is the BMC
-    put(7, sensor.number);
-    put(8, 0x07); // of the system board
-    put(9, 0x01);
-    put(10, 0x7f); // it is ready when it is powered
-    put(11, 0x40); // scanned by itself, without thresholds
-    put(12, sensor_type(sensor.unit));
-    put(13, 0x01); // event type: thresholds
-    put(20, unsigned{sensor.format} << 6U | unsigned{sensor.rate} << 3U | unsigned{sensor.modifier} << 1U |
-                (sensor.percent ? 1U : 0U));
-    put(21, sensor.unit);
-    put(22, sensor.modifier_unit);
-    put(23, sensor.linearisation);
-    put(24, m);
-    put(25, m >> 2U & 0xc0U);
-    put(26, b);
-    put(27, b >> 2U & 0xc0U);
-    put(29, static_cast<unsigned>(sensor.r_exp) << 4U | (static_cast<unsigned>(sensor.b_exp) & 0xfU));
-    put(34, 0xff); // largest reading; the smallest is 0
-    put(47, 0xc0U | static_cast<unsigned>(sensor.name.size()));
-    std::ranges::copy(sensor.name, record.begin() + name_at);
-    return record;
-}
-
-std::string sensor_response(const bmc_sensor_t& sensor)
-{
-    if (sensor.response)
-        return *sensor.response;
-    constexpr unsigned scanning = 0xc0;   // events and scanning are enabled
-    constexpr unsigned no_reading = 0x20; // added to it
-    return {byte(sensor.available ? sensor.raw : 0U), byte(sensor.available ? scanning : scanning | no_reading),
-            byte(sensor.available ? 0xc0U : 0U)};
-}
-
-double sensor_value(const bmc_sensor_t& sensor, std::uint8_t raw)
-{
-    const double y = (sensor.m * signed_raw(sensor.format, raw) + sensor.b * power_of_ten(sensor.b_exp)) *
-                     power_of_ten(sensor.r_exp);
-    switch (sensor.linearisation & 0x7fU) {
-    case 1:
-        return std::log(y);
-    case 2:
-        return std::log10(y);
-    case 3:
-        return std::log2(y);
-    case 4:
-        return std::exp(y);
-    case 5:
-        return std::pow(10.0, y);
-    case 6:
-        return std::exp2(y);
-    case 7:
-        return y == 0 ? std::numeric_limits<double>::infinity() : 1 / y;
-    case 8:
-        return y * y;
-    case 9:
-        return y * y * y;
-    case 10:
-        return std::sqrt(y);
-    case 11:
-        return std::cbrt(y);
-    default:
-        return y;
-    }
-}
-
-std::uint8_t nearest_raw(const bmc_sensor_t& sensor, double value)
-{
-    std::uint8_t nearest = 0;
-    double smallest = std::numeric_limits<double>::infinity();
-    for (unsigned raw = 0; raw <= 0xff; ++raw) {
-        const double distance = std::fabs(sensor_value(sensor, static_cast<std::uint8_t>(raw)) - value);
-        if (distance < smallest) { // never for what is no number
-            smallest = distance;
-            nearest = static_cast<std::uint8_t>(raw);
-        }
-    }
-    return nearest;
-}
-
-std::string two_decimals(double value)
-{
-    std::string text(400, '\0'); // the largest double has 309 digits before the point
-    text.resize(static_cast<std::size_t>(std::snprintf(text.data(), text.size(), "%.2f", value)));
-    return text;
 }
 
 template struct json::codec::record<bmc_t>;

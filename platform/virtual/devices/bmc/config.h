@@ -1,6 +1,7 @@
 #ifndef IVRA_VIRTUAL_DEVICES_BMC_CONFIG_H
 #define IVRA_VIRTUAL_DEVICES_BMC_CONFIG_H
 
+#include "devices/bmc/sensor.h"
 #include "json/describe.h"
 
 #include <cstddef>
@@ -34,32 +35,6 @@ struct bmc_fru_t
     std::optional<std::string> raw;
 
     bool operator==(const bmc_fru_t&) const = default;
-};
-
-/// A sensor: its full sensor record and its reading.
-struct bmc_sensor_t
-{
-    std::string name;
-    std::uint8_t number = 0;
-    std::uint8_t unit = 0;
-    std::uint8_t modifier = 0;
-    std::uint8_t modifier_unit = 0;
-    std::uint8_t rate = 0;
-    bool percent = false;
-    std::uint8_t format = 0;
-    std::uint8_t linearisation = 0;
-    int m = 1;
-    int b = 0;
-    int r_exp = 0;
-    int b_exp = 0;
-    bool available = true;
-    std::optional<double> value;         ///< that the rack asks for; `raw` is the nearest to it
-    std::uint8_t raw = 0;                ///< reading
-    std::optional<std::uint16_t> next;   ///< record ID that is said to follow, instead of the true one
-    std::optional<std::string> record;   ///< sent instead of the record that follows from the members above
-    std::optional<std::string> response; ///< data of the response to Get Sensor Reading, instead of `raw`
-
-    bool operator==(const bmc_sensor_t&) const = default;
 };
 
 /// What is different about the answers to certain requests.
@@ -98,21 +73,6 @@ inline constexpr std::size_t most_bmc_answers = 64;
 
 /// The bytes of the FRU image, checksums included.
 std::string fru_image(const bmc_fru_t& fru);
-
-/// The bytes of a sensor's record, padded to 64; `id` is its record ID.
-std::string sensor_record(const bmc_sensor_t& sensor, std::uint16_t id);
-
-/// The data of the response to Get Sensor Reading.
-std::string sensor_response(const bmc_sensor_t& sensor);
-
-/// What a raw reading means by IPMI 2.0, chapter 36.3; may be infinite or no number.
-double sensor_value(const bmc_sensor_t& sensor, std::uint8_t raw);
-
-/// The raw reading whose meaning is nearest to `value`.
-std::uint8_t nearest_raw(const bmc_sensor_t& sensor, double value);
-
-/// "12.03", as reports have it.
-std::string two_decimals(double value);
 
 extern template struct json::codec::record<bmc_t>;
 
