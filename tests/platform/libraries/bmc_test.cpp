@@ -1,12 +1,17 @@
 #include "story.h"
 
+#include "state/state.h"
+
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <thread>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace ivra::platform_tests {
@@ -17,6 +22,7 @@ using namespace std::chrono_literals;
 using namespace std::string_literals;
 using ::testing::ElementsAre;
 using ::testing::SizeIs;
+namespace vp = virtual_platform;
 
 using bytes_t = std::vector<std::uint8_t>;
 
@@ -469,6 +475,42 @@ TEST_F(bmc, damage_to_what_it_remembers_is_the_state_at_the_start)
         line.write(ask_device_id);
         EXPECT_EQ(line.read_for(100ms), device_id_frame);
     });
+}
+
+TEST_F(bmc, numbers_that_cannot_be_in_what_it_remembers_are_the_state_at_the_start)
+{
+    using memory_t = vp::bmc_memory_t;
+    void (*const damages[])(memory_t & memory) = {
+        [](memory_t& memory) { memory.queued = memory.answers[0].bytes = 4097; },
+        [](memory_t& memory) { memory.waiting = memory.queued + 1; },
+        [](memory_t& memory) { memory.answer_count = 17; },
+        [](memory_t& memory) { memory.message_size = 513; },
+        [](memory_t& memory) { --memory.answers[0].bytes; },
+        [](memory_t& memory) { ++memory.queued; },
+        [](memory_t& memory) { memory.answers[0].due = INT64_MAX; },
+        [](memory_t& memory) { memory.changed_at = INT64_MIN; },
+        [](memory_t& memory) { memory.received_until = INT64_MAX; },
+        [](memory_t& memory) { memory.busy_until = INT64_MAX; },
+        [](memory_t& memory) { memory.line_free_at = INT64_MAX; },
+    };
+    for (std::size_t row = 0; row < std::size(damages); ++row) {
+        SCOPED_TRACE(row);
+        run([] { line_t{}.write(ask_device_id); });
+        const auto loaded = vp::load_rack(rack);
+        const auto path = vp::board_state_folder(loaded, loaded.accelerators.at(0)) / "bmc";
+        vp::bmc_file file{{vp::open_own_file(AT_FDCWD, path.c_str(), path, O_RDWR), path, vp::file_access::read_write}};
+        memory_t memory = file.read();
+        ASSERT_EQ(memory.answer_count, 1U);
+        damages[row](memory);
+        file.write(memory);
+        run([] {
+            line_t line;
+            sleep_for(1s);
+            EXPECT_THAT(line.read(), SizeIs(0));
+            line.write(ask_device_id);
+            EXPECT_EQ(line.read_for(100ms), device_id_frame);
+        });
+    }
 }
 
 // ---- what goes wrong, where it is asked for ----

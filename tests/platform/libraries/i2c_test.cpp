@@ -665,7 +665,7 @@ TEST_F(module_in_a_cage, a_cmis_module_tells_in_its_state_that_it_saves_power)
     plug_module(R"({"module": "qsfpdd-dr4", "low_power_pin": true})"); // its byte 26 lets the pin count
     const auto lanes = [](const bus& b) {
         b.write(0x50, 127, {0x11});
-        bytes_t bytes = b.read(0x50, 128, 1);
+        bytes_t bytes = b.read(0x50, 128, 4); // of two lanes each
         for (const std::uint8_t at : bytes_t{154, 170, 186})
             bytes.push_back(static_cast<std::uint8_t>(b.read(0x50, at, 2) != bytes_t{0, 0}));
         return bytes;
@@ -673,10 +673,11 @@ TEST_F(module_in_a_cage, a_cmis_module_tells_in_its_state_that_it_saves_power)
     use([&](const bus& b) {
         EXPECT_THAT(b.read(0x50, 26, 1), ElementsAre(0x40));
         EXPECT_THAT(b.read(0x50, 3, 1), ElementsAre(0x03)) << "low power, no interrupt";
-        EXPECT_THAT(lanes(b), ElementsAre(0x11, 0, 0, 1)) << "deactivated; no transmit power, no bias";
+        EXPECT_THAT(lanes(b), ElementsAre(0x11, 0x11, 0x11, 0x11, 0, 0, 1))
+            << "deactivated; no transmit power, no bias";
         b.write(0x50, 26, {0x00});
         EXPECT_THAT(b.read(0x50, 3, 1), ElementsAre(0x07)) << "ready";
-        EXPECT_THAT(lanes(b), ElementsAre(0x44, 1, 1, 1));
+        EXPECT_THAT(lanes(b), ElementsAre(0x44, 0x44, 0x44, 0x44, 1, 1, 1));
         b.write(0x50, 26, {0x10});
         EXPECT_THAT(b.read(0x50, 3, 1), ElementsAre(0x03));
     });

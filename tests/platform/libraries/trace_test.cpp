@@ -104,7 +104,8 @@ TEST_F(platform_trace, cuts_long_data_short_and_says_how_long_it_was)
         const opened board;
         ivra_flash* flash = ivra_flash_create(board.root);
         const std::string data(1000, 'a');
-        EXPECT_EQ(ivra_flash_write_section(flash, ivra_flash_get_section_usr(flash), 0, data.data(), data.size()), 0);
+        for (const std::size_t size : {1000U, 64U})
+            EXPECT_EQ(ivra_flash_write_section(flash, ivra_flash_get_section_usr(flash), 0, data.data(), size), 0);
         ivra_flash_destroy(flash);
     });
     std::string bytes = "61";
@@ -112,6 +113,8 @@ TEST_F(platform_trace, cuts_long_data_short_and_says_how_long_it_was)
         bytes += " 61";
     EXPECT_THAT(trace(), Contains("ivra_flash_write_section(0000:01:00.0, \"USR\"@0x10000, 0x0, [" + bytes +
                                   " ... 1000 bytes], 1000) = 0"));
+    EXPECT_THAT(trace(),
+                Contains("ivra_flash_write_section(0000:01:00.0, \"USR\"@0x10000, 0x0, [" + bytes + "], 64) = 0"));
 }
 
 TEST_F(platform_trace, counts_the_handles_that_were_not_released_by_kind)

@@ -135,6 +135,14 @@ TEST_F(model, a_link_to_a_file_that_is_gone_is_a_mistake_and_no_other_model)
     }
 }
 
+TEST_F(model, a_name_that_is_a_path_is_no_file_but_a_board_that_nobody_knows)
+{
+    file("mine.json", R"({"device": "xcmine"})");
+    EXPECT_NE(rack(R"("model": "../mine")").accelerators.at(0).fpga.device, "xcmine");
+    file("models/mine.json", R"({"device": "xcmine"})");
+    EXPECT_EQ(rack(R"("model": "mine")").accelerators.at(0).fpga.device, "xcmine");
+}
+
 TEST_F(model, each_XMC_has_16_of_the_addresses_at_most)
 {
     file("models/mine.json", R"({"mac_count": 255, "xmc": {}})");

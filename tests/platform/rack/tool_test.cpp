@@ -579,6 +579,19 @@ TEST_F(tool, reset_of_a_rack_works_after_its_file_is_gone_and_through_another_na
     EXPECT_THAT(run({"reset", rack}).out, StartsWith("Forgot 1 board: "));
 }
 
+TEST_F(tool, reset_knows_the_folder_of_a_rack_whose_path_is_too_long_for_a_name)
+{
+    fs::create_directories(folder / std::string(120, 'a') / std::string(120, 'b'));
+    const fs::path rack = file(std::string(120, 'a') + '/' + std::string(120, 'b') + "/rack.json", two_boards);
+    for (const std::vector<std::string>& words : {std::vector<std::string>{"reset", rack}, {"reset"}}) {
+        use_board(rack, 0);
+        const run_t result = run(words);
+        EXPECT_EQ(result.err, "");
+        EXPECT_THAT(result.out, MatchesRegex("Forgot 1 board: " + state.string() + "/%%.*rack.json\n"));
+        EXPECT_THAT(run({"show", rack}).out, ::testing::Not(HasSubstr("used,")));
+    }
+}
+
 TEST_F(tool, reset_without_a_rack_forgets_all)
 {
     EXPECT_EQ(run({"reset"}).out, "Nothing to forget: no board has been used\n");
@@ -679,6 +692,9 @@ TEST_F(tool, a_command_line_that_nobody_could_have_meant_is_64_and_says_where_he
         {{"new", "--count=65537", "ivra_fpb2"},
          "new: --count is \"65537\", expected a number from 0 to 65536",
          "new --help"},
+        {{"new", "--count=65536", "xilinx_u51"},
+         "new: unknown model \"xilinx_u51\", expected one of " + models,
+         "new --help"}, // the number is good
         {{"new", "--count=9x", "ivra_fpb2"}, "new: --count is \"9x\", expected a number from 0 to 65536", "new --help"},
         {{"new", "ivra_fpb2", "--count"}, "new: --count: expected a number after it", "new --help"},
         {{"new", "ivra_fpb2", "--dump"}, "new: --dump: expected a file after it", "new --help"},
