@@ -152,6 +152,20 @@ TEST_F(sensors, of_other_names_are_new)
                                               "no other sensor has, which 2 is not");
 }
 
+TEST_F(sensors, that_clash_are_a_mistake_of_the_one_that_says_so)
+{
+    const std::string begin = (folder / "my.json").string() + ": /accelerators/0/bmc/sensors/";
+    EXPECT_EQ(error_of(R"("sensors": [{"name": "temp", "raw": 1}, {"name": "12V", "number": 2}])"),
+              begin + "1/number: expected a sensor number that no other sensor has, which 2 is not");
+    file("sdr.bin", full_record(1, 0x30, "V12") + full_record(7, 0x31, "TMP"));
+    EXPECT_EQ(
+        error_of(R"("records": {"file": "sdr.bin"}, "sensors": [{"name": "TMP", "raw": 1}, {"name": "V12", "id": 7}])"),
+        begin + "1/id: expected a record ID that no other one has, which 0x7 is not");
+    EXPECT_EQ(
+        error_of(R"("records": {"file": "sdr.bin"}, "sensors": [{"name": "new", "raw": 1}, {"name": "V12", "id": 7}])"),
+        begin + "1/id: expected a record ID that no other one has, which 0x7 is not");
+}
+
 TEST_F(sensors, of_a_rack_can_be_all)
 {
     EXPECT_THAT(sensors_with(R"("sensors": {"only": true, "list": [{"name": "temp", "raw": 7}]})"),
@@ -222,6 +236,50 @@ TEST_F(sensors, of_a_captured_repository_take_the_place_of_the_models)
     EXPECT_THAT(record_ids(bmc.sensors), ElementsAre(3, 0x10, 0x11, 0x200, 0x201));
 }
 
+TEST_F(sensors, beside_others_get_numbers_and_IDs_that_are_free)
+{
+    file("sdr.bin", full_record(3, 3, "abc") + full_record(2, 4, "def"));
+    EXPECT_THAT(sensors_with(R"("records": {"file": "sdr.bin"}, "sensors": [{"name": "x"}, {"name": "y"}])"),
+                ElementsAre("abc #3 none", "def #4 none", "x #5 0", "y #6 0"));
+    const auto ids_with = [&](const std::string& members) { return record_ids(bmc_with(members).sensors); };
+    EXPECT_THAT(ids_with(R"("records": {"file": "sdr.bin"}, "sensors": [{"name": "x"}, {"name": "y"}])"),
+                ElementsAre(3, 2, 4, 5));
+    EXPECT_THAT(ids_with(R"("sensors": [{"name": "temp", "id": 1}])"), ElementsAre(2, 1, 3));
+    EXPECT_THAT(ids_with(R"("sensors": [{"name": "12V", "id": 65534}])"), ElementsAre(0xfffe, 1, 3));
+    EXPECT_THAT(ids_with(R"("sensors": [{"name": "temp", "id": 65534}])"), ElementsAre(1, 0xfffe, 2));
+}
+
+TEST_F(sensors, of_a_captured_repository_are_named_without_what_fills_their_names_up)
+{
+    std::vector<std::pair<std::size_t, unsigned>> body{{7, 9}, {47, 0xe8}, {48, 'A'}, {49, ' '}, {50, 'B'}};
+    for (std::size_t at = 51; at < 88; ++at)
+        body.emplace_back(at, at % 2 == 0 ? ' ' : '\0');
+    file("sdr.bin",
+         record(1, 0x01, 88, body) + full_record(2, 8, "   ") + record(3, 0x01, 88, {{7, 10}, {47, 0xe8}, {87, 'Z'}}));
+    const bmc_t bmc = bmc_with(R"("records": {"file": "sdr.bin"}, "sensors": [{"name": "A B", "raw": 4}])");
+    ASSERT_EQ(bmc.sensors.size(), 3U);
+    EXPECT_EQ(bmc.sensors.at(0).name, "A B");
+    EXPECT_EQ(bmc.sensors.at(0).raw, 4);
+    EXPECT_EQ(bmc.sensors.at(1).name, "");
+    EXPECT_EQ(bmc.sensors.at(2).name, std::string(39, '\0') + "Z"); // of 40 bytes, six bits of length
+}
+
+TEST_F(sensors, of_a_captured_repository_can_all_be_changed)
+{
+    std::string records;
+    std::string changes;
+    for (unsigned id = 1; id <= 1024; ++id) {
+        const std::string name = {'A', static_cast<char>('0' + id / 32), static_cast<char>('0' + id % 32)};
+        records += full_record(id, id % 256, name);
+        changes += (id == 1 ? R"({"name": ")" : R"(, {"name": ")") + name + R"(", "raw": 7})";
+    }
+    file("sdr.bin", records);
+    EXPECT_EQ(bmc_with(R"("records": {"file": "sdr.bin"}, "sensors": [)" + changes + "]").sensors.back().raw, 7);
+    EXPECT_EQ(error_of(R"("records": {"file": "sdr.bin"}, "sensors": [{"name": "new"}])"),
+              (folder / "my.json").string() +
+                  ": /accelerators/0/bmc/sensors: expected at most 1024 sensors with those that there are");
+}
+
 TEST_F(sensors, of_a_captured_repository_are_expanded_with_their_records)
 {
     file("sdr.bin",
@@ -240,7 +298,7 @@ TEST_F(sensors, of_a_captured_repository_keep_their_records)
          full_record(3, 0x30, "V12") + record(0x10, 0x02, 34, {{7, 0x31}, {31, 0xc2}, {32, 'P'}, {33, 'G'}}));
     const std::string begin = (folder / "my.json").string() + ": /accelerators/0/bmc/sensors/0/";
     EXPECT_EQ(error_of(R"("records": {"file": "sdr.bin"}, "sensors": [{"name": "V12", "unit": "V"}])"),
-              begin + "unit: expected no such member beside \"record\"");
+              begin + "unit: expected no such member, as the sensor's record says it");
     EXPECT_EQ(error_of(R"("records": {"file": "sdr.bin"}, "sensors": [{"name": "PG", "value": 1}])"),
               begin + "value: expected no such member beside a record that is no full sensor record");
 }

@@ -169,16 +169,19 @@ TEST_F(tool, check_remarks_a_sensor_that_cannot_show_its_value)
                               "2/value: -1.00 reads as 0.00, the nearest that the sensor can say\n");
 }
 
-TEST_F(tool, check_remarks_a_sensor_of_a_BMC_that_the_model_does_not_have)
+TEST_F(tool, check_remarks_a_new_sensor_of_a_BMC_beside_others)
 {
     const fs::path rack = file("a.json", R"({"accelerators": [
         {"model": "bittware_xupp3r", "bmc": {"sensors": [{"name": "12V0"}, {"name": "12V"}]}},
         {"model": "bittware_xupp3r", "bmc": {"sensors": {"only": true, "list": [{"name": "12V"}]}}},
+        {"model": "bittware_xupp3r", "bmc": {"sensors": [{"record": "0d0051c003000000"}]}},
+        {"model": "bittware_xupp3r", "bmc": {"sensors": [{"name": "3V3"}, {"name": "3V3"}]}},
         {"model": "x", "bmc": {"sensors": [{"name": "12V"}]}}]})");
     const run_t result = run({"check", rack});
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.err, "ivra-virtual: " + rack.string() +
-                              ": /accelerators/0/bmc/sensors/1/name: a sensor that the model does not have\n");
+    const std::string place = "ivra-virtual: " + rack.string() + ": /accelerators/";
+    const std::string remark = "/bmc/sensors/1/name: a new sensor, as there is none of this name to change\n";
+    EXPECT_EQ(result.err, place + "0" + remark + place + "3" + remark);
 }
 
 TEST_F(tool, check_remarks_what_a_model_beside_the_rack_says_once)

@@ -2,9 +2,9 @@
 
 #include "json/text.h"
 
+#include <bitset>
 #include <map>
 #include <numeric>
-#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -59,7 +59,7 @@ constexpr codec::or_null any_bytes{codec::hex{largest_text}};
 constexpr codec::or_null pieces{codec::list{"a list of at most 1024 numbers of bytes that successive reads give",
                                             codec::whole{"a number of bytes", 1, 64}, 1024}};
 
-constexpr codec::code record_id_codec{"a record ID such as 2 or \"0xffff\"", 16};
+constexpr codec::code record_id_codec{"a record ID such as 2 or \"0x1f\"", 16};
 
 // ---- files ----
 
@@ -72,14 +72,11 @@ struct file_codec
     std::string sentence() const { return what; }
     void read(const json::node_t& node, std::optional<std::string>& bytes) const
     {
-        std::string name;
-        codec::long_text.read(node, name);
-        if (node.reading().is_beyond_mistake(node.value().end))
-            return;
-        if (name.empty() || name.find('\0') != std::string::npos)
+        const auto* name = node.as<std::string>();
+        if (name == nullptr || name->empty() || name->find('\0') != std::string::npos)
             return node.expected(what);
         try {
-            bytes = node.reading().open(node.reading().folders().front() / name);
+            bytes = node.reading().open(node.reading().folders().front() / *name);
         } catch (const file_error& error) {
             return node.note(node.value().place, error.what());
         }
@@ -181,7 +178,9 @@ static void describe(auto& visit, bmc_sensor_t& sensor)
     visit.excludes("record", {"name"});
     for (const char* member : {"number", "unit", "modifier", "modifier_unit", "rate", "percent", "format",
                                "linearisation", "m", "b", "r_exp", "b_exp"})
-        visit.check({member}, !sensor.record || !visit.gives(member), "no such member beside \"record\"");
+        visit.check({member}, !sensor.record || !visit.gives(member),
+                    visit.gives("record") ? "no such member beside \"record\""
+                                          : "no such member, as the sensor's record says it");
     visit.check({"value"}, is_full(sensor) || !visit.gives("value"),
                 "no such member beside a record that is no full sensor record");
     visit.excludes("response", {"value", "raw", "available"});
@@ -214,17 +213,26 @@ static void describe(auto& visit, bmc_answer_t& answer)
 
 namespace {
 
-/// Of several records the first with an ID that a host cannot ask for, and what is expected of it.
-std::optional<std::pair<std::size_t, std::string>> bad_record_id(const std::vector<bmc_sensor_t>& sensors)
+/// A record whose ID a host cannot ask for.
+struct bad_record_id_t
+{
+    std::size_t at;
+    std::size_t earlier; ///< the one that has the ID already, or itself
+    std::string expectation;
+};
+
+/// The first one of these records.
+std::optional<bad_record_id_t> bad_record_id(const std::vector<bmc_sensor_t>& sensors)
 {
     const std::vector<std::uint16_t> ids = record_ids(sensors);
-    std::set<std::uint16_t> taken;
+    std::map<std::uint16_t, std::size_t> places;
     for (std::size_t at = 0; at < ids.size(); ++at) {
         if (ids[at] == last_record_id || (ids[at] == 0 && at != 0))
-            return {{at, "a record ID from 0x1 to 0xfffe, or 0x0 of the first one, which " + hex_text(ids[at]) +
-                             " is not"}};
-        if (!taken.insert(ids[at]).second)
-            return {{at, "a record ID that no other one has, which " + hex_text(ids[at]) + " is not"}};
+            return {
+                {at, at,
+                 "a record ID from 0x1 to 0xfffe, or 0x0 of the first one, which " + hex_text(ids[at]) + " is not"}};
+        if (const auto [other, is_first] = places.emplace(ids[at], at); !is_first)
+            return {{at, other->second, "a record ID that no other one has, which " + hex_text(ids[at]) + " is not"}};
     }
     return std::nullopt;
 }
@@ -262,7 +270,7 @@ struct repository_codec : codec::record<repository_t>
             file.expected("at most " + std::to_string(most_sensors) + " records, which " +
                           std::to_string(sensors.size()) + " are not");
         else if (const auto bad = bad_record_id(sensors))
-            file.note(file.value().place, "record " + std::to_string(bad->first + 1) + ": expected " + bad->second);
+            file.note(file.value().place, "record " + std::to_string(bad->at + 1) + ": expected " + bad->expectation);
     }
 };
 constexpr repository_codec repository_of_file{{R"(the records of a real board: { "file": "sdr.bin" })"}};
@@ -280,7 +288,7 @@ struct sensors_codec
     static void read(const json::node_t& node, std::vector<bmc_sensor_t>& sensors)
     {
         const auto* elements = node.as<json::list_t>();
-        if (elements == nullptr || elements->size() + sensors.size() > most_sensors)
+        if (elements == nullptr || elements->size() > most_sensors)
             return node.expected(sentence());
         std::vector<std::optional<std::size_t>> element_of(sensors.size()); // which of them it is that changed it
         const bool has_sensors = !sensors.empty();
@@ -290,14 +298,17 @@ struct sensors_codec
                 return;
             const std::size_t place = place_of(element, sensors, element_of);
             if (place == sensors.size()) {
-                if (has_sensors)
-                    element.remark_at({"name"}, "a sensor that the model does not have");
+                if (has_sensors && json::find(element.value(), "name") != nullptr)
+                    element.remark_at({"name"}, "a new sensor, as there is none of this name to change");
                 element_of.emplace_back();
-                sensors.emplace_back().number = static_cast<std::uint8_t>(place + 1);
+                const std::uint8_t number = new_number(sensors);
+                sensors.emplace_back().number = number;
             }
             element_of[place] = at;
             list.codec.read(element, sensors[place]);
         }
+        if (sensors.size() > most_sensors)
+            return node.expected("at most " + std::to_string(most_sensors) + " sensors with those that there are");
         check(node, sensors, element_of);
     }
     static json::value_t write(const std::vector<bmc_sensor_t>& sensors) { return list.write(sensors); }
@@ -318,6 +329,29 @@ private:
             ++place;
         return place;
     }
+    /// Its place from 1, or the next number that none of them has.
+    static std::uint8_t new_number(const std::vector<bmc_sensor_t>& sensors)
+    {
+        std::bitset<256> taken;
+        for (const bmc_sensor_t& sensor : sensors)
+            if (is_sensor(sensor))
+                taken.set(sensor.number);
+        auto number = static_cast<std::uint8_t>(sensors.size() + 1);
+        while (taken[number] && !taken.all())
+            ++number;
+        return number;
+    }
+    /// The element that a clash of two sensors is told of: the later one that gives the member or a record, or else the
+    /// later one.
+    static std::size_t clashing(const json::node_t& node, const std::vector<std::optional<std::size_t>>& element_of,
+                                std::size_t later, std::size_t earlier, const char* member)
+    {
+        for (const std::optional<std::size_t>& element : {element_of[later], element_of[earlier]})
+            if (element &&
+                (!node.value_at({*element, member}).is_null() || !node.value_at({*element, "record"}).is_null()))
+                return *element;
+        return element_of[later].value_or(element_of[earlier].value_or(0));
+    }
     /// No two sensors that were made from their members have one number, and no two records one ID.
     static void check(const json::node_t& node, const std::vector<bmc_sensor_t>& sensors,
                       const std::vector<std::optional<std::size_t>>& element_of)
@@ -330,12 +364,12 @@ private:
                 continue;
             const auto [other, is_first] = places.emplace(sensors[at].number, at);
             if (!is_first)
-                node.expected_at({element_of[at].value_or(element_of[other->second].value_or(0)), "number"},
+                node.expected_at({clashing(node, element_of, at, other->second, "number"), "number"},
                                  "a sensor number that no other sensor has, which " +
                                      std::to_string(sensors[at].number) + " is not");
         }
         if (const auto bad = bad_record_id(sensors))
-            node.expected_at({element_of[bad->first].value_or(0), "id"}, bad->second);
+            node.expected_at({clashing(node, element_of, bad->at, bad->earlier, "id"), "id"}, bad->expectation);
     }
 };
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bitset>
 #include <cmath>
 #include <cstdio>
 #include <iterator>
@@ -92,6 +93,14 @@ double signed_raw(std::uint8_t format, std::uint8_t raw)
     return raw;
 }
 
+/// The ID of its record, unless that follows from the others.
+std::optional<std::uint16_t> own_id(const bmc_sensor_t& sensor)
+{
+    if (sensor.id || !sensor.record || sensor.record->size() < 2)
+        return sensor.id;
+    return static_cast<std::uint16_t>(at(*sensor.record, 0) | at(*sensor.record, 1) << 8U);
+}
+
 std::uint8_t type_of(std::string_view record)
 {
     return record.size() > number_at ? at(record, type_at) : 0;
@@ -120,7 +129,8 @@ bmc_sensor_t sensor_of(std::string bytes)
     sensor.number = at(record, number_at);
     const std::size_t name_at = std::ranges::find(sensor_types, type_of(record), &sensor_type_t::type)->name_at;
     if (record.size() > name_at)
-        sensor.name = record.substr(name_at + 1, at(record, name_at) & 0x1fU);
+        sensor.name = record.substr(name_at + 1, at(record, name_at) & 0x3fU);
+    sensor.name.resize(sensor.name.find_last_not_of(std::string_view{" \0", 2}) + 1); // what it was filled up with
     if (!is_full(sensor))
         return sensor;
     const unsigned units = at(record, units_at);
@@ -143,13 +153,19 @@ bmc_sensor_t sensor_of(std::string bytes)
 
 std::vector<std::uint16_t> record_ids(const std::vector<bmc_sensor_t>& sensors)
 {
+    std::bitset<last_record_id + std::size_t{1}> taken;
+    taken.set(0).set(last_record_id);
+    for (const bmc_sensor_t& sensor : sensors)
+        if (const auto id = own_id(sensor))
+            taken.set(*id);
     std::vector<std::uint16_t> ids;
     for (const bmc_sensor_t& sensor : sensors) {
         const std::size_t place = ids.size() + 1;
         auto id = static_cast<std::uint16_t>(ids.empty() ? place : std::max<std::size_t>(place, ids.back() + 1U));
-        if (sensor.record && sensor.record->size() >= 2)
-            id = static_cast<std::uint16_t>(at(*sensor.record, 0) | at(*sensor.record, 1) << 8U);
-        ids.push_back(sensor.id.value_or(id));
+        while (taken[id] && !taken.all())
+            ++id;
+        ids.push_back(own_id(sensor).value_or(id));
+        taken.set(ids.back());
     }
     return ids;
 }

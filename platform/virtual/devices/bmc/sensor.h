@@ -47,8 +47,8 @@ bool is_sensor(const bmc_sensor_t& sensor);
 
 inline constexpr std::uint16_t last_record_id = 0xffff; ///< asks for the last record, whatever its ID
 
-/// The IDs of all their records: a sensor's own, or that in the record's first two bytes, or else its place counted
-/// from 1, or more where the one before it has more.
+/// The IDs of all their records: a sensor's own, or that in the record's first two bytes, or else the next one that
+/// none of these is, from its place counted from 1 or from the record before it, whichever is more.
 std::vector<std::uint16_t> record_ids(const std::vector<bmc_sensor_t>& sensors);
 
 /// The bytes of its record, padded to 64 unless they are the rack's; `id` is its record ID.
