@@ -176,7 +176,7 @@ constexpr command_t commands[] = {
      "Prints a rack file with a board of each model, ready to be edited.\n"
      "\n"
      "  --count=N    N boards, up to 65536, of the models in turn\n"
-     "  --dump=FILE  with the module in the first cage that the dump in FILE is of\n",
+     "  --dump=FILE  with the module of the dump in FILE in the first cage\n",
      1, any_number, true, false, &new_rack},
     {"run", "[RACK] [-- COMMAND...]", "Run a command, or a shell, on simulated boards",
      "Runs a command whose platform libraries are the virtual ones, with the boards\n"

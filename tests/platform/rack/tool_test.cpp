@@ -251,14 +251,17 @@ TEST_F(tool, check_remarks_a_device_that_nobody_can_reach)
                 {"device": "cage", "number": 0, "behind": ["0x72", "0x00"]},
                 {"device": "cage", "number": 1, "behind": ["0x72", 255]}]}]}},
         {"model": "bittware_xupvv8", "i2c": {"buses": []}},
-        {"model": "bittware_xupvv8", "i2c": {"mac_eeprom": null, "buses": []}}]})");
+        {"model": "bittware_xupvv8", "i2c": {"mac_eeprom": null, "buses": []}},
+        {"model": "bittware_xupp3r", "i2c": {"cages": [], "pins": 0}},
+        {"model": "bittware_xupp3r", "i2c": {"pins": 1}}]})");
     const run_t result = run({"check", rack});
-    EXPECT_EQ(result.out, rack.string() + ": good, 4 accelerators\n");
+    EXPECT_EQ(result.out, rack.string() + ": good, 6 accelerators\n");
     const std::string place = "ivra-virtual: " + rack.string() + ": /accelerators/";
     EXPECT_EQ(result.err, place + "0/i2c/mac_eeprom: no bus has a mac_eeprom, so nobody can read it\n" + place +
                               "1/i2c/cages/2: no bus has cage 2, so nobody can read its module\n" + place +
                               "1/i2c/buses/0/devices/2/pin: it never answers, as there is no such pin: there are 2\n" +
-                              place + "1/i2c/buses/0/devices/3/behind/1: it never answers, as this is no channel\n");
+                              place + "1/i2c/buses/0/devices/3/behind/1: it never answers, as this is no channel\n" +
+                              place + "4/i2c/pins: a device of the model never answers, as there is no pin 0\n");
     EXPECT_EQ(result.status, 0);
 }
 

@@ -44,6 +44,12 @@ private:
 };
 constexpr behind_codec_t behind_codec;
 
+/// The pin of a device, if there is no such pin.
+std::optional<std::size_t> missing_pin(const i2c_t& i2c, const i2c_device_t& device)
+{
+    return device.pin && *device.pin >= i2c.pins ? std::optional<std::size_t>{*device.pin} : std::nullopt;
+}
+
 auto multiplexer_at(const std::vector<i2c_device_t>& devices, std::uint8_t address)
 {
     return std::ranges::find_if(devices, [address](const i2c_device_t& device) {
@@ -101,8 +107,16 @@ static void describe(auto& visit, i2c_t& i2c)
         return visit.gives("mac_eeprom") && !reaches(i2c, mac_eeprom) ? "no bus has a mac_eeprom, so nobody can read it"
                                                                       : ""s;
     });
-    if (!are_buses_said)
+    if (!are_buses_said) {
+        visit.remark({"pins"}, [&] {
+            for (const i2c_bus_t& bus : i2c.buses)
+                for (const i2c_device_t& device : bus.devices)
+                    if (const auto pin = missing_pin(i2c, device); pin && visit.gives("pins"))
+                        return "a device of the model never answers, as there is no pin " + std::to_string(*pin);
+            return ""s;
+        });
         return;
+    }
     number_multiplexers(i2c.buses);
     for (std::size_t bus = 0; bus < i2c.buses.size(); ++bus) {
         const i2c_bus_t& other = i2c.buses[bus == 0 ? 0 : bus - 1];
@@ -114,7 +128,7 @@ static void describe(auto& visit, i2c_t& i2c)
                         device.kind != cage || device.number < i2c.cages.size(),
                         "less than " + std::to_string(i2c.cages.size()) + ", the number of cages");
             visit.remark({"buses", bus, "devices", at, "pin"}, [&] {
-                return device.pin && *device.pin >= i2c.pins
+                return missing_pin(i2c, device)
                            ? "it never answers, as there is no such pin: there are " + std::to_string(i2c.pins)
                            : "";
             });
