@@ -62,7 +62,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const bmc_sensor_t& sensor = config.sensors[id - 1];
         if (is_sensor(sensor))
             expect(asked(controller, {0x10, 0x2d, byte(sensor.number)}).size() == 3);
-        static_cast<void>(nearest_raw(sensor, sensor_value(sensor, sensor.raw)));
+        bmc_sensor_t with_value = sensor;
+        with_value.value = sensor_value(sensor, sensor.raw);
+        static_cast<void>(raw_reading(with_value));
     }
     expect(records.empty() || records.size() > 0xfffe || together == bytes);
 

@@ -61,7 +61,7 @@ protected:
             lines.push_back(sensor.name + " #" + std::to_string(sensor.number) + ' ' +
                             (sensor.response     ? "as " + hex(*sensor.response)
                              : !sensor.available ? "none"
-                                                 : std::to_string(sensor.raw)));
+                                                 : std::to_string(raw_reading(sensor))));
         return lines;
     }
 
@@ -289,7 +289,7 @@ TEST_F(sensors, of_a_captured_repository_are_expanded_with_their_records)
         folder / "my.json");
     const rack_t again = parse_rack(expand(rack), "/elsewhere/my.json");
     EXPECT_EQ(again.accelerators.at(0).bmc, rack.accelerators.at(0).bmc);
-    EXPECT_EQ(again.accelerators.at(0).bmc->sensors.at(0).raw, 7);
+    EXPECT_EQ(raw_reading(again.accelerators.at(0).bmc->sensors.at(0)), 7);
 }
 
 TEST_F(sensors, of_a_captured_repository_keep_their_records)

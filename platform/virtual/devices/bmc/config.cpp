@@ -119,14 +119,12 @@ static void settle_reading(auto& visit, bmc_sensor_t& sensor)
     const bool is_said = visit.gives("value") || visit.gives("raw");
     if (visit.gives("raw") || visit.gives("response"))
         sensor.value.reset();
-    if (visit.gives("response"))
+    if (visit.gives("value") || visit.gives("response"))
         sensor.raw = 0;
     if (is_said || visit.gives("available"))
         sensor.response.reset();
     if ((is_said || visit.gives("response")) && !visit.gives("available"))
         sensor.available = true;
-    if (sensor.value && (visit.said("name") || visit.gives("record")))
-        sensor.raw = nearest_raw(sensor, *sensor.value);
 }
 
 static void describe(auto& visit, bmc_fru_t& fru)
@@ -190,7 +188,7 @@ static void describe(auto& visit, bmc_sensor_t& sensor)
         if (!visit.gives("value") || !sensor.value)
             return "";
         const std::string asked = two_decimals(*sensor.value);
-        const std::string shown = two_decimals(sensor_value(sensor, sensor.raw));
+        const std::string shown = two_decimals(sensor_value(sensor, raw_reading(sensor)));
         return asked == shown ? "" : asked + " reads as " + shown + ", the nearest that the sensor can say";
     });
 }

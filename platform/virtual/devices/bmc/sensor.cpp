@@ -216,7 +216,7 @@ std::string sensor_response(const bmc_sensor_t& sensor)
     constexpr char no_reading = '\xe0'; // nor is there one
     if (!sensor.available)
         return {'\0', no_reading, '\0'};
-    return {static_cast<char>(sensor.raw), scanning, '\xc0'};
+    return {static_cast<char>(raw_reading(sensor)), scanning, '\xc0'};
 }
 
 double sensor_value(const bmc_sensor_t& sensor, std::uint8_t raw)
@@ -251,12 +251,14 @@ double sensor_value(const bmc_sensor_t& sensor, std::uint8_t raw)
     }
 }
 
-std::uint8_t nearest_raw(const bmc_sensor_t& sensor, double value)
+std::uint8_t raw_reading(const bmc_sensor_t& sensor)
 {
+    if (!sensor.value)
+        return sensor.raw;
     std::uint8_t nearest = 0;
     double smallest = std::numeric_limits<double>::infinity();
     for (unsigned raw = 0; raw <= 0xff; ++raw) {
-        const double distance = std::fabs(sensor_value(sensor, static_cast<std::uint8_t>(raw)) - value);
+        const double distance = std::fabs(sensor_value(sensor, static_cast<std::uint8_t>(raw)) - *sensor.value);
         if (distance < smallest) { // never for what is no number
             smallest = distance;
             nearest = static_cast<std::uint8_t>(raw);

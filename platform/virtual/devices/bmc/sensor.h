@@ -27,12 +27,12 @@ struct bmc_sensor_t
     int r_exp = 0;
     int b_exp = 0;
     bool available = true;
-    std::optional<double> value;         ///< that the rack asks for; `raw` is the nearest to it
-    std::uint8_t raw = 0;                ///< reading
+    std::optional<double> value;         ///< that it reads as nearly as it can
+    std::uint8_t raw = 0;                ///< reading, unless there is a value
     std::optional<std::uint16_t> id;     ///< of its record, instead of what record_ids() finds
     std::optional<std::uint16_t> next;   ///< record ID that is said to follow, instead of the true one
     std::optional<std::string> record;   ///< sent as it is; the members above are what it says, as far as it goes
-    std::optional<std::string> response; ///< data of the response to Get Sensor Reading, instead of `raw`
+    std::optional<std::string> response; ///< data of the response to Get Sensor Reading, instead of the true one
 
     bool operator==(const bmc_sensor_t&) const = default;
 };
@@ -60,8 +60,8 @@ std::string sensor_response(const bmc_sensor_t& sensor);
 /// What a raw reading means by IPMI 2.0, chapter 36.3; may be infinite or no number.
 double sensor_value(const bmc_sensor_t& sensor, std::uint8_t raw);
 
-/// The raw reading whose meaning is nearest to `value`.
-std::uint8_t nearest_raw(const bmc_sensor_t& sensor, double value);
+/// The raw reading: the one whose meaning is nearest to the sensor's value, if it has one.
+std::uint8_t raw_reading(const bmc_sensor_t& sensor);
 
 /// "12.03", as reports have it.
 std::string two_decimals(double value);
