@@ -119,6 +119,32 @@ static void describe(auto& visit, model_t& model)
 
 static constexpr codec::record<model_t> model_codec{R"(a model: { "short_name": "u200", "device": ..., "xmc": ... })"};
 
+/// Reads a model's file over what it has already. Throws file_error.
+static void read_model(std::string_view text, json::reading& reading, model_t& model)
+{
+    model.document = json::parse(text, reading.file(), model_codec.what);
+    model.file = reading.file();
+    model.folders = reading.folders();
+    model_codec.read({model.document, reading}, model);
+    reading.finish();
+    default_accelerator(model, 0); // what it says has to go with the defaults, too
+    default_xmc(model, 0, 0);
+}
+
+bool is_model_file(const fs::path& file)
+{
+    return fs::absolute(file).lexically_normal().parent_path().filename() == models_folder;
+}
+
+std::vector<std::string> check_model(const fs::path& file)
+{
+    const fs::path racks = fs::absolute(file).lexically_normal().parent_path().parent_path();
+    json::reading reading{file, {racks, racks_folder()}, json::remarks_t::wanted};
+    model_t model;
+    read_model(read_file(file), reading, model);
+    return reading.remarks();
+}
+
 const model_t& models::find(const json::node_t& node, const std::string& name)
 {
     if (const auto known = models_.find(name); known != models_.end())
@@ -134,16 +160,10 @@ const model_t& models::find(const json::node_t& node, const std::string& name)
     std::error_code ignored;
     try {
         const std::string text = read_file(*file);
-        model.document = json::parse(text, *file, model_codec.what);
-        model.file = *file;
-        model.folders = node.reading().folders();
-        json::reading reading{model.file, model.folders, node.reading().wanted()};
-        model_codec.read({model.document, reading}, model);
-        reading.finish();
+        json::reading reading{*file, node.reading().folders(), node.reading().wanted()};
+        read_model(text, reading, model);
         for (const std::string& remark : reading.remarks())
             node.remark(remark);
-        default_accelerator(model, 0); // what it says has to go with the defaults, too
-        default_xmc(model, 0, 0);
         if (!fs::equivalent(file->parent_path().parent_path(), racks_folder(), ignored))
             texts_[name] = '\n' + text;
         texts_[name] += reading.take_opened();

@@ -50,6 +50,11 @@ private:
     std::map<std::string, std::string> texts_;
 };
 
+/// Whether a model's file would have this path: it lies in a folder "models".
+bool is_model_file(const std::filesystem::path& file);
+/// Reads a model by itself; what is no mistake and hardly meant comes back as lines. Throws file_error.
+std::vector<std::string> check_model(const std::filesystem::path& file);
+
 /// The names of the models that come with the platform, sorted.
 std::vector<std::string> known_models();
 

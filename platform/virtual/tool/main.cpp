@@ -40,19 +40,24 @@ std::string count_of(std::size_t count, const std::string& thing)
     return (count == 0 ? "no" : std::to_string(count)) + ' ' + thing + (count == 1 ? "" : "s");
 }
 
+void tell_of_good_file(const std::string& file, const std::string& what, const std::vector<std::string>& remarks)
+{
+    print(printable(file) + ": good, " + what + '\n');
+    for (const std::string& remark : remarks)
+        print_error(remark);
+}
+
 /// A list is a fault plan.
 void check_file(const std::string& file)
 {
+    if (is_model_file(file))
+        return tell_of_good_file(file, "a model", check_model(file));
     const json::value_t document = json::parse(read_file(file), file, rack_sentence);
-    if (document.as<json::list_t>() != nullptr) {
-        print(printable(file) + ": good, " + count_of(fault_plan{document, file}.size(), "rule") + '\n');
-        return;
-    }
+    if (document.as<json::list_t>() != nullptr)
+        return tell_of_good_file(file, count_of(fault_plan{document, file}.size(), "rule"), {});
     std::vector<std::string> remarks;
     const rack_t rack = read_rack(document, file, &remarks);
-    print(printable(file) + ": good, " + count_of(rack.accelerators.size(), "accelerator") + '\n');
-    for (const std::string& remark : remarks)
-        print_error(remark);
+    tell_of_good_file(file, count_of(rack.accelerators.size(), "accelerator"), remarks);
 }
 
 int check(const words_t& words)
@@ -153,11 +158,11 @@ constexpr std::size_t any_number = 1000;
 // clang-format off
 constexpr command_t commands[] = {
     {"check", "FILE...", "Say whether racks and fault plans are good",
-     "Reads each rack or fault plan and checks it. The first mistake of each is\n"
-     "said on standard error: the file, the place in it, and what was expected\n"
-     "there. So is what is good but hardly meant: a value that a sensor cannot show,\n"
-     "a device that nobody can reach, a model that is almost a known one. The exit\n"
-     "status is 0 when every file is good, else 1.\n",
+     "Reads each rack or fault plan, or model in a folder \"models\", and checks it.\n"
+     "The first mistake of each is said on standard error: the file, the place in\n"
+     "it, and what was expected there. So is what is good but hardly meant: a value\n"
+     "that a sensor cannot show, a device that nobody can reach, a model that is\n"
+     "almost a known one. The exit status is 0 when every file is good, else 1.\n",
      1, any_number, false, false, &check},
     {"show", "RACK", "Show what is plugged where, and its state now",
      "Shows every accelerator of the rack: what it is, what its flash and its\n"

@@ -2,6 +2,7 @@
 
 #include "devices/i2c/i2c.h"
 #include "devices/xmc/xmc.h"
+#include "rack/model.h"
 #include "rack/rack.h"
 #include "state/state.h"
 #include "support/process.h"
@@ -195,6 +196,29 @@ TEST_F(tool, check_remarks_what_a_model_beside_the_rack_says_once)
     EXPECT_EQ(result.out, rack.string() + ": good, 3 accelerators\n");
     EXPECT_EQ(result.err, "ivra-virtual: " + rack.string() + ": /accelerators/1/model: " + model.string() +
                               ": /bmc/sensors/0/value: 12.40 reads as 12.00, the nearest that the sensor can say\n");
+}
+
+TEST_F(tool, check_takes_a_file_in_a_folder_of_models_for_a_model)
+{
+    fs::create_directory(folder / "models");
+    const fs::path good = file("models/good.json", R"({"bmc": {"sensors": [{"name": "b", "value": 12.4}]}})");
+    const fs::path bad = file("models/bad.json", R"({"mac_count": 4, "device": 7})");
+    const fs::path dumped = file("models/dumped.json", R"({"i2c": {"cages": [{"dump": "no.hex"}]}})");
+    const run_t result = run({"check", good, bad, dumped});
+    EXPECT_EQ(result.out, good.string() + ": good, a model\n");
+    EXPECT_EQ(result.err,
+              "ivra-virtual: " + good.string() +
+                  ": /bmc/sensors/0/value: 12.40 reads as 12.00, the nearest that the sensor can say\n"
+                  "ivra-virtual: " +
+                  bad.string() +
+                  ": /device: expected a text of at most 4096 bytes, or { \"hex\": \"ff41\" } for any bytes\n" +
+                  "ivra-virtual: " + dumped.string() + ": /i2c/cages/0/dump: " + (folder / "no.hex").string() +
+                  ": cannot be read: No such file or directory\n");
+    EXPECT_EQ(result.status, 1);
+    for (const std::string& model : vp::known_models()) {
+        const std::string path = IVRA_RACKS "/models/" + model + ".json";
+        EXPECT_EQ(run({"check", path}).out, path + ": good, a model\n");
+    }
 }
 
 TEST_F(tool, remarks_come_in_the_order_of_the_file_and_not_with_a_mistake)
