@@ -185,6 +185,22 @@ TEST_F(tool, check_remarks_a_new_sensor_of_a_BMC_beside_others)
     EXPECT_EQ(result.err, place + "0" + remark + place + "3" + remark);
 }
 
+TEST_F(tool, check_remarks_a_field_beside_the_bytes_of_the_whole_FRU)
+{
+    file("fru.bin", "FRU");
+    const std::string text = R"({"accelerators": [
+        {"model": "x", "bmc": {"fru": {"serial": "mine", "file": "fru.bin"}}},
+        {"model": "x", "bmc": {"fru": {"serial": null, "extra": [], "raw": "00"}}},
+        {"model": "x", "bmc": {"fru": {"serial": "mine"}}}]})";
+    const fs::path rack = file("a.json", text);
+    EXPECT_EQ(run({"check", rack}).err,
+              "ivra-virtual: " + rack.string() +
+                  ": /accelerators/0/bmc/fru/serial: it is not served, as the whole FRU is given as bytes\n");
+    const fs::path expanded = file("b.json", run({"expand", rack}).out);
+    EXPECT_EQ(run({"check", expanded}).err, "");
+    EXPECT_EQ(run({"expand", expanded}).out, run({"expand", rack}).out);
+}
+
 TEST_F(tool, check_remarks_what_a_model_beside_the_rack_says_once)
 {
     fs::create_directory(folder / "models");

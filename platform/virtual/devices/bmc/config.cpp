@@ -141,6 +141,15 @@ static void describe(auto& visit, bmc_fru_t& fru)
     visit.excludes("raw", {"file"});
     visit.check({}, fru.raw || fru_image(fru).size() <= largest_fru_area + 8,
                 "fields that fit into a board area of " + std::to_string(largest_fru_area) + " bytes");
+    for (const char* field : {"manufacturer", "product", "serial", "part_number", "file_id"})
+        visit.remark({field}, [&] {
+            return fru.raw && visit.gives(field) ? "it is not served, as the whole FRU is given as bytes" : "";
+        });
+    if (fru.raw) {
+        bmc_fru_t whole;
+        whole.raw = std::move(fru.raw);
+        fru = std::move(whole);
+    }
 }
 
 static void describe(auto& visit, bmc_sensor_t& sensor)
