@@ -344,7 +344,7 @@ value_t duration_codec::write(const duration_t& value)
 
 value_t duration_codec::schema()
 {
-    return schema_of(sentence(), {"string"}, {{"pattern", pattern(duration_pattern)}});
+    return schema_of(sentence(), {"string"}, {{"pattern", pattern("^(never|[0-9]{1,9}([.][0-9]{1,9})? ?(s|ms|us))$")}});
 }
 
 // ---- texts ----

@@ -121,8 +121,6 @@ inline constexpr address_t address;
 
 using duration_t = std::optional<std::chrono::nanoseconds>; ///< nothing: never
 
-inline constexpr const char* duration_pattern = "^(never|[0-9]{1,9}([.][0-9]{1,9})? ?(s|ms|us))$";
-
 /// A time, or "never". What is finer than a nanosecond is dropped.
 struct duration_codec
 {

@@ -118,7 +118,8 @@ constexpr struct
     }
     static json::value_t schema()
     {
-        return codec::schema_of(sentence(), {"string"}, {{"pattern", {std::string{codec::duration_pattern}}}});
+        return codec::schema_of(sentence(), {"string"},
+                                {{"pattern", {std::string{"^[0-9]{1,9}([.][0-9]{1,9})? ?(s|ms|us)$"}}}});
     }
 } short_time;
 
