@@ -169,6 +169,7 @@ const model_t& models::find(const json::node_t& node, const std::string& name)
         texts_[name] += reading.take_opened();
     } catch (const file_error& error) {
         node.note(node.value().place, error.what());
+        model = model_t{};
     }
     return model;
 }

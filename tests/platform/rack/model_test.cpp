@@ -135,6 +135,22 @@ TEST_F(model, a_link_to_a_file_that_is_gone_is_a_mistake_and_no_other_model)
     }
 }
 
+TEST_F(model, a_mistake_in_a_file_is_told_with_the_place_in_the_rack)
+{
+    for (const char* device : {"i2c", "bmc", "xmc"}) {
+        file("models/mine.json", R"({")" + std::string{device} + R"(": {"none": 1}})");
+        try {
+            rack(R"("model": "mine")");
+            FAIL() << device;
+        } catch (const file_error& error) {
+            EXPECT_TRUE(std::string_view{error.what()}.starts_with(
+                folder.string() + "/rack.json: /accelerators/0/model: " + folder.string() + "/models/mine.json: /" +
+                device + "/none: unknown member"))
+                << error.what();
+        }
+    }
+}
+
 TEST_F(model, a_name_that_is_a_path_is_no_file_but_a_board_that_nobody_knows)
 {
     file("mine.json", R"({"device": "xcmine"})");
