@@ -2,6 +2,7 @@
 // with a reading for each sensor.
 #include "devices/bmc/bmc.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

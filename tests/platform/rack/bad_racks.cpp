@@ -568,7 +568,7 @@ const std::vector<bad_rack_t>& bad_racks()
         {"a list of which nobody knows whether it is all", bmc_with(R"("sensors": {"list": []})"), R"(/accelerators/0/bmc/sensors: expected a member "only")", schema},
         {"records that are a list", bmc_with(R"("records": [])"), R"(/accelerators/0/bmc/records: expected the records of a real board: { "file": "sdr.bin" })", schema},
         {"records of no file", bmc_with(R"("records": {})"), R"(/accelerators/0/bmc/records: expected a member "file")", schema},
-        {"a FRU of a file without a name", fru_with(R"("file": "")"), "/accelerators/0/bmc/fru/file: expected a file with the FRU's bytes", code},
+        {"a FRU of a file without a name", fru_with(R"("file": "")"), "/accelerators/0/bmc/fru/file: expected a file with the FRU's bytes", schema},
         {"a sensor of a BMC without a name", bmc_sensor_with(""), R"(/accelerators/0/bmc/sensors/0: expected a member "name", or one "record")", code},
         {"a sensor name of 64 bytes", bmc_sensor_with(R"("name": ")" + repeated("x", 64) + "\""), "/accelerators/0/bmc/sensors/0/name: expected " + text_of(63), schema},
         {"two sensors of one number", bmc_with(R"("sensors": [{"name": "a", "number": 2}, {"name": "b", "number": 2}])"),

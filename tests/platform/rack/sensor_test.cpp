@@ -179,6 +179,8 @@ TEST_F(sensors, read_as_the_rack_says_last)
 {
     const std::pair<const char*, const char*> rows[] = {
         {R"("m": 30)", "12V #1 255"}, // the value stays
+        {R"("value": null)", "12V #1 200"},
+        {R"("raw": null, "available": true)", "12V #1 200"},
         {R"("raw": 5)", "12V #1 5"},
         {R"("raw": 5, "m": 30)", "12V #1 5"},
         {R"("available": false)", "12V #1 none"},

@@ -83,7 +83,7 @@ struct file_codec
         if (bytes->empty() || bytes->size() > most)
             node.expected(std::string{what} + ", of 1 to " + std::to_string(most) + " bytes");
     }
-    json::value_t schema() const { return codec::schema_of(what, {"string"}); }
+    json::value_t schema() const { return codec::schema_of(what, {"string"}, {{"minLength", {std::uint64_t{1}}}}); }
 };
 
 constexpr file_codec fru_file{"a file with the FRU's bytes", largest_fru};
@@ -157,6 +157,7 @@ static void describe(auto& visit, bmc_sensor_t& sensor)
     // Bytes stand for all that they take the place of.
     const bool has_record = sensor.record.has_value();
     const bool has_response = sensor.response.has_value();
+    const std::optional<double> value_before = sensor.value;
     visit("record", sensor.record, codec::or_null{codec::hex{largest_record}}, has_record);
     if (visit.gives("record") && sensor.record)
         sensor = sensor_of(*sensor.record);
@@ -166,6 +167,8 @@ static void describe(auto& visit, bmc_sensor_t& sensor)
     visit("response", sensor.response, codec::or_null{codec::hex{255}}, has_response);
     visit("value", sensor.value, codec::or_null{codec::real{"a number in the sensor's unit"}},
           !has_response && sensor.value);
+    if (visit.said("value") && !visit.gives("value"))
+        sensor.value = value_before; // null says nothing
     visit("raw", sensor.raw, number_or_null, !has_response && !sensor.value);
     visit("available", sensor.available, codec::flag, !has_response);
     visit("m", sensor.m, factor, !has_record);
