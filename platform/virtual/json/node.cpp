@@ -53,7 +53,7 @@ std::optional<std::filesystem::path> reading::find(const std::filesystem::path& 
 std::string reading::open(const std::filesystem::path& path)
 {
     std::string text = read_file(path);
-    opened_ += '\n' + text;
+    opened_ += '\n' + std::to_string(text.size()) + ' ' + hex_text(hash(text));
     return text;
 }
 

@@ -39,7 +39,7 @@ public:
     std::optional<std::filesystem::path> find(const std::filesystem::path& name) const;
     /// The text of another file. Throws file_error.
     std::string open(const std::filesystem::path& path);
-    /// The texts of all files opened since it was asked last.
+    /// What tells the files apart that were opened since it was asked last: a line for each.
     std::string take_opened() { return std::exchange(opened_, {}); }
 
     bool has_mistake() const { return mistake_.has_value(); }

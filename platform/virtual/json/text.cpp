@@ -113,6 +113,14 @@ std::string hex_text(std::uint64_t value)
     return "0x" + std::string{digits, std::to_chars(std::begin(digits), std::end(digits), value, 16).ptr};
 }
 
+std::uint64_t hash(std::string_view text)
+{
+    std::uint64_t value = 0xcbf29ce484222325;
+    for (const char character : text)
+        value = (value ^ static_cast<unsigned char>(character)) * 0x100000001b3;
+    return value;
+}
+
 std::string size_text(std::uint64_t bytes)
 {
     struct unit_t

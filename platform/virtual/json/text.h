@@ -16,6 +16,9 @@ std::string printable(std::string_view text);
 /// Whether `text` is UTF-8, which JSON strings have to be.
 bool is_utf8(std::string_view text);
 
+/// A number that tells texts apart, in any process the same: FNV-1a, 64 bits.
+std::uint64_t hash(std::string_view text);
+
 /// A number of bytes as people write it: "64 KiB", or hexadecimal when no unit fits.
 std::string size_text(std::uint64_t bytes);
 /// "1.5 s"

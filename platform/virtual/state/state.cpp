@@ -1,5 +1,7 @@
 #include "state/state.h"
 
+#include "json/text.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -44,15 +46,6 @@ const char* variable(const char* name)
 {
     const char* value = std::getenv(name);
     return value == nullptr ? "" : value;
-}
-
-/// FNV-1a, 64 bits.
-std::uint64_t hash(std::string_view text)
-{
-    std::uint64_t value = 0xcbf29ce484222325;
-    for (const char character : text)
-        value = (value ^ static_cast<unsigned char>(character)) * 0x100000001b3;
-    return value;
 }
 
 std::string hexadecimal(std::uint64_t value, int digits, const char* alphabet)
