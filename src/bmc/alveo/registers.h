@@ -1,6 +1,8 @@
 #ifndef IVRA_BMC_ALVEO_REGISTERS_H
 #define IVRA_BMC_ALVEO_REGISTERS_H
 
+#include "records/units.h"
+
 #include <ivra/hw.h>
 
 #include <algorithm>
@@ -47,64 +49,78 @@ struct sensor_reg_t
     ivra_hw_register_description inst;
     std::array<char, 64> name;
     std::array<char, 16> unit;
+    board::quantity_t quantity;
+    unsigned per_base_unit; ///< how many steps of a word make one base unit of the quantity
 };
 
 /// The three words follow each other: maximum, average, current value.
-template <std::size_t Name, std::size_t Unit>
-constexpr sensor_reg_t sensor(const char (&name)[Name], std::uint64_t max, const char (&unit)[Unit])
+template <std::size_t Name>
+constexpr sensor_reg_t sensor(const char (&name)[Name], std::uint64_t max, const board::unit_t& unit)
 {
-    static_assert(Name <= 64 && Unit <= 16);
-    sensor_reg_t record{
-        .max = word(max, name), .avg = word(max + 4, name), .inst = word(max + 8, name), .name = {}, .unit = {}};
+    static_assert(Name <= 64);
+    sensor_reg_t record{.max = word(max, name),
+                        .avg = word(max + 4, name),
+                        .inst = word(max + 8, name),
+                        .name = {},
+                        .unit = {},
+                        .quantity = unit.quantity,
+                        .per_base_unit = unit.per_base_unit};
     std::copy_n(name, Name, record.name.begin());
-    std::copy_n(unit, Unit, record.unit.begin());
+    for (std::size_t at = 0; unit.text[at] != '\0'; ++at)
+        record.unit.at(at) = unit.text[at];
     return record;
 }
 
+inline constexpr const board::unit_t& mv = board::millivolts;
+inline constexpr const board::unit_t& ma = board::milliamperes;
+inline constexpr const board::unit_t& mw = board::milliwatts;
+inline constexpr const board::unit_t& celsius = board::degrees_celsius;
+inline constexpr const board::unit_t& rpm = board::revolutions_per_minute;
+
 // clang-format off
 //                                            name            max      unit
-inline constexpr auto volt_12v_pex   = sensor("12V_PEX",       0x28030, "mV");
-inline constexpr auto volt_3v3_pex   = sensor("3V3_PEX",       0x2803C, "mV");
-inline constexpr auto volt_3v3_aux   = sensor("3V3_AUX",       0x28048, "mV");
-inline constexpr auto volt_12v_aux   = sensor("12V_AUX",       0x28054, "mV");
-inline constexpr auto ddr4_vpp_btm   = sensor("DDR4_VPP_BTM",  0x28060, "mV");
-inline constexpr auto sys_5v5        = sensor("SYS_5V5",       0x2806C, "mV");
-inline constexpr auto vcc1v2_top     = sensor("VCC1V2_TOP",    0x28078, "mV");
-inline constexpr auto vcc1v8         = sensor("VCC1V8",        0x28084, "mV");
-inline constexpr auto vcc0v85        = sensor("VCC0V85",       0x28090, "mV");
-inline constexpr auto ddr4_vpp_top   = sensor("DDR4_VPP_TOP",  0x2809C, "mV");
-inline constexpr auto mgt0v9avcc     = sensor("MGT0V9AVCC",    0x280A8, "mV");
-inline constexpr auto volt_12v_sw    = sensor("12V_SW",        0x280B4, "mV");
-inline constexpr auto mgtavtt        = sensor("MGTAVTT",       0x280C0, "mV");
-inline constexpr auto vcc1v2_btm     = sensor("VCC1V2_BTM",    0x280CC, "mV");
-inline constexpr auto curr_12v_pex   = sensor("12V_PEX_I_IN",  0x280D8, "mA");
-inline constexpr auto curr_12v_aux   = sensor("12V_AUX_I_IN",  0x280E4, "mA");
-inline constexpr auto vccint         = sensor("VCCINT",        0x280F0, "mV");
-inline constexpr auto vccint_i       = sensor("VCCINT_I",      0x280FC, "mA");
-inline constexpr auto fpga_temp      = sensor("FPGA_TEMP",     0x28108, "°C");
-inline constexpr auto fan_temp       = sensor("FAN_TEMP",      0x28114, "°C");
-inline constexpr auto dimm_temp0     = sensor("DIMM_TEMP0",    0x28120, "°C");
-inline constexpr auto dimm_temp1     = sensor("DIMM_TEMP1",    0x2812C, "°C");
-inline constexpr auto dimm_temp2     = sensor("DIMM_TEMP2",    0x28138, "°C");
-inline constexpr auto dimm_temp3     = sensor("DIMM_TEMP3",    0x28144, "°C");
-inline constexpr auto se98_temp0     = sensor("SE98_TEMP0",    0x28150, "°C");
-inline constexpr auto se98_temp1     = sensor("SE98_TEMP1",    0x2815C, "°C");
-inline constexpr auto se98_temp2     = sensor("SE98_TEMP2",    0x28168, "°C");
-inline constexpr auto fan_speed      = sensor("FAN_SPEED",     0x28174, "RPM");
-inline constexpr auto cage_temp0     = sensor("CAGE_TEMP0",    0x28180, "°C");
-inline constexpr auto cage_temp1     = sensor("CAGE_TEMP1",    0x2818C, "°C");
-inline constexpr auto hbm_temp1      = sensor("HBM_TEMP1",     0x28270, "°C");
-inline constexpr auto vcc3v3         = sensor("VCC3V3",        0x2827C, "mV");
-inline constexpr auto curr_3v3_pex   = sensor("3V3_PEX_I_IN",  0x28288, "mA");
-inline constexpr auto vccint_io_i    = sensor("VCCINT_IO_I",   0x28294, "mA");
-inline constexpr auto hbm_1v2        = sensor("HBM_1V2",       0x282A0, "mV");
-inline constexpr auto vpp2v5         = sensor("VPP2V5",        0x282AC, "mV");
-inline constexpr auto vccint_io      = sensor("VCCINT_IO",     0x282B8, "mV");
-inline constexpr auto hbm_temp2      = sensor("HBM_TEMP2",     0x282C4, "°C");
-inline constexpr auto vccint_temp    = sensor("VCCINT_TEMP",   0x282DC, "°C");
-inline constexpr auto pex_12v_power  = sensor("PEX_12V_POWER", 0x282E8, "mW");
-inline constexpr auto pex_3v_power   = sensor("PEX_3V_POWER",  0x282F4, "mW");
-inline constexpr auto hbm_1v2_i      = sensor("HBM_1V2_I",     0x28420, "mA");
+inline constexpr auto volt_12v_pex   = sensor("12V_PEX",       0x28030, mv);
+inline constexpr auto volt_3v3_pex   = sensor("3V3_PEX",       0x2803C, mv);
+inline constexpr auto volt_3v3_aux   = sensor("3V3_AUX",       0x28048, mv);
+inline constexpr auto volt_12v_aux   = sensor("12V_AUX",       0x28054, mv);
+inline constexpr auto ddr4_vpp_btm   = sensor("DDR4_VPP_BTM",  0x28060, mv);
+inline constexpr auto sys_5v5        = sensor("SYS_5V5",       0x2806C, mv);
+inline constexpr auto vcc1v2_top     = sensor("VCC1V2_TOP",    0x28078, mv);
+inline constexpr auto vcc1v8         = sensor("VCC1V8",        0x28084, mv);
+inline constexpr auto vcc0v85        = sensor("VCC0V85",       0x28090, mv);
+inline constexpr auto ddr4_vpp_top   = sensor("DDR4_VPP_TOP",  0x2809C, mv);
+inline constexpr auto mgt0v9avcc     = sensor("MGT0V9AVCC",    0x280A8, mv);
+inline constexpr auto volt_12v_sw    = sensor("12V_SW",        0x280B4, mv);
+inline constexpr auto mgtavtt        = sensor("MGTAVTT",       0x280C0, mv);
+inline constexpr auto vcc1v2_btm     = sensor("VCC1V2_BTM",    0x280CC, mv);
+inline constexpr auto curr_12v_pex   = sensor("12V_PEX_I_IN",  0x280D8, ma);
+inline constexpr auto curr_12v_aux   = sensor("12V_AUX_I_IN",  0x280E4, ma);
+inline constexpr auto vccint         = sensor("VCCINT",        0x280F0, mv);
+inline constexpr auto vccint_i       = sensor("VCCINT_I",      0x280FC, ma);
+inline constexpr auto fpga_temp      = sensor("FPGA_TEMP",     0x28108, celsius);
+inline constexpr auto fan_temp       = sensor("FAN_TEMP",      0x28114, celsius);
+inline constexpr auto dimm_temp0     = sensor("DIMM_TEMP0",    0x28120, celsius);
+inline constexpr auto dimm_temp1     = sensor("DIMM_TEMP1",    0x2812C, celsius);
+inline constexpr auto dimm_temp2     = sensor("DIMM_TEMP2",    0x28138, celsius);
+inline constexpr auto dimm_temp3     = sensor("DIMM_TEMP3",    0x28144, celsius);
+inline constexpr auto se98_temp0     = sensor("SE98_TEMP0",    0x28150, celsius);
+inline constexpr auto se98_temp1     = sensor("SE98_TEMP1",    0x2815C, celsius);
+inline constexpr auto se98_temp2     = sensor("SE98_TEMP2",    0x28168, celsius);
+inline constexpr auto fan_speed      = sensor("FAN_SPEED",     0x28174, rpm);
+inline constexpr auto cage_temp0     = sensor("CAGE_TEMP0",    0x28180, celsius);
+inline constexpr auto cage_temp1     = sensor("CAGE_TEMP1",    0x2818C, celsius);
+inline constexpr auto hbm_temp1      = sensor("HBM_TEMP1",     0x28270, celsius);
+inline constexpr auto vcc3v3         = sensor("VCC3V3",        0x2827C, mv);
+inline constexpr auto curr_3v3_pex   = sensor("3V3_PEX_I_IN",  0x28288, ma);
+inline constexpr auto vccint_io_i    = sensor("VCCINT_IO_I",   0x28294, ma);
+inline constexpr auto hbm_1v2        = sensor("HBM_1V2",       0x282A0, mv);
+inline constexpr auto vpp2v5         = sensor("VPP2V5",        0x282AC, mv);
+inline constexpr auto vccint_io      = sensor("VCCINT_IO",     0x282B8, mv);
+inline constexpr auto hbm_temp2      = sensor("HBM_TEMP2",     0x282C4, celsius);
+inline constexpr auto vccint_temp    = sensor("VCCINT_TEMP",   0x282DC, celsius);
+inline constexpr auto pex_12v_power  = sensor("PEX_12V_POWER", 0x282E8, mw);
+inline constexpr auto pex_3v_power   = sensor("PEX_3V_POWER",  0x282F4, mw);
+inline constexpr auto hbm_1v2_i      = sensor("HBM_1V2_I",     0x28420, ma);
 // clang-format on
 
 // clang-format off

@@ -141,22 +141,30 @@ board::mac_addresses_t xmc::get_vendor_macs()
     return find_vendor_macs(read_card_info());
 }
 
+xmc::sensor_values_t xmc::read_sensor(const registers::sensor_reg_t& sensor)
+{
+    // In a list in braces: read in this order.
+    return {read(core_, sensor.inst, "Cannot read XMC sensor inst register"),
+            read(core_, sensor.avg, "Cannot read XMC sensor avg register"),
+            read(core_, sensor.max, "Cannot read XMC sensor max register")};
+}
+
+bool xmc::is_power_good()
+{
+    // Deliberate: a set bit means that power is bad.
+    return (read(core_, registers::power_good, "Cannot read XMC POWER GOOD register") & registers::power_bad) == 0;
+}
+
 board::sensors_t xmc::get_sensors(registers::sensor_list sensors)
 {
     board::sensors_t report{.columns = {"Current", "Average", "Maximum"}, .sensors = {}};
     for (const registers::sensor_reg_t& sensor : sensors) {
-        const auto value = [&](const ivra_hw_register_description& description, const char* failure) {
-            return std::to_string(read(core_, description, failure)) + ' ' + sensor.unit.data();
-        };
-        // In a list in braces: read in this order.
-        report.sensors.push_back({.name = sensor.name.data(),
-                                  .values = {value(sensor.inst, "Cannot read XMC sensor inst register"),
-                                             value(sensor.avg, "Cannot read XMC sensor avg register"),
-                                             value(sensor.max, "Cannot read XMC sensor max register")}});
+        const auto text = [&](std::uint32_t value) { return std::to_string(value) + ' ' + sensor.unit.data(); };
+        const sensor_values_t values = read_sensor(sensor);
+        report.sensors.push_back(
+            {.name = sensor.name.data(), .values = {text(values.current), text(values.average), text(values.maximum)}});
     }
-    // Deliberate: a set bit means that power is bad.
-    const std::uint32_t power = read(core_, registers::power_good, "Cannot read XMC POWER GOOD register");
-    report.sensors.push_back({.name = "POWER_GOOD", .values = {(power & registers::power_bad) != 0 ? "Bad" : "Good"}});
+    report.sensors.push_back({.name = "POWER_GOOD", .values = {is_power_good() ? "Good" : "Bad"}});
     return report;
 }
 

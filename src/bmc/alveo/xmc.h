@@ -8,6 +8,7 @@
 #include "records/mac_addresses.h"
 #include "records/sensors.h"
 
+#include <cstdint>
 #include <string>
 
 namespace ivra::bsp::bmc::alveo {
@@ -33,6 +34,16 @@ public:
 
     std::string get_board_serial();           ///< Throws as read_card_info() and find_board_serial() do.
     board::mac_addresses_t get_vendor_macs(); ///< Throws as read_card_info() and find_vendor_macs() do.
+
+    /// What a sensor's words hold, in its unit. Throws std::system_error.
+    struct sensor_values_t
+    {
+        std::uint32_t current, average, maximum;
+    };
+    sensor_values_t read_sensor(const registers::sensor_reg_t& sensor);
+
+    /// Throws std::system_error.
+    bool is_power_good();
 
     /// Current, average and maximum value of each sensor as the registers hold them, then whether power is good. Needs
     /// no lock: the mailbox is not used. Throws std::system_error.

@@ -1,7 +1,6 @@
 #include "bmc/bittware/bmc.h"
 
 #include "bmc/bittware/fru.h"
-#include "bmc/bittware/sdr.h"
 
 #include <iterator>
 #include <set>
@@ -116,7 +115,7 @@ std::string bmc::get_board_serial()
     return decode_board_serial(start, read(find_board_area_rest(start_range, start)));
 }
 
-bmc::sensor_result_t bmc::get_sensor(std::uint16_t record_id)
+bmc::sensor_reading_t bmc::read_sensor(std::uint16_t record_id)
 {
     const auto ask = [this](std::uint8_t cmd, std::span<const std::uint8_t> data) {
         return ipmi_request(sensor_netfn, cmd, {data.begin(), data.end()});
@@ -128,7 +127,13 @@ bmc::sensor_result_t bmc::get_sensor(std::uint16_t record_id)
         record.name = decode_sensor_name(rest.code, rest.data, record);
     }
     const ipmi_response_t reading = ask(get_sensor_reading_command, encode_get_sensor_reading(record));
-    return {make_sensor(record, decode_sensor_reading(reading.code, reading.data)), record.next_record_id};
+    return {std::move(record), decode_sensor_reading(reading.code, reading.data)};
+}
+
+bmc::sensor_result_t bmc::get_sensor(std::uint16_t record_id)
+{
+    const sensor_reading_t reading = read_sensor(record_id);
+    return {make_sensor(reading.record, reading.raw), reading.record.next_record_id};
 }
 
 board::sensors_t bmc::get_sensors()

@@ -2,12 +2,14 @@
 #define IVRA_BMC_BITTWARE_BMC_H
 
 #include "bmc/bittware/ipmi_serial.h"
+#include "bmc/bittware/sdr.h"
 #include "hw/core.h"
 #include "hw/mutex.h"
 #include "hw/uart.h"
 #include "records/sensors.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,6 +54,16 @@ public:
 
     /// Every sensor of the record repository, in its order, with one column, "Value".
     board::sensors_t get_sensors();
+
+    /// A sensor's record, and its raw reading, if it has one.
+    struct sensor_reading_t
+    {
+        sensor_record_t record;
+        std::optional<std::uint8_t> raw;
+    };
+
+    /// Those of one record.
+    sensor_reading_t read_sensor(std::uint16_t record_id);
 
     /// A sensor, and the record that follows it.
     struct sensor_result_t
