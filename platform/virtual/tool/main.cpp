@@ -50,9 +50,10 @@ void tell_of_good_file(const std::string& file, const std::string& what, const s
 /// A list is a fault plan.
 void check_file(const std::string& file)
 {
-    if (is_model_file(file))
-        return tell_of_good_file(file, "a model", check_model(file));
     const json::value_t document = json::parse(read_file(file), file, rack_sentence);
+    if (is_model_file(file) && document.as<json::object_t>() != nullptr &&
+        json::find(document, "accelerators") == nullptr)
+        return tell_of_good_file(file, "a model", check_model(file));
     if (document.as<json::list_t>() != nullptr)
         return tell_of_good_file(file, count_of(fault_plan{document, file}.size(), "rule"), {});
     std::vector<std::string> remarks;

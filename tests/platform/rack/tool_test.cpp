@@ -231,6 +231,8 @@ TEST_F(tool, check_takes_a_file_in_a_folder_of_models_for_a_model)
                   "ivra-virtual: " + dumped.string() + ": /i2c/cages/0/dump: " + (folder / "no.hex").string() +
                   ": cannot be read: No such file or directory\n");
     EXPECT_EQ(result.status, 1);
+    const fs::path rack = file("models/rack.json", R"({"accelerators": []})");
+    EXPECT_EQ(run({"check", rack}).out, rack.string() + ": good, no accelerators\n");
     for (const std::string& model : vp::known_models()) {
         const std::string path = IVRA_RACKS "/models/" + model + ".json";
         EXPECT_EQ(run({"check", path}).out, path + ": good, a model\n");
