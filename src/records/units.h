@@ -11,6 +11,8 @@ enum class quantity_t
     temperature,
     power,
     fan_speed,
+    optical_power, ///< watts
+    other,
 };
 
 /// In which unit a device gives a quantity.

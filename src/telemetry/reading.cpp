@@ -1,0 +1,26 @@
+#include "telemetry/reading.h"
+
+namespace ivra::bsp::telemetry {
+
+std::string_view get_base_unit(board::quantity_t quantity)
+{
+    using board::quantity_t;
+    switch (quantity) {
+    case quantity_t::voltage:
+        return "volts";
+    case quantity_t::current:
+        return "amperes";
+    case quantity_t::temperature:
+        return "celsius";
+    case quantity_t::power:
+    case quantity_t::optical_power:
+        return "watts";
+    case quantity_t::fan_speed:
+        return "rpm";
+    case quantity_t::other:
+        break;
+    }
+    return {};
+}
+
+} // namespace ivra::bsp::telemetry
