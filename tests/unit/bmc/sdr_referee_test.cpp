@@ -3,8 +3,8 @@
 
 #include "bmc/bittware/sdr.h"
 
-#include "sensor_reply.h"
 #include "support/process.h"
+#include "support/sensor_reply.h"
 
 #include <gtest/gtest.h>
 
@@ -18,6 +18,9 @@
 
 namespace ivra::bsp::bmc::bittware {
 namespace {
+
+using tests::bytes_t;
+using tests::sensor_reply_t;
 
 struct scale_t
 {

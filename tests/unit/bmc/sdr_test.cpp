@@ -1,7 +1,7 @@
 #include "bmc/bittware/sdr.h"
 
-#include "sensor_reply.h"
 #include "support/outcome.h"
+#include "support/sensor_reply.h"
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,9 @@
 namespace ivra::bsp::bmc::bittware {
 namespace {
 
+using tests::bytes_t;
 using tests::said_by;
+using tests::sensor_reply_t;
 
 /// What the report shows for a raw reading, or how it fails.
 std::string value(const sensor_reply_t& reply, std::optional<std::uint8_t> reading)

@@ -1,5 +1,5 @@
-#ifndef IVRA_TESTS_UNIT_BMC_SENSOR_REPLY_H
-#define IVRA_TESTS_UNIT_BMC_SENSOR_REPLY_H
+#ifndef IVRA_TESTS_SUPPORT_SENSOR_REPLY_H
+#define IVRA_TESTS_SUPPORT_SENSOR_REPLY_H
 
 #include <algorithm>
 #include <cstddef>
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace ivra::bsp::bmc::bittware {
+namespace ivra::tests {
 
 using bytes_t = std::vector<std::uint8_t>;
 
@@ -55,6 +55,6 @@ private:
     bytes_t bytes_;
 };
 
-} // namespace ivra::bsp::bmc::bittware
+} // namespace ivra::tests
 
 #endif
