@@ -38,6 +38,8 @@ constexpr boot_image_row_t boot_images[] = {
 
 constexpr std::uint8_t config_status_values = 3;
 
+constexpr unsigned most_failures = 3; // of requests in a row
+
 /// Throws what the response's completion code says, unless that is success.
 void check(const ipmi_response_t& response, const char* failure)
 {
@@ -60,7 +62,7 @@ ipmi_response_t bmc::ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::vec
     }
 }
 
-ipmi_response_t bmc::ipmi_request_bittware_oem(std::uint8_t cmd, std::vector<std::uint8_t> data)
+ipmi_response_t ipmi_commands::ipmi_request_bittware_oem(std::uint8_t cmd, std::vector<std::uint8_t> data)
 {
     data.insert(data.begin(), std::begin(manufacturer_id), std::end(manufacturer_id));
     ipmi_response_t response = ipmi_request(netfn_oem, cmd, std::move(data));
@@ -71,7 +73,7 @@ ipmi_response_t bmc::ipmi_request_bittware_oem(std::uint8_t cmd, std::vector<std
     return response;
 }
 
-boot_image_t bmc::get_boot_image()
+boot_image_t ipmi_commands::get_boot_image()
 {
     const ipmi_response_t response = ipmi_request_bittware_oem(cmd_oem_get, {oem_boot_image});
     check(response, "Error requesting boot image.");
@@ -89,7 +91,7 @@ void bmc::set_boot_image(boot_image_t image)
             check(ipmi_request_bittware_oem(cmd_oem_set, {oem_boot_image, row.code}), "Error setting boot image.");
 }
 
-std::uint8_t bmc::get_fpga_config_status()
+std::uint8_t ipmi_commands::get_fpga_config_status()
 {
     const ipmi_response_t response = ipmi_request_bittware_oem(cmd_oem_get, {oem_config_status});
     check(response, "Error requesting FPGA configuration status.");
@@ -98,7 +100,7 @@ std::uint8_t bmc::get_fpga_config_status()
     return response.data.front();
 }
 
-std::vector<std::uint8_t> bmc::read_fru_data(std::uint16_t offset, std::uint8_t count)
+std::vector<std::uint8_t> ipmi_commands::read_fru_data(std::uint16_t offset, std::uint8_t count)
 {
     const auto request = encode_read_fru_data({offset, count});
     const ipmi_response_t response =
@@ -107,12 +109,17 @@ std::vector<std::uint8_t> bmc::read_fru_data(std::uint16_t offset, std::uint8_t 
     return {bytes.begin(), bytes.end()};
 }
 
-std::string bmc::get_board_serial()
+std::string ipmi_commands::get_board_serial()
 {
     const auto read = [this](fru_range_t range) { return read_fru_data(range.offset, range.count); };
     const fru_range_t start_range = find_board_area_start(read(fru_common_header));
     const std::vector<std::uint8_t> start = read(start_range);
     return decode_board_serial(start, read(find_board_area_rest(start_range, start)));
+}
+
+stretch bmc::begin_stretch()
+{
+    return {uart_, mutex_};
 }
 
 bmc::sensor_reading_t bmc::read_sensor(std::uint16_t record_id)
@@ -149,6 +156,29 @@ board::sensors_t bmc::get_sensors()
         record_id = result.next_record_id;
     } while (record_id != no_more_records);
     return report;
+}
+
+stretch::stretch(v6::uart::uart& uart, mutex& m) : uart_{uart}, lock_{m}, drained_{drain(uart)} {}
+
+ipmi_response_t stretch::ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::vector<std::uint8_t> data)
+{
+    if (!failure_.empty())
+        throw std::runtime_error{failure_};
+    const hw::signal_hold hold;
+    try {
+        ipmi_response_t response = exchange_strictly(uart_, netfn, cmd, data);
+        failures_ = 0;
+        return response;
+    } catch (const std::exception& error) {
+        if (++failures_ == most_failures)
+            failure_ = error.what();
+        try {
+            drained_ += drain(uart_);
+        } catch (const std::exception& drain_error) {
+            failure_ = drain_error.what();
+        }
+        throw;
+    }
 }
 
 } // namespace ivra::bsp::bmc::bittware

@@ -8,6 +8,7 @@
 #include "hw/uart.h"
 #include "records/sensors.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -23,25 +24,22 @@ enum class boot_image_t : std::uint8_t
     backup = 2,
 };
 
-/// The management controller of a Bittware board, behind a UART of the design. Every request takes the lock that
-/// serialises the UART among the processes of this host. All of them throw std::system_error when the UART or the lock
-/// fails, std::runtime_error for what the BMC says.
-class bmc
+class stretch;
+
+/// What a BMC is asked, whatever way a request takes to it. All of these throw std::system_error when the UART or the
+/// lock fails, std::runtime_error for what the BMC says.
+class ipmi_commands
 {
 public:
-    /// Throws std::system_error.
-    explicit bmc(const hw::core& core) : uart_{core}, mutex_{"bmc-bittware", core} {}
+    virtual ~ipmi_commands() = default;
 
-    /// Sends a request and waits for its answer; a completion code other than 0 is no error here. What ends or stops
-    /// the process waits until the answer was read, and what is to be said of the answer until others can have the
-    /// UART.
-    ipmi_response_t ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::vector<std::uint8_t> data);
+    /// Sends a request and waits for its answer; a completion code other than 0 is no error here.
+    virtual ipmi_response_t ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::vector<std::uint8_t> data) = 0;
 
     /// The same for a command of the board's maker, whose identifier is added to the request and taken off the answer.
     ipmi_response_t ipmi_request_bittware_oem(std::uint8_t cmd, std::vector<std::uint8_t> data);
 
     boot_image_t get_boot_image();
-    void set_boot_image(boot_image_t image);
 
     /// From what the FPGA was configured: 0, 1 or 2.
     std::uint8_t get_fpga_config_status();
@@ -51,6 +49,29 @@ public:
 
     /// The serial number in the board information area of the inventory.
     std::string get_board_serial();
+
+protected:
+    ipmi_commands() = default;
+    ipmi_commands(const ipmi_commands&) = default;
+    ipmi_commands& operator=(const ipmi_commands&) = default;
+};
+
+/// The management controller of a Bittware board, behind a UART of the design. Every request takes the lock that
+/// serialises the UART among the processes of this host.
+class bmc : public ipmi_commands
+{
+public:
+    /// Throws std::system_error.
+    explicit bmc(const hw::core& core) : uart_{core}, mutex_{"bmc-bittware", core} {}
+
+    /// What ends or stops the process waits until the answer was read, and what is to be said of the answer until
+    /// others can have the UART.
+    ipmi_response_t ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::vector<std::uint8_t> data) override;
+
+    /// Any number of requests that no other process comes between. Throws as stretch's constructor.
+    stretch begin_stretch();
+
+    void set_boot_image(boot_image_t image);
 
     /// Every sensor of the record repository, in its order, with one column, "Value".
     board::sensors_t get_sensors();
@@ -78,6 +99,33 @@ public:
 private:
     v6::uart::uart uart_;
     mutex mutex_;
+};
+
+/// Requests to a BMC under one lock, on a line that is in step: what waits in the UART is drained first, and so is what
+/// comes after a request that failed. After three of those in a row, or when a drain fails, all others fail at once.
+class stretch : public ipmi_commands
+{
+public:
+    /// Waits for the lock; throws as held_lock and drain() do.
+    stretch(v6::uart::uart& uart, mutex& m);
+
+    /// What ends the process waits until the answer was read, and the UART was drained when it failed.
+    ipmi_response_t ipmi_request(std::uint8_t netfn, std::uint8_t cmd, std::vector<std::uint8_t> data) override;
+
+    /// Why nothing is asked any more; empty as long as it is.
+    const std::string& failure() const { return failure_; }
+
+    /// How many bytes were drained.
+    std::size_t drained() const { return drained_; }
+
+    void end() { lock_.unlock(); } ///< Once, unless the end of this object does. Throws std::system_error.
+
+private:
+    v6::uart::uart& uart_;
+    held_lock lock_;
+    std::size_t drained_;
+    unsigned failures_ = 0; ///< in a row
+    std::string failure_;
 };
 
 } // namespace ivra::bsp::bmc::bittware

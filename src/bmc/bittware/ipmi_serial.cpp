@@ -23,6 +23,11 @@ constexpr auto write_timeout = std::chrono::duration<unsigned, std::milli>{100};
 constexpr auto read_pause = 1ms; // between two looks at the UART; a BMC takes some milliseconds
 constexpr unsigned read_attempts = 100;
 
+constexpr auto quiet = 110ms; // longer than a BMC may take to answer
+constexpr auto longest_read = 2s;
+
+constexpr auto no_answer = "Cannot find IPMI transaction in response";
+
 constexpr std::uint8_t start_byte = 0xA0;
 constexpr std::uint8_t stop_byte = 0xA5;
 constexpr std::uint8_t escape_byte = 0xAA;
@@ -64,6 +69,12 @@ std::string invalid_escape_text(std::uint8_t byte)
     return text.str();
 }
 
+void send(v6::uart::uart& uart, std::uint8_t netfn, std::uint8_t cmd, std::span<const std::uint8_t> data)
+{
+    if (const std::error_code error = uart.write_all(encode_frame(encode_request(netfn, cmd, data)), write_timeout))
+        throw std::system_error{error, "Error sending IPMI data"};
+}
+
 std::vector<std::uint8_t> recv_data(v6::uart::uart& uart, remarks_t& remarks)
 {
     frame_decoder::buffer_t buffer{}; // Deliberate: not cleared between reads, see frame_decoder::feed()
@@ -82,7 +93,31 @@ std::vector<std::uint8_t> recv_data(v6::uart::uart& uart, remarks_t& remarks)
         }
         hw::sleep(read_pause);
     } while (++attempts < read_attempts);
-    throw std::runtime_error{"Cannot find IPMI transaction in response"};
+    throw std::runtime_error{no_answer};
+}
+
+/// Reads until `take`, which gets what was read, returns true, or until nothing has come for some time; returns whether
+/// it did.
+template <class Take>
+bool read_until(v6::uart::uart& uart, Take take)
+{
+    using clock = std::chrono::steady_clock;
+    frame_decoder::buffer_t buffer{};
+    const auto begin = clock::now();
+    auto last_byte = begin;
+    for (;;) {
+        const auto now = clock::now();
+        const std::size_t count = uart.read(buffer).access_value_or_throw("Cannot read IPMI response");
+        if (take(std::span<const std::uint8_t>{buffer}.first(count)))
+            return true;
+        if (count > 0)
+            last_byte = clock::now();
+        else if (now - last_byte >= quiet)
+            return false;
+        if (last_byte - begin >= longest_read)
+            throw std::runtime_error{"Bytes from the BMC do not end"};
+        hw::sleep(read_pause);
+    }
 }
 
 } // namespace
@@ -136,6 +171,29 @@ void frame_decoder::feed(const buffer_t& buffer, std::size_t count)
     }
 }
 
+bool strict_frame_decoder::feed(std::uint8_t byte)
+{
+    if (byte == start_byte) {
+        message_.clear();
+        state_ = state_t::inside;
+    } else if (state_ == state_t::escaped) {
+        const auto raw = unescapes().find(byte);
+        if (raw != unescapes().end())
+            message_.push_back(raw->second);
+        state_ = raw != unescapes().end() ? state_t::inside : state_t::outside;
+    } else if (state_ == state_t::inside) {
+        if (byte == stop_byte) {
+            state_ = state_t::outside;
+            return true;
+        }
+        if (byte == escape_byte)
+            state_ = state_t::escaped;
+        else
+            message_.push_back(byte);
+    }
+    return false;
+}
+
 ipmi_response_t decode_response(std::span<const std::uint8_t> message, std::uint8_t netfn, std::uint8_t cmd)
 {
     if (message.size() < 4)
@@ -151,9 +209,31 @@ ipmi_response_t decode_response(std::span<const std::uint8_t> message, std::uint
 ipmi_response_t exchange(v6::uart::uart& uart, std::uint8_t netfn, std::uint8_t cmd, std::span<const std::uint8_t> data,
                          remarks_t& remarks)
 {
-    if (const std::error_code error = uart.write_all(encode_frame(encode_request(netfn, cmd, data)), write_timeout))
-        throw std::system_error{error, "Error sending IPMI data"};
+    send(uart, netfn, cmd, data);
     return decode_response(recv_data(uart, remarks), netfn, cmd);
+}
+
+ipmi_response_t exchange_strictly(v6::uart::uart& uart, std::uint8_t netfn, std::uint8_t cmd,
+                                  std::span<const std::uint8_t> data)
+{
+    send(uart, netfn, cmd, data);
+    strict_frame_decoder decoder;
+    const auto ends_in = [&](std::span<const std::uint8_t> bytes) {
+        return std::any_of(bytes.begin(), bytes.end(), [&](std::uint8_t byte) { return decoder.feed(byte); });
+    };
+    if (!read_until(uart, ends_in))
+        throw std::runtime_error{no_answer};
+    return decode_response(decoder.message(), netfn, cmd);
+}
+
+std::size_t drain(v6::uart::uart& uart)
+{
+    std::size_t drained = 0;
+    read_until(uart, [&](std::span<const std::uint8_t> bytes) {
+        drained += bytes.size();
+        return false;
+    });
+    return drained;
 }
 
 void log(const remarks_t& remarks)

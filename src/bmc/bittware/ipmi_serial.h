@@ -58,6 +58,28 @@ private:
     std::vector<std::uint8_t> invalid_escapes_;
 };
 
+/// The same of frames as the standard has them: an escape is undone wherever reads divide it, a start byte begins anew,
+/// and what holds an invalid escape is no frame.
+class strict_frame_decoder
+{
+public:
+    /// Takes the next byte; true when a frame ends with it.
+    bool feed(std::uint8_t byte);
+
+    const std::vector<std::uint8_t>& message() const { return message_; }
+
+private:
+    enum class state_t
+    {
+        outside,
+        inside,
+        escaped
+    };
+
+    state_t state_ = state_t::outside;
+    std::vector<std::uint8_t> message_;
+};
+
 /// The answer in an unescaped message: network function << 2, ignored, command, completion code, data. Throws
 /// std::runtime_error when it is none to this request.
 ipmi_response_t decode_response(std::span<const std::uint8_t> message, std::uint8_t netfn, std::uint8_t cmd);
@@ -75,6 +97,15 @@ using remarks_t = std::vector<remark_t>;
 /// 0 is no error here.
 ipmi_response_t exchange(v6::uart::uart& uart, std::uint8_t netfn, std::uint8_t cmd, std::span<const std::uint8_t> data,
                          remarks_t& remarks);
+
+/// The same by strict_frame_decoder and without remarks. Waits until nothing has come for 110 ms, which is longer than
+/// a BMC may take to answer.
+ipmi_response_t exchange_strictly(v6::uart::uart& uart, std::uint8_t netfn, std::uint8_t cmd,
+                                  std::span<const std::uint8_t> data);
+
+/// Reads until nothing has come for 110 ms, and returns how many bytes came until then. Throws std::system_error, or
+/// std::runtime_error when they go on for 2 seconds, as does exchange_strictly().
+std::size_t drain(v6::uart::uart& uart);
 
 /// Hands remarks to the platform's log.
 void log(const remarks_t& remarks);

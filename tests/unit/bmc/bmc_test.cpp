@@ -521,5 +521,93 @@ TEST(sensors, of_a_repository_that_leads_back_to_a_record_are_an_error)
                   remains + get_reading_written + remains + "Sensor data record repository does not end\n");
 }
 
+/// A request in a stretch, how long the stretch took, and what it drained.
+const operation_t request_in_stretch = [](bmc& b) {
+    const auto begin = std::chrono::steady_clock::now();
+    try {
+        stretch requests = b.begin_stretch();
+        try {
+            const ipmi_response_t response = requests.ipmi_request(0x04, 0x2D, bytes_t{0x1B});
+            std::cout << unsigned{response.code} << ' ' << hex(response.data.data(), response.data.size()) << '\n';
+        } catch (const std::runtime_error& error) {
+            std::cout << error.what() << (requests.failure().empty() ? "\n" : " (and has failed)\n");
+        }
+        std::cout << requests.drained() << " bytes drained\n";
+    } catch (const std::runtime_error& error) {
+        std::cout << error.what() << '\n';
+    }
+    const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - begin;
+    std::cout << spent.count() << " ms\n";
+};
+
+/// Reads that give a byte, one each `period` reads, `count` times; then a pause of 110 ms; then the piece.
+std::vector<bytes_t> noise(std::size_t count, std::size_t period, const bytes_t& piece)
+{
+    std::vector<bytes_t> pieces;
+    for (std::size_t i = 0; i < count; ++i) {
+        pieces.push_back({0x55});
+        pieces.resize(i * period + (i + 1 < count ? period : 111));
+    }
+    pieces.push_back(piece);
+    return pieces;
+}
+
+TEST(stretch, begins_when_nothing_has_come_for_110_ms)
+{
+    const bytes_t answer = frame({0x14, 0, 0x2D, 0, 7});
+    EXPECT_EQ(said(after(111, answer), request_in_stretch), request_written + "0 07\n0 bytes drained\n110 ms\n")
+        << "and says nothing in the log";
+    EXPECT_EQ(said(after(109, answer), request_in_stretch),
+              request_written + "Cannot find IPMI transaction in response\n7 bytes drained\n439 ms\n")
+        << "what came after 109 ms is no answer; then 110 ms each of quiet, for an answer, and for a late one";
+    EXPECT_EQ(said(noise(10, 1, answer), request_in_stretch), request_written + "0 07\n10 bytes drained\n119 ms\n");
+    EXPECT_EQ(said(noise(10, 110, answer), request_in_stretch), request_written + "0 07\n10 bytes drained\n1100 ms\n")
+        << "pauses that are too short";
+}
+
+TEST(stretch, does_not_begin_when_bytes_go_on_for_2_s)
+{
+    const bytes_t answer = frame({0x14, 0, 0x2D, 0, 7});
+    EXPECT_EQ(said(noise(2000, 1, answer), request_in_stretch),
+              request_written + "0 07\n2000 bytes drained\n2109 ms\n");
+    EXPECT_EQ(said(noise(2001, 1, answer), request_in_stretch), "Bytes from the BMC do not end\n2000 ms\n");
+}
+
+TEST(stretch, has_failed_when_bytes_go_on_for_2_s_after_a_failure)
+{
+    const auto failed = [](std::size_t silent_reads) {
+        std::vector<bytes_t> pieces(silent_reads);
+        pieces.resize(silent_reads + 5000, bytes_t{0x55});
+        return said(pieces, request_in_stretch);
+    };
+    EXPECT_EQ(failed(111), request_written + "Bytes from the BMC do not end (and has failed)\n"
+                                             "0 bytes drained\n4110 ms\n")
+        << "an answer that does not end, and then the drain";
+    EXPECT_EQ(failed(222), request_written + "Cannot find IPMI transaction in response (and has failed)\n"
+                                             "0 bytes drained\n2220 ms\n")
+        << "no answer, and then the drain";
+}
+
+TEST(stretch, takes_an_answer_that_comes_slowly)
+{
+    std::vector<bytes_t> pieces(111);
+    for (const std::uint8_t byte : frame({0x14, 0, 0x2D, 0, 7})) {
+        pieces.resize(pieces.size() + 50);
+        pieces.push_back({byte});
+    }
+    EXPECT_EQ(said(pieces, request_in_stretch), request_written + "0 07\n0 bytes drained\n466 ms\n");
+}
+
+TEST(stretch, takes_no_frame_that_the_standard_does_not_have)
+{
+    const std::string failure = "Cannot find IPMI transaction in response\n0 bytes drained\n";
+    EXPECT_EQ(said(after(111, {0xA0, 0x14, 0, 0x2D, 0, 0xAA, 0x00, 7, 0xA5}), request_in_stretch),
+              request_written + failure + "330 ms\n");
+    EXPECT_EQ(said(after(111, {0xA0, 0x14, 0, 0xA0, 0x14, 0, 0x2D, 0, 7, 0xA5}), request_in_stretch),
+              request_written + "0 07\n0 bytes drained\n110 ms\n");
+    EXPECT_EQ(said(after(111, frame({0x10, 0, 0x2D, 0})), request_in_stretch),
+              request_written + "Invalid IPMI response net function\n0 bytes drained\n220 ms\n");
+}
+
 } // namespace
 } // namespace ivra::bsp::bmc::bittware

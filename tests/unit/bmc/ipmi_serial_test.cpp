@@ -191,5 +191,43 @@ TEST(ipmi_response, to_the_last_network_function_has_the_first)
     EXPECT_EQ(decode_response(bytes_t{0x03, 0, 1, 0}, 0xFF, 1).code, 0);
 }
 
+/// Messages of the frames in these bytes.
+std::vector<bytes_t> strictly_decoded(const bytes_t& bytes)
+{
+    strict_frame_decoder decoder;
+    std::vector<bytes_t> messages;
+    for (const std::uint8_t byte : bytes)
+        if (decoder.feed(byte))
+            messages.push_back(decoder.message());
+    return messages;
+}
+
+TEST(strict_frame_decoder, finds_frames_as_the_standard_has_them)
+{
+    struct row_t
+    {
+        bytes_t bytes;
+        std::vector<bytes_t> messages;
+        const char* why;
+    };
+    const std::vector<row_t> rows{
+        {{0xA0, 1, 2, 0xA5}, {{1, 2}}, "a frame"},
+        {{1, 0xA5, 0xAA, 0xB0, 0xA6, 0xA0, 1, 0xA5, 2, 0xA5}, {{1}}, "what is outside is nothing"},
+        {{0xA0, 1, 0xA5, 0xA0, 2, 0xA5}, {{1}, {2}}, "two frames"},
+        {{0xA0, 0xA5}, {{}}, "an empty message"},
+        {{0xA0, 0xAA, 0xB0, 0xAA, 0xB5, 0xAA, 0xB6, 0xAA, 0xBA, 0xAA, 0x3B, 0xA5},
+         {{0xA0, 0xA5, 0xA6, 0xAA, 0x1B}},
+         "every escape"},
+        {{0xA0, 1, 2, 0xA0, 3, 0xA5}, {{3}}, "a start byte begins anew"},
+        {{0xA0, 1, 0xAA, 0xA0, 3, 0xA5}, {{3}}, "after an escape byte, too"},
+        {{0xA0, 1, 0xAA, 0x00, 2, 0xA5}, {}, "an invalid escape"},
+        {{0xA0, 1, 0xAA, 0xAA, 2, 0xA5, 0xA0, 4, 0xA5}, {{4}}, "an invalid escape, and the next frame"},
+        {{0xA0, 1, 0xAA, 0xA5, 2, 0xA5}, {}, "a stop byte is no escape"},
+        {{0xA0, 1, 2}, {}, "no end"},
+    };
+    for (const row_t& row : rows)
+        EXPECT_EQ(strictly_decoded(row.bytes), row.messages) << row.why;
+}
+
 } // namespace
 } // namespace ivra::bsp::bmc::bittware
