@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace ivra::bsp::board {
 
@@ -25,7 +26,7 @@ hw::core find_xmc(const hw::core& top)
 
 } // namespace
 
-std::optional<bmc::alveo::xmc> alveo::get_xmc(const hw::core& top)
+brought_up_t<bmc::alveo::xmc> alveo::get_xmc(const hw::core& top)
 {
     std::optional<mutex> guard;
     std::optional<held_lock> lock;
@@ -41,17 +42,17 @@ std::optional<bmc::alveo::xmc> alveo::get_xmc(const hw::core& top)
         // Deliberate: file and line are fixed, so that this line is the same in every version's log.
         ivra_log_log(IVRA_LOG_WARNING, "src/board/alveo", 18, "get_xmc", "Could not initialize Alveo XMC subsystem: %s",
                      error.what());
-        return std::nullopt;
+        return {.controller = std::nullopt, .failure = error.what()};
     }
     lock->unlock();
-    return controller;
+    return {.controller = std::move(controller), .failure = {}};
 }
 
 bmc::alveo::xmc& alveo::xmc_for(const char* what)
 {
-    if (!xmc_)
+    if (!xmc_.controller)
         throw std::runtime_error{std::string{"Could not get "} + what + " as Alveo XMC subsystem is not initialized."};
-    return *xmc_;
+    return *xmc_.controller;
 }
 
 std::optional<std::string> alveo::get_serial()

@@ -2,6 +2,7 @@
 #define IVRA_BOARD_ALVEO_H
 
 #include "bmc/alveo/xmc.h"
+#include "board/helpers.h"
 #include "hw/core.h"
 #include "records/mac_addresses.h"
 #include "records/sensors.h"
@@ -20,7 +21,9 @@ public:
 
     /// Brings up the first XMC below `top`. A failure is only logged: the board works for everything that needs no XMC.
     /// Throws std::system_error when the lock cannot be released after success.
-    static std::optional<bmc::alveo::xmc> get_xmc(const hw::core& top);
+    static brought_up_t<bmc::alveo::xmc> get_xmc(const hw::core& top);
+
+    brought_up_t<bmc::alveo::xmc>& get_xmc() { return xmc_; }
 
     std::optional<std::string> get_serial();
     sensors_t get_sensors(bmc::alveo::registers::sensor_list sensors);
@@ -30,7 +33,7 @@ private:
     bmc::alveo::xmc& xmc_for(const char* what);
 
     hw::core core_;
-    std::optional<bmc::alveo::xmc> xmc_;
+    brought_up_t<bmc::alveo::xmc> xmc_;
 };
 
 } // namespace ivra::bsp::board

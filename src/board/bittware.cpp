@@ -44,15 +44,15 @@ constexpr std::size_t mac_record_size = mac_record_field.size() + std::string_vi
 
 } // namespace
 
-std::optional<bmc::bittware::bmc> bittware::get_bmc(const hw::core& uart_core)
+brought_up_t<bmc::bittware::bmc> bittware::get_bmc(const hw::core& uart_core)
 {
     try {
-        return bmc::bittware::bmc{uart_core};
+        return {.controller = bmc::bittware::bmc{uart_core}, .failure = {}};
     } catch (const std::system_error& error) {
         // Deliberate: file and line are fixed, so that this line is the same in every version's log.
         ivra_log_log(IVRA_LOG_WARNING, "src/board/bittware", 57, "get_bmc",
                      "Could not initialize Bittware BMC subsystem: %s", error.what());
-        return std::nullopt;
+        return {.controller = std::nullopt, .failure = error.what()};
     }
 }
 
@@ -93,19 +93,19 @@ std::optional<mac_addresses_t> bittware::get_vendor_mac_addresses()
 bmc::bittware::bmc& bittware::get_bmc_or_throw()
 {
     // Deliberate: one sentence for everything that needs the BMC, spelt like this.
-    if (!bmc_)
+    if (!bmc_.controller)
         throw std::runtime_error{"Could not set/get boot image as Bittware BMC subsustem is not initialized."};
-    return *bmc_;
+    return *bmc_.controller;
 }
 
-boot_image_t bittware::get_boot_image()
+boot_image_t get_boot_image(bmc::bittware::ipmi_commands& commands)
 {
-    return find(&boot_image_row_t::of_bmc, get_bmc_or_throw().get_boot_image()).image;
+    return find(&boot_image_row_t::of_bmc, commands.get_boot_image()).image;
 }
 
-boot_image_t bittware::get_current_boot_image()
+boot_image_t get_current_boot_image(bmc::bittware::ipmi_commands& commands)
 {
-    return find(&boot_image_row_t::config_status, get_bmc_or_throw().get_fpga_config_status()).image;
+    return find(&boot_image_row_t::config_status, commands.get_fpga_config_status()).image;
 }
 
 void bittware::set_boot_image(boot_image_t image)

@@ -35,6 +35,11 @@ private:
 /// when that is not what was read (unexpected_field for another field), std::system_error when the text is no address.
 v6::mac_address decode_eeprom_mac(std::span<const std::uint8_t> record);
 
+/// The image that a BMC's board takes at the next reload, and the one that it took. Throw as `commands` does, and
+/// std::out_of_range.
+boot_image_t get_boot_image(bmc::bittware::ipmi_commands& commands);
+boot_image_t get_current_boot_image(bmc::bittware::ipmi_commands& commands);
+
 /// What both Bittware board kinds have: an I2C bus, and a BMC that answers for the board. A board whose BMC could not
 /// be brought up has none, and whatever needs it then throws std::runtime_error; otherwise it throws as the BMC does.
 class bittware
@@ -48,7 +53,9 @@ public:
 
     /// Opens the BMC behind the UART below `uart_core`. A failure is only logged: the board works for everything that
     /// needs no BMC.
-    static std::optional<bmc::bittware::bmc> get_bmc(const hw::core& uart_core);
+    static brought_up_t<bmc::bittware::bmc> get_bmc(const hw::core& uart_core);
+
+    brought_up_t<bmc::bittware::bmc>& get_bmc() { return bmc_; }
 
     /// The board's base address, from the EEPROM at address 0x50 of this bus. Throws as decode_eeprom_mac() does, and
     /// std::system_error when the EEPROM cannot be read.
@@ -56,8 +63,8 @@ public:
 
     std::optional<std::string> get_serial() { return get_bmc_or_throw().get_board_serial(); }
     sensors_t get_sensors() { return get_bmc_or_throw().get_sensors(); }
-    boot_image_t get_boot_image();
-    boot_image_t get_current_boot_image();
+    boot_image_t get_boot_image() { return board::get_boot_image(get_bmc_or_throw()); }
+    boot_image_t get_current_boot_image() { return board::get_current_boot_image(get_bmc_or_throw()); }
     void set_boot_image(boot_image_t image);
     /// Nothing without an I2C controller. Throws as read_eeprom_mac(), and std::system_error.
     std::optional<mac_addresses_t> get_vendor_mac_addresses();
@@ -74,7 +81,7 @@ private:
 
     cage_walk_t cages_;
     std::optional<std::uint8_t> eeprom_channel_;
-    std::optional<bmc::bittware::bmc> bmc_;
+    brought_up_t<bmc::bittware::bmc> bmc_;
 };
 
 /// Bittware XUPP3R, and the maker's own ivra_fpb2.

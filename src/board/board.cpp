@@ -49,6 +49,19 @@ concept has_boot_image = requires(Kind kind, boot_image_t image)
     kind.set_boot_image(image);
 };
 
+template <class Kind>
+concept has_xmc = requires(Kind kind)
+{
+    kind.management.get_xmc();
+    Kind::sensors;
+};
+
+template <class Kind>
+concept has_bmc = requires(Kind kind)
+{
+    kind.get_bmc();
+};
+
 unsupported_feature only_on_bittware(const std::string& feature)
 {
     return unsupported_feature{feature + " is only supported on Bittware boards"};
@@ -125,6 +138,18 @@ sensors_t board::get_sensors()
     return std::visit(overloaded{
                           [](has_sensors auto& kind) { return kind.get_sensors(); },
                           [](auto&) { return sensors_t{}; },
+                      },
+                      variant_);
+}
+
+controller_access_t board::get_controller()
+{
+    return std::visit(overloaded{
+                          []<has_xmc Kind>(Kind& kind) -> controller_access_t {
+                              return xmc_access_t{.xmc = kind.management.get_xmc(), .sensors = Kind::sensors};
+                          },
+                          [](has_bmc auto& kind) -> controller_access_t { return bmc_access_t{.bmc = kind.get_bmc()}; },
+                          [](auto&) -> controller_access_t { return std::monostate{}; },
                       },
                       variant_);
 }

@@ -1,8 +1,12 @@
 #ifndef IVRA_BOARD_BOARD_H
 #define IVRA_BOARD_BOARD_H
 
+#include "bmc/alveo/registers.h"
+#include "bmc/alveo/xmc.h"
+#include "bmc/bittware/bmc.h"
 #include "board/arista.h"
 #include "board/bittware.h"
+#include "board/helpers.h"
 #include "board/transceiver_speed.h"
 #include "board/u200.h"
 #include "board/u50.h"
@@ -32,6 +36,22 @@ class unsupported_feature : public std::runtime_error
 public:
     using std::runtime_error::runtime_error;
 };
+
+/// The XMC of a board, and those of its sensors that the board has.
+struct xmc_access_t
+{
+    brought_up_t<bmc::alveo::xmc>& xmc;
+    bmc::alveo::registers::sensor_list sensors;
+};
+
+/// The BMC of a board.
+struct bmc_access_t
+{
+    brought_up_t<bmc::bittware::bmc>& bmc;
+};
+
+/// A board's management controller, which lives as long as the board; std::monostate: boards of this kind have none.
+using controller_access_t = std::variant<std::monostate, xmc_access_t, bmc_access_t>;
 
 using board_variant = std::variant<arista, xupp3r, u50, u55c, u200, xupvv8>;
 
@@ -63,6 +83,9 @@ public:
     boot_image_t get_boot_image();         ///< the one that the next reload takes
     boot_image_t get_current_boot_image(); ///< the one that was taken
     void set_boot_image(boot_image_t image);
+
+    /// For who asks it more than the reports show.
+    controller_access_t get_controller();
 
     const hw::core& get_root() const { return root_; }
     v6::flash::flash& get_flash() { return flash_; }

@@ -6,8 +6,17 @@
 #include "hw/mutex.h"
 
 #include <optional>
+#include <string>
 
 namespace ivra::bsp::board {
+
+/// A management controller that was to be brought up: itself, or why it could not be.
+template <class Controller>
+struct brought_up_t
+{
+    std::optional<Controller> controller;
+    std::string failure;
+};
 
 /// The I2C controller below `core`. A board without one still works for everything else, so a failure is only logged.
 std::optional<v6::i2c::i2c> get_i2c(const hw::core& core);

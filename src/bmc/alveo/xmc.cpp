@@ -149,10 +149,15 @@ xmc::sensor_values_t xmc::read_sensor(const registers::sensor_reg_t& sensor)
             read(core_, sensor.max, "Cannot read XMC sensor max register")};
 }
 
+std::uint32_t xmc::read_power_good()
+{
+    return read(core_, registers::power_good, "Cannot read XMC POWER GOOD register");
+}
+
 bool xmc::is_power_good()
 {
     // Deliberate: a set bit means that power is bad.
-    return (read(core_, registers::power_good, "Cannot read XMC POWER GOOD register") & registers::power_bad) == 0;
+    return (read_power_good() & registers::power_bad) == 0;
 }
 
 board::sensors_t xmc::get_sensors(registers::sensor_list sensors)

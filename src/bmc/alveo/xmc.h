@@ -42,7 +42,8 @@ public:
     };
     sensor_values_t read_sensor(const registers::sensor_reg_t& sensor);
 
-    /// Throws std::system_error.
+    /// The power-good register, and what it says. Throw std::system_error.
+    std::uint32_t read_power_good();
     bool is_power_good();
 
     /// Current, average and maximum value of each sensor as the registers hold them, then whether power is good. Needs
