@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iomanip>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -54,6 +56,16 @@ public:
 private:
     bytes_t bytes_;
 };
+
+/// Two digits a byte.
+inline std::string to_hex(const bytes_t& bytes)
+{
+    std::ostringstream text;
+    text << std::hex << std::setfill('0');
+    for (const std::uint8_t byte : bytes)
+        text << std::setw(2) << unsigned{byte};
+    return text.str();
+}
 
 } // namespace ivra::tests
 

@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <iomanip>
 #include <limits>
 #include <map>
 #include <sstream>
@@ -21,6 +20,7 @@ namespace {
 
 using tests::bytes_t;
 using tests::sensor_reply_t;
+using tests::to_hex;
 
 struct scale_t
 {
@@ -47,15 +47,6 @@ constexpr std::uint8_t linearisations[] = {0, 1, 2, 3, 5, 6, 7, 8, 9, 10, 11};
 bool agree(double ours, double theirs)
 {
     return std::abs(ours - theirs) <= 4 * std::numeric_limits<double>::epsilon() * std::abs(theirs);
-}
-
-std::string to_hex(const bytes_t& bytes)
-{
-    std::ostringstream text;
-    text << std::hex << std::setfill('0');
-    for (const std::uint8_t byte : bytes)
-        text << std::setw(2) << unsigned{byte};
-    return text.str();
 }
 
 TEST(sensor_values, agree_with_those_of_an_independent_decoder)

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <iomanip>
 #include <limits>
 #include <map>
 #include <sstream>
@@ -21,6 +20,7 @@ namespace {
 
 using tests::bytes_t;
 using tests::sensor_reply_t;
+using tests::to_hex;
 
 struct scale_t
 {
@@ -54,15 +54,6 @@ bool agree(unsigned linearisation, double ours, double theirs)
     else if (is_one_of(powers, linearisation) && theirs != 0)
         conditioned *= 1 + std::abs(std::log(theirs));
     return std::abs(ours - theirs) <= 4 * std::numeric_limits<double>::epsilon() * conditioned;
-}
-
-std::string to_hex(const bytes_t& bytes)
-{
-    std::ostringstream text;
-    text << std::hex << std::setfill('0');
-    for (const std::uint8_t byte : bytes)
-        text << std::setw(2) << unsigned{byte};
-    return text.str();
 }
 
 TEST(ipmi_sensor_values, of_all_raw_readings_agree_with_an_independent_decoder)
