@@ -1,5 +1,5 @@
 // What was captured of a BMC: whatever the bytes, a mistake or a BMC that serves these very bytes, record by record,
-// with a reading for each sensor.
+// with a reading for each sensor, and the thresholds that can be read.
 #include "devices/bmc/bmc.h"
 
 #include <algorithm>
@@ -63,6 +63,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const bmc_sensor_t& sensor = config.sensors[id - 1];
         if (is_sensor(sensor))
             expect(asked(controller, {0x10, 0x2d, byte(sensor.number)}).size() == 3);
+        const auto thresholds = sensor_thresholds(sensor);
+        const auto hysteresis = sensor_hysteresis(sensor);
+        expect(!thresholds || thresholds->size() == 7);
+        expect(!hysteresis || hysteresis->size() == 2);
         bmc_sensor_t with_value = sensor;
         with_value.value = sensor_value(sensor, sensor.raw);
         static_cast<void>(raw_reading(with_value));

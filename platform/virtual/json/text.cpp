@@ -135,6 +135,13 @@ std::string size_text(std::uint64_t bytes)
     return hex_text(bytes);
 }
 
+std::string short_number(double value)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", value);
+    return text;
+}
+
 std::string duration_text(std::chrono::nanoseconds duration)
 {
     struct unit_t

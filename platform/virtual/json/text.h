@@ -21,6 +21,8 @@ std::uint64_t hash(std::string_view text);
 
 /// A number of bytes as people write it: "64 KiB", or hexadecimal when no unit fits.
 std::string size_text(std::uint64_t bytes);
+/// "13.23", of at most six digits.
+std::string short_number(double value);
 /// "1.5 s"
 std::string duration_text(std::chrono::nanoseconds duration);
 /// "02:00:00:00:10:00"

@@ -3,6 +3,7 @@
 #include "state/state.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
@@ -999,6 +1000,226 @@ TEST_F(bmc, a_value_is_the_nearest_raw_reading_by_the_standards_rules)
             ASSERT_THAT(reply.data, SizeIs(3)) << row.members;
             EXPECT_EQ(reply.data[0], row.raw) << row.members;
         }
+    });
+}
+
+/// A sensor with limits, and no other one.
+std::string sensor_with_limits(const std::string& members)
+{
+    return R"({"sensors": {"only": true, "list": [{"name": "x", )" + members + "}]}}";
+}
+
+TEST_F(bmc, serves_the_limits_of_a_sensor_in_its_record_and_by_themselves)
+{
+    plug_bmc(sensor_with_limits(R"("number": "0x21", "unit": "V", "value": 12.033, "m": 63, "r_exp": -3,
+        "limits": {"lower_critical": 10.773, "lower_non_critical": 11.34, "upper_non_critical": 12.6,
+                   "upper_critical": 13.23, "upper_non_recoverable": 14.49,
+                   "positive_hysteresis": 0.126, "negative_hysteresis": 0.063})"));
+    run([] {
+        line_t line;
+        const bytes_t record = ask(line, 0x04, 0x21, {0, 0, 1, 0, 0, 64}).data;
+        ASSERT_THAT(record, SizeIs(66));
+        // hysteresis and thresholds can be read; LNC, LC are compared; UNC, UC, UNR are; which there are, none settable
+        EXPECT_EQ(part(record, 2 + 10, 2 + 20), (bytes_t{0x7f, 0x54, 2, 1, 0, 0x30, 0, 0x70, 0x3b, 0}));
+        // UNR, UC, UNC, LNR, LC, LNC: 14.49, 13.23, 12.6, none, 10.773, 11.34 V in steps of 63 mV; hysteresis
+        EXPECT_EQ(part(record, 2 + 36, 2 + 44), (bytes_t{230, 210, 200, 0, 171, 180, 2, 1}));
+        EXPECT_EQ(ask(line, 0x04, 0x27, {0x21}), (reply_t{0, {0x3b, 180, 171, 0, 200, 210, 230}}));
+        EXPECT_EQ(ask(line, 0x04, 0x25, {0x21, 0xff}), (reply_t{0, {2, 1}}));
+        EXPECT_EQ(ask(line, 0x04, 0x2d, {0x21}), (reply_t{0, {191, 0xc0, 0xc0}}));
+        EXPECT_EQ(ask(line, 0x04, 0x27, {1}), (reply_t{0xcb, {}}));
+        EXPECT_EQ(ask(line, 0x04, 0x25, {1, 0xff}), (reply_t{0xcb, {}}));
+        EXPECT_EQ(ask(line, 0x04, 0x27), (reply_t{0xc7, {}}));
+        EXPECT_EQ(ask(line, 0x04, 0x25, {0x21}), (reply_t{0xc7, {}}));
+    });
+}
+
+TEST_F(bmc, a_sensor_without_limits_is_asked_for_them_in_vain)
+{
+    plug_bmc(R"({"sensors": {"only": true, "list": [{"name": "a"}, {"name": "b", "limits": {"upper_critical": 9}},
+        {"name": "c", "limits": {"positive_hysteresis": 9}}, {"name": "d", "limits": {"lower_critical": null}}]}})");
+    run([] {
+        line_t line;
+        const int unknown = 0xc1;
+        // its place, capabilities, readable thresholds, code of thresholds, code of hysteresis
+        const std::array<int, 5> rows[] = {
+            {1, 0x40, 0x00, unknown, unknown},
+            {2, 0x44, 0x10, 0, unknown},
+            {3, 0x50, 0x00, unknown, 0},
+            {4, 0x40, 0x00, unknown, unknown},
+        };
+        for (const auto& [place, capabilities, readable, of_thresholds, of_hysteresis] : rows) {
+            const auto id = static_cast<std::uint8_t>(place);
+            const bytes_t record = ask(line, 0x04, 0x21, {0, 0, id, 0, 0, 64}).data;
+            ASSERT_THAT(record, SizeIs(66));
+            EXPECT_EQ(record[2 + 11], capabilities) << place;
+            EXPECT_EQ(record[2 + 18], readable) << place;
+            EXPECT_EQ(ask(line, 0x04, 0x27, {id}).code, of_thresholds) << place;
+            EXPECT_EQ(ask(line, 0x04, 0x25, {id, 0xff}).code, of_hysteresis) << place;
+        }
+        EXPECT_EQ(ask(line, 0x04, 0x25, {3, 0xff}).data, (bytes_t{9, 0}));
+    });
+}
+
+TEST_F(bmc, compares_a_reading_with_its_limits_and_equal_counts)
+{
+    const std::string six = R"(, "limits": {"lower_non_recoverable": 20, "lower_critical": 30, "lower_non_critical": 40,
+        "upper_non_critical": 60, "upper_critical": 70, "upper_non_recoverable": 80})";
+    const std::string signed_limits = R"(, "limits": {"lower_critical": -10, "upper_critical": 5})";
+    // Of 1/x in steps of 10^-6: raw 250 and 50.
+    const std::string fan =
+        R"(, "linearisation": "1/x", "r_exp": -6, "limits": {"lower_critical": 4000, "upper_non_critical": 20000})";
+    // 30 - raw: 20 and 5.
+    const std::string turned = R"(, "m": -1, "b": 30, "limits": {"lower_critical": 10, "upper_critical": 25})";
+    struct row_t
+    {
+        std::string members;
+        int raw, comparison;
+        const char* why;
+    };
+    const row_t rows[] = {
+        {R"("raw": 0)" + six, 0, 0xc7, "below all"},
+        {R"("raw": 20)" + six, 20, 0xc7, "equal counts"},
+        {R"("raw": 21)" + six, 21, 0xc3, ""},
+        {R"("raw": 30)" + six, 30, 0xc3, ""},
+        {R"("raw": 31)" + six, 31, 0xc1, ""},
+        {R"("raw": 40)" + six, 40, 0xc1, ""},
+        {R"("raw": 41)" + six, 41, 0xc0, ""},
+        {R"("raw": 59)" + six, 59, 0xc0, ""},
+        {R"("raw": 60)" + six, 60, 0xc8, ""},
+        {R"("raw": 69)" + six, 69, 0xc8, ""},
+        {R"("raw": 70)" + six, 70, 0xd8, ""},
+        {R"("raw": 80)" + six, 80, 0xf8, ""},
+        {R"("raw": 255)" + six, 255, 0xf8, "above all"},
+        {R"("format": "twos complement", "value": -9)" + signed_limits, 0xf7, 0xc0, ""},
+        {R"("format": "twos complement", "value": -10)" + signed_limits, 0xf6, 0xc2, ""},
+        {R"("format": "twos complement", "value": -1)" + signed_limits, 0xff, 0xc0, "FFh is -1"},
+        {R"("format": "twos complement", "value": 5)" + signed_limits, 5, 0xd0, ""},
+        {R"("format": "ones complement", "value": -10)" + signed_limits, 0xf5, 0xc2, ""},
+        {R"("format": "ones complement", "value": -1)" + signed_limits, 0xfe, 0xc0, "FEh is -1"},
+        {R"("value": 5000)" + fan, 200, 0xc0, ""},
+        {R"("value": 4000)" + fan, 250, 0xd0, "4000 is low, and its raw reading high"},
+        {R"("value": 20000)" + fan, 50, 0xc1, ""},
+        {R"("value": 11)" + turned, 19, 0xc0, ""},
+        {R"("value": 10)" + turned, 20, 0xd0, ""},
+        {R"("value": 25)" + turned, 5, 0xc2, ""},
+        {R"("value": -0.25, "m": -1, "linearisation": "1/x", "limits": {"lower_critical": -0.5})", 4, 0xc0, ""},
+        {R"("value": -0.25, "m": -1, "linearisation": "1/x", "limits": {"lower_critical": -0.125})", 4, 0xc2,
+         "turned twice: -1/4 is below -1/8"},
+    };
+    std::string sensors;
+    for (const row_t& row : rows)
+        sensors += (sensors.empty() ? "" : ", ") + R"({"name": "x", )"s + row.members + "}";
+    plug_bmc(R"({"sensors": {"only": true, "list": [)" + sensors + "]}}");
+    run([&] {
+        line_t line;
+        std::uint8_t number = 0;
+        for (const row_t& row : rows)
+            EXPECT_EQ(
+                ask(line, 0x04, 0x2d, {++number}),
+                (reply_t{0, {static_cast<std::uint8_t>(row.raw), 0xc0, static_cast<std::uint8_t>(row.comparison)}}))
+                << row.members << ' ' << row.why;
+    });
+}
+
+TEST_F(bmc, turns_limits_where_a_value_falls_as_its_raw_reading_rises)
+{
+    plug_bmc(sensor_with_limits(R"("m": -1, "b": 30, "limits": {"lower_critical": 10, "upper_non_critical": 25,
+        "upper_non_recoverable": 29, "positive_hysteresis": 2, "negative_hysteresis": 3})"));
+    run([] {
+        line_t line;
+        const bytes_t record = ask(line, 0x04, 0x21, {0, 0, 1, 0, 0, 64}).data;
+        ASSERT_THAT(record, SizeIs(66));
+        EXPECT_EQ(part(record, 2 + 14, 2 + 19), (bytes_t{0, 0x50, 0, 0x20, 0x15}));
+        EXPECT_EQ(part(record, 2 + 36, 2 + 44), (bytes_t{0, 20, 0, 1, 0, 5, 3, 2}));
+        EXPECT_EQ(ask(line, 0x04, 0x27, {1}), (reply_t{0, {0x15, 5, 0, 1, 0, 20, 0}}));
+        EXPECT_EQ(ask(line, 0x04, 0x25, {1, 0xff}), (reply_t{0, {3, 2}}));
+    });
+}
+
+TEST_F(bmc, compares_with_the_limits_of_a_record_that_is_served_as_it_is)
+{
+    struct row_t
+    {
+        std::vector<std::pair<std::size_t, int>> bytes; ///< of the record, over those below
+        int comparison, thresholds, hysteresis;         ///< third byte; completion codes
+        const char* why;
+    };
+    const row_t rows[] = {
+        {{}, 0xc1, 0, 0, "40 is at or below LNC 40, and above LC 30"},
+        {{{11, 0x18}}, 0xc1, 0, 0, "settable thresholds"},
+        {{{11, 0x10}}, 0xc0, 0xc1, 0, "no thresholds"},
+        {{{11, 0x1c}}, 0xc0, 0xc1, 0, "fixed thresholds that cannot be read"},
+        {{{11, 0x04}}, 0xc1, 0, 0xc1, "no hysteresis"},
+        {{{11, 0x24}}, 0xc1, 0, 0, "settable hysteresis"},
+        {{{11, 0x34}}, 0xc1, 0, 0xc1, "fixed hysteresis that cannot be read"},
+        {{{13, 0x6f}}, 0xc0, 0xc1, 0xc1, "a discrete sensor"},
+        {{{18, 0x3e}}, 0xc0, 0, 0, "LNC cannot be read"},
+        {{{18, 0xc0}}, 0xc0, 0xc1, 0, "nothing can be read"},
+        {{{15, 0x60}}, 0xc0, 0, 0, "LNC is not compared"},
+        {{{41, 39}}, 0xc0, 0, 0, "above LNC"},
+        {{{40, 40}}, 0xc3, 0, 0, "at LC as well"},
+        {{{38, 40}}, 0xc9, 0, 0, "at UNC as well"},
+        {{{38, 40}, {17, 0x60}}, 0xc1, 0, 0, "UNC is not compared"},
+        {{{20, 0x80}, {38, 0xff}}, 0xc9, 0, 0, "UNC is -1 in two's complement"},
+        {{{20, 0x40}, {38, 0xff}}, 0xc9, 0, 0, "UNC is -0 in one's complement"},
+        {{{3, 0x02}, {31, 0xc1}}, 0xc0, 0xc1, 0xc1, "a compact record"},
+    };
+    std::string sensors;
+    for (std::size_t at = 0; at < std::size(rows); ++at) {
+        bytes_t record(49);
+        const std::vector<std::pair<std::size_t, int>> same{{0, static_cast<int>(at + 1)},
+                                                            {2, 0x51},
+                                                            {3, 0x01},
+                                                            {4, 44},
+                                                            {7, static_cast<int>(at + 1)},
+                                                            {11, 0x14},
+                                                            {13, 0x01},
+                                                            {15, 0x70},
+                                                            {17, 0x70},
+                                                            {18, 0x3f},
+                                                            {24, 1},
+                                                            {36, 80},
+                                                            {37, 70},
+                                                            {38, 60},
+                                                            {39, 20},
+                                                            {40, 30},
+                                                            {41, 40},
+                                                            {42, 7},
+                                                            {43, 9},
+                                                            {47, 0xc1},
+                                                            {48, 'x'}};
+        for (const auto& changes : {same, rows[at].bytes})
+            for (const auto& [place, value] : changes)
+                record.at(place) = static_cast<std::uint8_t>(value);
+        std::string digits;
+        for (const std::uint8_t byte : record)
+            for (const unsigned digit : {byte / 16U, byte % 16U})
+                digits += "0123456789abcdef"[digit];
+        sensors += (at == 0 ? "" : ", ") + R"({"record": ")"s + digits + R"(", "raw": 40})";
+    }
+    plug_bmc(R"({"sensors": {"only": true, "list": [)" + sensors + "]}}");
+    run([&] {
+        line_t line;
+        std::uint8_t number = 0;
+        for (const row_t& row : rows) {
+            EXPECT_EQ(ask(line, 0x04, 0x2d, {++number}),
+                      (reply_t{0, {40, 0xc0, static_cast<std::uint8_t>(row.comparison)}}))
+                << row.why;
+            EXPECT_EQ(ask(line, 0x04, 0x27, {number}).code, row.thresholds) << row.why;
+            EXPECT_EQ(ask(line, 0x04, 0x25, {number, 0xff}).code, row.hysteresis) << row.why;
+        }
+        EXPECT_EQ(ask(line, 0x04, 0x27, {1}).data, (bytes_t{0x3f, 40, 30, 20, 60, 70, 80}));
+        EXPECT_EQ(ask(line, 0x04, 0x25, {1, 0xff}).data, (bytes_t{7, 9}));
+    });
+}
+
+TEST_F(bmc, without_a_reading_compares_nothing)
+{
+    plug_bmc(sensor_with_limits(R"("available": false, "limits": {"lower_critical": 10})"));
+    run([] {
+        line_t line;
+        EXPECT_EQ(ask(line, 0x04, 0x2d, {1}), (reply_t{0, {0x00, 0xe0, 0x00}}));
+        EXPECT_EQ(ask(line, 0x04, 0x27, {1}).code, 0);
     });
 }
 

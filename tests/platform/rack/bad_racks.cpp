@@ -110,6 +110,12 @@ std::string bmc_sensor_with(const std::string& members)
     return bmc_with(R"("sensors": [{)" + members + "}]");
 }
 
+/// A sensor with limits.
+std::string limit_with(const std::string& members, const std::string& limits)
+{
+    return bmc_sensor_with(R"("name": "a", )" + members + R"("limits": {)" + limits + "}");
+}
+
 std::string bmc_answer_with(const std::string& members)
 {
     return bmc_with(R"("answers": [{)" + members + "}]");
@@ -592,6 +598,37 @@ const std::vector<bad_rack_t>& bad_racks()
          R"(/accelerators/0/bmc/sensors/0/available: expected no such member beside "response")", code},
         {"a record ID of 17 bits", bmc_sensor_with(R"("name": "a", "next": "0x10000")"),
          R"(/accelerators/0/bmc/sensors/0/next: expected a record ID such as 2 or "0x1f", or null for the true one)", schema},
+        {"limits that are a list", bmc_sensor_with(R"("name": "a", "limits": [1, 2])"),
+         R"(/accelerators/0/bmc/sensors/0/limits: expected the limits of a sensor: { "lower_critical": 10.8, "upper_critical": 13.2 }, or null for none)", schema},
+        {"a limit that there is not", limit_with("", R"("upper": 1)"),
+         "/accelerators/0/bmc/sensors/0/limits/upper: unknown member, expected one of lower_non_recoverable, lower_critical, lower_non_critical, "
+         "upper_non_critical, upper_critical, upper_non_recoverable, positive_hysteresis, negative_hysteresis", schema},
+        {"a limit that is a text", limit_with("", R"("upper_critical": "13 V")"),
+         "/accelerators/0/bmc/sensors/0/limits/upper_critical: expected a number in the sensor's unit, or null for no such limit", schema},
+        {"a limit above all that a sensor reads", limit_with(R"("m": 63, "r_exp": -3,)", R"("upper_critical": 16.07)"),
+         "/accelerators/0/bmc/sensors/0/limits/upper_critical: expected a limit that the sensor can say, from 0 to 16.065, which upper_critical 16.07 is not", code},
+        {"a limit below all that a sensor reads", limit_with(R"("b": 5,)", R"("lower_critical": 4.5)"),
+         "/accelerators/0/bmc/sensors/0/limits/lower_critical: expected a limit that the sensor can say, from 5 to 260, which lower_critical 4.5 is not", code},
+        {"a lower limit above an upper one", limit_with("", R"("upper_critical": 20, "lower_critical": 30)"),
+         "/accelerators/0/bmc/sensors/0/limits/upper_critical: expected limits that rise in their order, which lower_critical 30 and upper_critical 20 do not", code},
+        {"a warning behind an alarm", limit_with("", R"("lower_critical": 30, "lower_non_critical": 29.5)"),
+         "/accelerators/0/bmc/sensors/0/limits/lower_non_critical: expected limits that rise in their order, which lower_critical 30 and lower_non_critical 29.5 do not", code},
+        {"limits of which the last two are out of order", limit_with("", R"("upper_critical": 20, "upper_non_critical": 30, "lower_critical": 10)"),
+         "/accelerators/0/bmc/sensors/0/limits/upper_critical: expected limits that rise in their order, which upper_non_critical 30 and upper_critical 20 do not", code},
+        {"limits of a sensor without numbers", limit_with(R"("format": "none",)", R"("upper_critical": 20)"),
+         "/accelerators/0/bmc/sensors/0/limits: expected no limits of a sensor whose value neither rises nor falls with its raw reading", code},
+        {"limits of a sensor that falls and rises", limit_with(R"("linearisation": "sqr", "b": -9,)", R"("upper_critical": 20)"),
+         "/accelerators/0/bmc/sensors/0/limits: expected no limits of a sensor whose value neither rises nor falls with its raw reading", code},
+        {"limits of a sensor of one value", limit_with(R"("m": 0, "b": 9,)", R"("upper_critical": 9)"),
+         "/accelerators/0/bmc/sensors/0/limits: expected no limits of a sensor whose value neither rises nor falls with its raw reading", code},
+        {"a hysteresis of 256 counts", limit_with(R"("m": -2,)", R"("positive_hysteresis": 512)"),
+         "/accelerators/0/bmc/sensors/0/limits/positive_hysteresis: expected a hysteresis from 0 to 510, which positive_hysteresis 512 is not", code},
+        {"a negative hysteresis", limit_with("", R"("negative_hysteresis": -1)"),
+         "/accelerators/0/bmc/sensors/0/limits/negative_hysteresis: expected a hysteresis from 0 to 255, which negative_hysteresis -1 is not", code},
+        {"a hysteresis of uneven steps", limit_with(R"("linearisation": "1/x",)", R"("negative_hysteresis": 1)"),
+         "/accelerators/0/bmc/sensors/0/limits/negative_hysteresis: expected no hysteresis of a sensor with a linearisation, whose steps differ", code},
+        {"limits beside a raw record", bmc_sensor_with(R"("record": "00", "limits": {"upper_critical": 9})"),
+         R"(/accelerators/0/bmc/sensors/0/limits: expected no such member beside "record")", code},
         {"a rule about no answer", bmc_answer_with(R"("code": 1)"), R"(/accelerators/0/bmc/answers/0: expected a member "to")", schema},
         {"a rule about the 0th answer", bmc_answer_with(R"("to": "", "nth": 0)"), "/accelerators/0/bmc/answers/0/nth: expected a number, 1 to 4294967295, or null for all of them", schema},
         {"an answer with data of half a pair", bmc_answer_with(R"("to": "", "data": "0")"), "/accelerators/0/bmc/answers/0/data: expected " + raw_expected, schema},
@@ -603,7 +640,7 @@ const std::vector<bad_rack_t>& bad_racks()
          "/accelerators/0/bmc/sensors/0/record: expected " + hex_of(260) + ", or null", schema},
         {"a name that is misspelt", bmc_sensor_with(R"("nmae": "a", "value": 2)"),
          "/accelerators/0/bmc/sensors/0/nmae: unknown member, expected one of record, name, number, unit, response, value, raw, available, m, b, "
-         "r_exp, b_exp, format, linearisation, modifier, modifier_unit, rate, percent, id, next", schema},
+         "r_exp, b_exp, format, linearisation, modifier, modifier_unit, rate, percent, limits, id, next", schema},
         {"a unit beside a raw record", bmc_sensor_with(R"("record": "00", "unit": "V")"),
          R"(/accelerators/0/bmc/sensors/0/unit: expected no such member beside "record")", code},
         {"the ID of the last record", bmc_sensor_with(R"("name": "a", "id": "0xffff")"),

@@ -104,6 +104,9 @@ TEST(expand, a_rack_with_everything_unusual_expands_to_itself)
         R"("bmc": {"sensors": [{"name": "a", "raw": "0xff", "format": "none", "rate": "reserved", "linearisation": 255, "percent": true, "available": false}]})",
         R"("bmc": {"sensors": [{"record": "", "response": ""}, {"record": "0001", "raw": 3, "available": false, "next": 65535}]})",
         R"("model": "bittware_xupp3r", "bmc": {"sensors": [{"name": "12V0", "raw": 3}, {"name": "3V3", "response": "00"}, {"name": "Board temp", "m": 2}, {"name": "DIMM temp", "value": 30, "id": 77}]})",
+        R"("bmc": {"sensors": [{"name": "a", "limits": {}}, {"name": "b", "limits": null}, {"name": "c", "limits": {"lower_critical": null}},
+            {"name": "d", "m": -3, "limits": {"lower_non_recoverable": -765, "lower_non_critical": -0.1, "upper_critical": 0, "positive_hysteresis": 0, "negative_hysteresis": 1}},
+            {"name": "e", "limits": {"upper_critical": 9007199254740993e-15}}]})",
         R"("model": "bittware_xupp3r", "bmc": {"sensors": {"only": false, "list": [{"name": "12V0", "available": false}]}})",
         R"("bmc": {"answers": [{"to": ""}, {"to": "0A11", "nth": 4294967295, "latency": "never", "code": 0, "data": "", "noise": "00", "lose": [0, 4095], "pieces": []}]})",
         R"("bmc": {"answers": [{"to": "0601", "frame": "a0", "latency": "1 ms", "pieces": [16]}]})",
@@ -181,7 +184,8 @@ TEST(expand, says_everything_of_a_BMC)
     const rack_t rack = parse_rack(R"({"accelerators": [{"model": "ivra_fpb2", "bmc": {"boot_image": 9,
         "fru": {"part_number": null}, "answers": [{"to": "0421", "code": 192}],
         "sensors": {"only": true, "list": [
-            {"name": "12V0", "unit": 4, "value": 12.03, "m": 63, "r_exp": -3, "next": 1}, {"record": "0A", "id": 9}]}}}]})",
+            {"name": "12V0", "unit": 4, "value": 12.03, "m": 63, "r_exp": -3, "next": 1,
+             "limits": {"lower_critical": 10.8, "positive_hysteresis": 0.06}}, {"record": "0A", "id": 9}]}}}]})",
                                    "my.json");
     EXPECT_THAT(expand(rack), ::testing::HasSubstr(R"(
       "bmc": {
@@ -219,6 +223,16 @@ TEST(expand, says_everything_of_a_BMC)
               "modifier_unit": "unspecified",
               "rate": "none",
               "percent": false,
+              "limits": {
+                "lower_non_recoverable": null,
+                "lower_critical": 10.8,
+                "lower_non_critical": null,
+                "upper_non_critical": null,
+                "upper_critical": null,
+                "upper_non_recoverable": null,
+                "positive_hysteresis": 0.06,
+                "negative_hysteresis": null
+              },
               "next": "0x1"
             },
             { "record": "0a", "raw": 0, "available": false, "id": "0x9", "next": null }

@@ -208,6 +208,92 @@ TEST_F(bmc_referee, ipmitool_reads_sensors_of_every_format_and_function)
         EXPECT_EQ(vp::two_decimals(std::strtod(seen[at].at(1).c_str(), nullptr)), rows[at].second) << rows[at].first;
 }
 
+/// A board with limits of every kind; its records are the same when they were captured.
+const char* const limits_rack = R"({"accelerators": [{"model": "x", "bmc": {"sensors": [
+    {"name": "12V0", "unit": "V", "value": 12.033, "m": 63, "r_exp": -3, "limits": {
+        "lower_non_recoverable": 10.08, "lower_critical": 10.773, "lower_non_critical": 11.34, "upper_non_critical": 12.6,
+        "upper_critical": 13.23, "upper_non_recoverable": 14.49, "positive_hysteresis": 0.126, "negative_hysteresis": 0.063}},
+    {"name": "Inlet", "unit": "degrees C", "value": 27.5, "m": 5, "r_exp": -1,
+        "limits": {"upper_non_critical": 27, "upper_critical": 35}},
+    {"name": "Hot", "unit": "degrees C", "value": 90, "limits": {"upper_non_critical": 80, "upper_critical": 90}},
+    {"name": "Hotter", "unit": "degrees C", "value": 101, "limits": {"upper_non_recoverable": 100}},
+    {"name": "Cool", "unit": "degrees C", "value": -10, "format": "twos complement", "limits": {
+        "lower_non_critical": -10, "lower_critical": -20, "lower_non_recoverable": -30, "upper_critical": 80}},
+    {"name": "Low", "unit": "A", "value": 0.5, "m": 1, "r_exp": -1, "limits": {"lower_non_recoverable": 0.5}},
+    {"name": "Fan", "unit": "RPM", "value": 4000, "linearisation": "1/x", "r_exp": -6, "limits": {
+        "lower_critical": 4000, "lower_non_critical": 5000, "upper_non_critical": 20000}},
+    {"name": "Turned", "unit": "V", "value": 11, "m": -1, "b": 30, "limits": {
+        "lower_critical": 10, "upper_critical": 25}},
+    {"name": "Off", "unit": "V", "available": false, "limits": {"lower_critical": 10}},
+    {"name": "Plain", "unit": "V", "value": 3}]}}]})";
+
+/// As an operator would see them. Thresholds are about raw readings: of "Fan" and "Turned", which fall when those
+/// rise, the upper ones are the lower limits.
+const std::vector<std::vector<std::string>> limits_screen{
+    {"12V0", "12.033", "Volts", "ok", "10.080", "10.773", "11.340", "12.600", "13.230", "14.490"},
+    {"Inlet", "27.500", "degrees C", "nc", "na", "na", "na", "27.000", "35.000", "na"},
+    {"Hot", "90.000", "degrees C", "cr", "na", "na", "na", "80.000", "90.000", "na"},
+    {"Hotter", "101.000", "degrees C", "nr", "na", "na", "na", "na", "na", "100.000"},
+    {"Cool", "-10.000", "degrees C", "nc", "-30.000", "-20.000", "-10.000", "na", "80.000", "na"},
+    {"Low", "0.500", "Amps", "nr", "0.500", "na", "na", "na", "na", "na"},
+    {"Fan", "4000.000", "RPM", "cr", "na", "na", "20000.000", "5000.000", "4000.000", "na"},
+    {"Turned", "11.000", "Volts", "ok", "na", "25.000", "na", "na", "10.000", "na"},
+    {"Off", "na", "Volts", "na", "na", "10.000", "na", "na", "na", "na"},
+    {"Plain", "3.000", "Volts", "ok", "na", "na", "na", "na", "na", "na"},
+};
+
+TEST_F(bmc_referee, ipmitool_reads_the_limits_of_sensors_and_whether_they_are_kept)
+{
+    const bmc_server bmc{file("limits.json", limits_rack), "0", state};
+    EXPECT_EQ(table(bmc.ipmitool({"sensor"}), "|"), limits_screen);
+    EXPECT_EQ(table(bmc.ipmitool({"sdr", "list"}), "|"), (std::vector<std::vector<std::string>>{
+                                                             {"12V0", "12.03 Volts", "ok"},
+                                                             {"Inlet", "27.50 degrees C", "nc"},
+                                                             {"Hot", "90 degrees C", "cr"},
+                                                             {"Hotter", "101 degrees C", "nr"},
+                                                             {"Cool", "-10 degrees C", "nc"},
+                                                             {"Low", "0.50 Amps", "nr"},
+                                                             {"Fan", "4000 RPM", "cr"},
+                                                             {"Turned", "11 Volts", "ok"},
+                                                             {"Off", "no reading", "ns"},
+                                                             {"Plain", "3 Volts", "ok"},
+                                                         }));
+    const std::string of_12V0 = bmc.ipmitool({"sensor", "get", "12V0"});
+    EXPECT_THAT(of_12V0, HasSubstr(" Status                : ok\n"
+                                   " Lower Non-Recoverable : 10.080\n"
+                                   " Lower Critical        : 10.773\n"
+                                   " Lower Non-Critical    : 11.340\n"
+                                   " Upper Non-Critical    : 12.600\n"
+                                   " Upper Critical        : 13.230\n"
+                                   " Upper Non-Recoverable : 14.490\n"
+                                   " Positive Hysteresis   : 0.126\n"
+                                   " Negative Hysteresis   : 0.063\n"));
+    EXPECT_THAT(bmc.ipmitool({"sensor", "get", "Inlet"}), HasSubstr(" Status                : Upper Non-Critical\n"));
+    EXPECT_THAT(bmc.ipmitool({"sensor", "get", "Plain"}), HasSubstr("Sensor Threshold Settings not available\n"));
+    EXPECT_THAT(bmc.ipmitool({"-v", "sdr", "get", "Inlet"}), HasSubstr(" Upper critical        : 35.000\n"
+                                                                       " Upper non-critical    : 27.000\n"
+                                                                       " Positive Hysteresis   : Unspecified\n"
+                                                                       " Negative Hysteresis   : Unspecified\n"));
+    EXPECT_THAT(bmc.ipmitool({"-v", "sdr", "get", "Inlet"}), HasSubstr(" Readable Thresholds   : unc ucr \n"
+                                                                       " Settable Thresholds   : \n"
+                                                                       " Threshold Read Mask   : unc ucr \n"));
+}
+
+TEST_F(bmc_referee, what_ipmitool_captured_of_a_board_with_limits_keeps_them)
+{
+    {
+        const bmc_server bmc{file("limits.json", limits_rack), "0", state};
+        bmc.ipmitool({"sdr", "dump", folder / "sdr.bin"});
+    }
+    const fs::path captured =
+        file("captured.json", R"({"accelerators": [{"model": "x", "bmc": {"records": {"file": "sdr.bin"}, "sensors": [
+        {"name": "12V0", "value": 12.033}, {"name": "Inlet", "value": 27.5}, {"name": "Hot", "value": 90},
+        {"name": "Hotter", "value": 101}, {"name": "Cool", "value": -10}, {"name": "Low", "value": 0.5},
+        {"name": "Fan", "value": 4000}, {"name": "Turned", "value": 11}, {"name": "Plain", "value": 3}]}}]})");
+    const bmc_server bmc{captured, "0", state};
+    EXPECT_EQ(table(bmc.ipmitool({"sensor"}), "|"), limits_screen);
+}
+
 TEST_F(bmc_referee, what_ipmitool_captured_of_one_board_makes_another_one)
 {
     const fs::path real = file("real.json", R"({"accelerators": [{"model": "bittware_xupp3r", "bmc": {

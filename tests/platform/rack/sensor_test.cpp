@@ -194,6 +194,59 @@ TEST_F(sensors, read_as_the_rack_says_last)
               "temp #3 none");
 }
 
+TEST_F(sensors, keep_the_limits_of_the_model_that_a_rack_does_not_mention)
+{
+    file("models/limited.json", R"({"bmc": {"sensors": [{"name": "12V", "unit": "V", "value": 12, "m": 60, "r_exp": -3,
+        "limits": {"lower_critical": 10.8, "upper_critical": 13.2, "positive_hysteresis": 0.06}}]}})");
+    const auto limits_with = [&](const std::string& members) {
+        return parse_rack(R"({"accelerators": [{"model": "limited", "bmc": {"sensors": [{"name": "12V", )" + members +
+                              "}]}}]}",
+                          folder / "my.json")
+            .accelerators.at(0)
+            .bmc->sensors.at(0)
+            .limits;
+    };
+    using limits_t = decltype(bmc_limits_t::values);
+    constexpr auto none = std::nullopt;
+    bmc_limits_t expected{limits_t{none, 10.8, none, none, 13.2, none}, 0.06, none};
+    EXPECT_EQ(limits_with(R"("value": 11)"), expected);
+    EXPECT_EQ(limits_with(R"("limits": {})"), expected);
+    EXPECT_EQ(limits_with(R"("limits": null)"), std::nullopt);
+    expected.values = limits_t{10, 10.8, none, 13, none, none};
+    EXPECT_EQ(
+        limits_with(R"("limits": {"lower_non_recoverable": 10, "upper_non_critical": 13, "upper_critical": null})"),
+        expected);
+    EXPECT_EQ(error_of(R"("sensors": [{"name": "12V", "limits": {"upper_non_recoverable": 20}}])"),
+              (folder / "my.json").string() +
+                  ": /accelerators/0/bmc/sensors/0/limits/upper_non_recoverable: expected a limit that the sensor can "
+                  "say, from 0 to 15.3, which upper_non_recoverable 20 is not");
+    const auto error_with = [&](const std::string& members) -> std::string {
+        try {
+            limits_with(members);
+        } catch (const file_error& error) {
+            return error.what();
+        }
+        return "no error";
+    };
+    const std::string place = (folder / "my.json").string() + ": /accelerators/0/bmc/sensors/0";
+    EXPECT_EQ(error_with(R"("limits": {"lower_critical": 14})"),
+              place + "/limits/lower_critical: expected limits that rise in their order, which lower_critical 14 and "
+                      "upper_critical 13.2 do not");
+    EXPECT_EQ(error_with(R"("m": 50)"), place + ": expected a limit that the sensor can say, from 0 to 12.75, which "
+                                                "upper_critical 13.2 is not");
+}
+
+TEST_F(sensors, can_have_limits_that_are_equal_and_at_the_ends_of_what_they_say)
+{
+    for (const char* members : {
+             R"("m": 63, "limits": {"lower_critical": 7.56, "lower_non_critical": 7.56, "upper_critical": 7.56})",
+             R"("m": 63, "limits": {"lower_critical": 0, "upper_critical": 16.065})", // 255 x 63 / 1000
+             R"("m": 20, "r_exp": -7, "limits": {"upper_critical": 0.00051})",        // which is no exact product
+             R"("format": "none", "limits": {"upper_critical": null})",
+         })
+        EXPECT_EQ(error_of(R"("sensors": [{"name": "12V", )"s + members + "}]"), "no error") << members;
+}
+
 TEST_F(sensors, are_what_their_records_say)
 {
     // Bytes 20 to 29 of a record, IPMI 2.0 table 43-1.
@@ -301,6 +354,9 @@ TEST_F(sensors, of_a_captured_repository_keep_their_records)
     const std::string begin = (folder / "my.json").string() + ": /accelerators/0/bmc/sensors/0/";
     EXPECT_EQ(error_of(R"("records": {"file": "sdr.bin"}, "sensors": [{"name": "V12", "unit": "V"}])"),
               begin + "unit: expected no such member, as the sensor's record says it");
+    EXPECT_EQ(
+        error_of(R"("records": {"file": "sdr.bin"}, "sensors": [{"name": "V12", "limits": {"upper_critical": 1}}])"),
+        begin + "limits: expected no such member, as the sensor's record says it");
     EXPECT_EQ(error_of(R"("records": {"file": "sdr.bin"}, "sensors": [{"name": "PG", "value": 1}])"),
               begin + "value: expected no such member beside a record that is no full sensor record");
 }

@@ -170,6 +170,23 @@ TEST_F(tool, check_remarks_a_sensor_that_cannot_show_its_value)
                               "2/value: -1.00 reads as 0.00, the nearest that the sensor can say\n");
 }
 
+TEST_F(tool, check_remarks_a_limit_that_its_sensor_cannot_show)
+{
+    fs::create_directory(folder / "models");
+    file("models/mine.json", R"({"bmc": {"sensors": [{"name": "a", "limits": {"upper_critical": 13}}]}})");
+    const fs::path rack = file("a.json", R"({"accelerators": [
+        {"model": "x", "bmc": {"sensors": [{"name": "a", "m": 63, "r_exp": -3, "limits": {"lower_critical": 10.8,
+            "upper_critical": 13.23, "positive_hysteresis": 0.1, "negative_hysteresis": 0.126}}]}},
+        {"model": "mine", "bmc": {"sensors": [{"name": "a", "m": 2, "limits": {"lower_critical": 5}}]}}]})");
+    const run_t result = run({"check", rack});
+    EXPECT_EQ(result.status, 0);
+    const std::string place = "ivra-virtual: " + rack.string() + ": /accelerators/";
+    const std::string remark = ", the nearest that the sensor can say\n";
+    EXPECT_EQ(result.err, place + "0/bmc/sensors/0/limits/lower_critical: 10.80 reads as 10.77" + remark + place +
+                              "0/bmc/sensors/0/limits/positive_hysteresis: 0.10 reads as 0.13" + remark + place +
+                              "1/bmc/sensors/0/limits/lower_critical: 5.00 reads as 4.00" + remark);
+}
+
 TEST_F(tool, check_remarks_a_new_sensor_of_a_BMC_beside_others)
 {
     const fs::path rack = file("a.json", R"({"accelerators": [

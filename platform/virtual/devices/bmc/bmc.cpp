@@ -78,13 +78,15 @@ struct bmc::command_t
 constexpr bmc::command_t bmc::commands[] = {
     // clang-format off
     // netfn, command   data   run
-    {0x04, 0x20,        0, 1,  &bmc::sdr_info},       // Get Device SDR Info
-    {0x04, 0x21,        6, 6,  &bmc::sdr},            // Get Device SDR
-    {0x04, 0x22,        0, 0,  &bmc::reserve_sdr},    // Reserve Device SDR Repository
-    {0x04, 0x2d,        1, 1,  &bmc::sensor_reading}, // Get Sensor Reading
-    {0x06, 0x01,        0, 0,  &bmc::device_id},      // Get Device ID
-    {0x0a, 0x10,        1, 1,  &bmc::fru_area},       // Get FRU Inventory Area Info
-    {0x0a, 0x11,        4, 4,  &bmc::read_fru},       // Read FRU Data
+    {0x04, 0x20,        0, 1,  &bmc::sdr_info},          // Get Device SDR Info
+    {0x04, 0x21,        6, 6,  &bmc::sdr},               // Get Device SDR
+    {0x04, 0x22,        0, 0,  &bmc::reserve_sdr},       // Reserve Device SDR Repository
+    {0x04, 0x25,        2, 2,  &bmc::sensor_hysteresis}, // Get Sensor Hysteresis
+    {0x04, 0x27,        1, 1,  &bmc::sensor_thresholds}, // Get Sensor Thresholds
+    {0x04, 0x2d,        1, 1,  &bmc::sensor_reading},    // Get Sensor Reading
+    {0x06, 0x01,        0, 0,  &bmc::device_id},         // Get Device ID
+    {0x0a, 0x10,        1, 1,  &bmc::fru_area},          // Get FRU Inventory Area Info
+    {0x0a, 0x11,        4, 4,  &bmc::read_fru},          // Read FRU Data
     {0x2e, 0x08,        4, 4,  &bmc::oem_get},
     {0x2e, 0x09,        5, 5,  &bmc::oem_set},
     // clang-format on
@@ -165,12 +167,38 @@ bmc::result_t bmc::sdr(bytes_t data)
                       record.substr(offset, data[5] == everything ? record.size() : data[5])};
 }
 
-bmc::result_t bmc::sensor_reading(bytes_t data)
+const bmc_sensor_t* bmc::sensor_of_number(std::uint8_t number) const
 {
     const auto sensor = std::ranges::find_if(config_.sensors, [&](const bmc_sensor_t& candidate) {
-        return is_sensor(candidate) && candidate.number == data[0];
+        return is_sensor(candidate) && candidate.number == number;
     });
-    if (sensor == config_.sensors.end())
+    return sensor == config_.sensors.end() ? nullptr : &*sensor;
+}
+
+/// What only some sensors have: to ask others is to ask a BMC that does not know the command.
+bmc::result_t bmc::what_sensor_has(std::uint8_t number, std::optional<std::string> (*what)(const bmc_sensor_t&)) const
+{
+    const bmc_sensor_t* sensor = sensor_of_number(number);
+    if (sensor == nullptr)
+        return {not_there, ""};
+    const std::optional<std::string> data = what(*sensor);
+    return data ? result_t{good, *data} : result_t{unknown_command, ""};
+}
+
+bmc::result_t bmc::sensor_hysteresis(bytes_t data)
+{
+    return what_sensor_has(data[0], &virtual_platform::sensor_hysteresis);
+}
+
+bmc::result_t bmc::sensor_thresholds(bytes_t data)
+{
+    return what_sensor_has(data[0], &virtual_platform::sensor_thresholds);
+}
+
+bmc::result_t bmc::sensor_reading(bytes_t data)
+{
+    const bmc_sensor_t* sensor = sensor_of_number(data[0]);
+    if (sensor == nullptr)
         return {not_there, ""};
     return {good, sensor_response(*sensor)};
 }

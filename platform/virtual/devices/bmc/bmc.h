@@ -61,11 +61,15 @@ private:
     result_t sdr_info(bytes_t data);
     result_t sdr(bytes_t data);
     result_t reserve_sdr(bytes_t data);
+    result_t sensor_hysteresis(bytes_t data);
+    result_t sensor_thresholds(bytes_t data);
     result_t sensor_reading(bytes_t data);
     result_t device_id(bytes_t data);
     result_t oem_get(bytes_t data);
     result_t oem_set(bytes_t data);
 
+    const bmc_sensor_t* sensor_of_number(std::uint8_t number) const;
+    result_t what_sensor_has(std::uint8_t number, std::optional<std::string> (*what)(const bmc_sensor_t&)) const;
     void take_byte(std::uint8_t byte, device_time at);
     void answer_frame(device_time at);
     void arrive(device_time now);

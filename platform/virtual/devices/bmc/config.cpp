@@ -2,7 +2,9 @@
 
 #include "json/text.h"
 
+#include <algorithm>
 #include <bitset>
+#include <cmath>
 #include <map>
 #include <numeric>
 #include <stdexcept>
@@ -152,6 +154,77 @@ static void describe(auto& visit, bmc_fru_t& fru)
     }
 }
 
+static void describe(auto& visit, bmc_limits_t& limits)
+{
+    constexpr codec::or_null limit{codec::real{"a number in the sensor's unit"}, "no such limit"};
+    constexpr codec::or_null hysteresis{codec::real{"a number in the sensor's unit"}};
+    for (std::size_t at = 0; at < limit_members.size(); ++at)
+        visit(limit_members.at(at), limits.values.at(at), limit);
+    visit("positive_hysteresis", limits.positive_hysteresis, hysteresis);
+    visit("negative_hysteresis", limits.negative_hysteresis, hysteresis);
+}
+
+/// What asks for one number and gets another one.
+static std::string reads_as(double value, double read_value)
+{
+    const std::string asked = two_decimals(value);
+    const std::string shown = two_decimals(read_value);
+    return asked == shown ? "" : asked + " reads as " + shown + ", the nearest that the sensor can say";
+}
+
+static void check_hysteresis(auto& visit, const bmc_sensor_t& sensor, const char* name,
+                             const std::optional<double>& hysteresis)
+{
+    if (!hysteresis)
+        return;
+    constexpr int most = 255; // counts
+    const std::optional<double> step = hysteresis_step(sensor);
+    const double counts = step ? std::round(*hysteresis / *step) : 0;
+    visit.check({"limits", name}, step.has_value(),
+                "no hysteresis of a sensor with a linearisation, whose steps differ");
+    visit.check({"limits", name}, counts >= 0 && counts <= most,
+                "a hysteresis from 0 to " + short_number(most * step.value_or(0)) + ", which " + name + ' ' +
+                    short_number(*hysteresis) + " is not");
+    visit.remark({"limits", name}, [&] {
+        return visit.gives({"limits", name}) ? reads_as(*hysteresis, counts * step.value_or(0)) : "";
+    });
+}
+
+/// The limits rise in the order of their names. Each is a number that the sensor can read, or nearly so.
+static void check_limits(auto& visit, const bmc_sensor_t& sensor)
+{
+    const bmc_limits_t& limits = *sensor.limits;
+    constexpr std::uint8_t no_number = 3;
+    const sensor_span_t span = sensor_span(sensor);
+    const bool has_any = std::ranges::any_of(limits.values, [](const auto& limit) { return limit.has_value(); });
+    visit.check({"limits"}, !has_any || (sensor.format != no_number && span.rises != span.falls),
+                "no limits of a sensor whose value neither rises nor falls with its raw reading");
+    const double slack = 1e-9 * std::max(std::fabs(span.lowest), std::fabs(span.highest)); // of the last digits
+    std::optional<std::size_t> lower;
+    for (std::size_t at = 0; at < limit_members.size(); ++at) {
+        const char* const name = limit_members.at(at);
+        if (!limits.values.at(at))
+            continue;
+        const double limit = *limits.values.at(at);
+        visit.check({"limits", name}, limit >= span.lowest - slack && limit <= span.highest + slack,
+                    "a limit that the sensor can say, from " + short_number(span.lowest) + " to " +
+                        short_number(span.highest) + ", which " + name + ' ' + short_number(limit) + " is not");
+        if (lower)
+            visit.check({"limits", visit.gives({"limits", name}) ? name : limit_members.at(*lower)},
+                        *limits.values.at(*lower) <= limit,
+                        std::string{"limits that rise in their order, which "} + limit_members.at(*lower) + ' ' +
+                            short_number(*limits.values.at(*lower)) + " and " + name + ' ' + short_number(limit) +
+                            " do not");
+        lower = at;
+        visit.remark({"limits", name}, [&] {
+            return visit.gives({"limits", name}) ? reads_as(limit, sensor_value(sensor, nearest_raw(sensor, limit)))
+                                                 : "";
+        });
+    }
+    check_hysteresis(visit, sensor, "positive_hysteresis", limits.positive_hysteresis);
+    check_hysteresis(visit, sensor, "negative_hysteresis", limits.negative_hysteresis);
+}
+
 static void describe(auto& visit, bmc_sensor_t& sensor)
 {
     // Bytes stand for all that they take the place of.
@@ -181,13 +254,18 @@ static void describe(auto& visit, bmc_sensor_t& sensor)
     visit("modifier_unit", sensor.modifier_unit, unit_word, !has_record);
     visit("rate", sensor.rate, rate, !has_record);
     visit("percent", sensor.percent, codec::flag, !has_record);
+    visit("limits", sensor.limits,
+          codec::or_null{codec::record<bmc_limits_t>{
+                             R"(the limits of a sensor: { "lower_critical": 10.8, "upper_critical": 13.2 })"},
+                         "none"},
+          sensor.limits.has_value());
     visit("id", sensor.id, codec::given{record_id_codec}, sensor.id.has_value());
     visit("next", sensor.next, codec::or_null{record_id_codec, "the true one"});
 
     visit.check({}, visit.gives("record") || visit.said("name"), "a member \"name\", or one \"record\"");
     visit.excludes("record", {"name"});
     for (const char* member : {"number", "unit", "modifier", "modifier_unit", "rate", "percent", "format",
-                               "linearisation", "m", "b", "r_exp", "b_exp"})
+                               "linearisation", "m", "b", "r_exp", "b_exp", "limits"})
         visit.check({member}, !sensor.record || !visit.gives(member),
                     visit.gives("record") ? "no such member beside \"record\""
                                           : "no such member, as the sensor's record says it");
@@ -199,10 +277,10 @@ static void describe(auto& visit, bmc_sensor_t& sensor)
     visit.remark({"value"}, [&]() -> std::string {
         if (!visit.gives("value") || !sensor.value)
             return "";
-        const std::string asked = two_decimals(*sensor.value);
-        const std::string shown = two_decimals(sensor_value(sensor, raw_reading(sensor)));
-        return asked == shown ? "" : asked + " reads as " + shown + ", the nearest that the sensor can say";
+        return reads_as(*sensor.value, sensor_value(sensor, raw_reading(sensor)));
     });
+    if (sensor.limits)
+        check_limits(visit, sensor);
 }
 
 static void describe(auto& visit, bmc_answer_t& answer)

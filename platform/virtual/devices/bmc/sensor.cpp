@@ -20,16 +20,41 @@ constexpr std::size_t version_at = 2;
 constexpr std::size_t type_at = 3;
 constexpr std::size_t length_at = 4; // of what follows it
 constexpr std::size_t number_at = 7;
-constexpr std::size_t units_at = 20; // of a full record, as all from here on
+constexpr std::size_t capabilities_at = 11; // of a full record, as all from here on
+constexpr std::size_t event_type_at = 13;
+constexpr std::size_t lower_compared_at = 15; // non-critical, critical and non-recoverable in bits 4 to 6
+constexpr std::size_t upper_compared_at = 17;
+constexpr std::size_t readable_at = 18; // a bit for each threshold
+constexpr std::size_t units_at = 20;
 constexpr std::size_t m_at = 24;
 constexpr std::size_t b_at = 26;
 constexpr std::size_t exponents_at = 29;
 constexpr std::size_t characteristics_at = 30;
 constexpr std::size_t nominal_at = 31;
 constexpr std::size_t largest_at = 34;
-constexpr std::size_t full_name_at = 47; // type and length; the name follows
+constexpr std::size_t hysteresis_at = 42; // positive, then negative
+constexpr std::size_t full_name_at = 47;  // type and length; the name follows
 
 constexpr std::uint8_t full_type = 0x01;
+constexpr std::uint8_t threshold_event = 0x01;
+constexpr unsigned thresholds_readable = 0x04; // of the capabilities, in two bits: 1 readable, 2 settable as well
+constexpr unsigned hysteresis_readable = 0x10;
+
+/// A threshold in the order of limit_members: its bit in masks, and its place in a record.
+struct threshold_t
+{
+    unsigned bit;
+    std::size_t at;
+    bool is_lower;
+};
+constexpr std::array<threshold_t, limit_members.size()> thresholds{{
+    {2, 39, true},
+    {1, 40, true},
+    {0, 41, true},
+    {3, 38, false},
+    {4, 37, false},
+    {5, 36, false},
+}};
 
 /// A record that is of a sensor, and where the type/length byte of the sensor's name is in it.
 struct sensor_type_t
@@ -104,6 +129,65 @@ std::optional<std::uint16_t> own_id(const bmc_sensor_t& sensor)
 std::uint8_t type_of(std::string_view record)
 {
     return record.size() > number_at ? at(record, type_at) : 0;
+}
+
+/// Whether two bits of the capabilities say that something can be read.
+bool is_readable(std::string_view record, unsigned lower_bit)
+{
+    const unsigned said = at(record, capabilities_at) / lower_bit & 3U;
+    return said == 1 || said == 2;
+}
+
+/// Puts the limits into a record. Where a value falls when the raw reading rises, its lower limits are the upper
+/// thresholds: those are about raw readings.
+void put_limits(const bmc_sensor_t& sensor, const bmc_limits_t& limits, const auto& put)
+{
+    const sensor_span_t span = sensor_span(sensor);
+    const bool is_turned = span.falls && !span.rises;
+    unsigned mask = 0;
+    for (std::size_t limit = 0; limit < thresholds.size(); ++limit) {
+        const threshold_t& threshold = thresholds.at(is_turned ? thresholds.size() - 1 - limit : limit);
+        if (!limits.values.at(limit))
+            continue;
+        mask |= 1U << threshold.bit;
+        put(threshold.at, nearest_raw(sensor, *limits.values.at(limit)));
+    }
+    const auto& first = is_turned ? limits.negative_hysteresis : limits.positive_hysteresis;
+    const auto& second = is_turned ? limits.positive_hysteresis : limits.negative_hysteresis;
+    const auto counts = [&](const std::optional<double>& hysteresis) {
+        return static_cast<unsigned>(std::lround(hysteresis.value_or(0) / hysteresis_step(sensor).value_or(1)));
+    };
+    put(capabilities_at, 0x40U | (mask != 0 ? thresholds_readable : 0U) | (first || second ? hysteresis_readable : 0U));
+    put(lower_compared_at, (mask & 7U) << 4U);
+    put(upper_compared_at, mask >> 3U << 4U);
+    put(readable_at, mask);
+    put(hysteresis_at, counts(first));
+    put(hysteresis_at + 1, counts(second));
+}
+
+/// The thresholds of a full record that can be read.
+unsigned readable_thresholds(std::string_view record)
+{
+    const bool has_thresholds = at(record, event_type_at) == threshold_event;
+    return has_thresholds && is_readable(record, thresholds_readable) ? at(record, readable_at) & 0x3fU : 0;
+}
+
+/// Bits of the thresholds that a raw reading has reached, of those that are compared.
+unsigned comparison(const bmc_sensor_t& sensor, std::uint8_t raw)
+{
+    if (!is_full(sensor))
+        return 0;
+    const std::string record = sensor_record(sensor, 0);
+    const unsigned compared =
+        (at(record, lower_compared_at) >> 4U & 7U) | (at(record, upper_compared_at) >> 1U & 0x38U);
+    const double reading = signed_raw(sensor.format, raw);
+    unsigned reached = 0;
+    for (const threshold_t& threshold : thresholds) {
+        const double limit = signed_raw(sensor.format, at(record, threshold.at));
+        if (threshold.is_lower ? reading <= limit : reading >= limit)
+            reached |= 1U << threshold.bit;
+    }
+    return reached & compared & readable_thresholds(record);
 }
 
 } // namespace
@@ -188,10 +272,10 @@ std::string sensor_record(const bmc_sensor_t& sensor, std::uint16_t id)
     put(number_at, sensor.number);
     put(8, 0x07); // of the system board
     put(9, 0x01);
-    put(10, 0x7f); // it is ready when it is powered
-    put(11, 0x40); // scanned by itself, without thresholds
+    put(10, 0x7f);              // it is ready when it is powered
+    put(capabilities_at, 0x40); // scanned by itself, without thresholds
     put(12, kind_of(sensor.unit));
-    put(13, 0x01); // event type: thresholds
+    put(event_type_at, threshold_event);
     put(units_at, unsigned{sensor.format} << 6U | unsigned{sensor.rate} << 3U | unsigned{sensor.modifier} << 1U |
                       (sensor.percent ? 1U : 0U));
     put(units_at + 1, sensor.unit);
@@ -203,6 +287,8 @@ std::string sensor_record(const bmc_sensor_t& sensor, std::uint16_t id)
     put(b_at + 1, b >> 2U & 0xc0U);
     put(exponents_at, static_cast<unsigned>(sensor.r_exp) << 4U | (static_cast<unsigned>(sensor.b_exp) & 0xfU));
     put(largest_at, 0xff); // reading; the smallest is 0
+    if (sensor.limits)
+        put_limits(sensor, *sensor.limits, put);
     put(full_name_at, 0xc0U | static_cast<unsigned>(sensor.name.size()));
     std::ranges::copy(sensor.name, record.begin() + full_name_at + 1);
     return record;
@@ -216,7 +302,32 @@ std::string sensor_response(const bmc_sensor_t& sensor)
     constexpr char no_reading = '\xe0'; // nor is there one
     if (!sensor.available)
         return {'\0', no_reading, '\0'};
-    return {static_cast<char>(raw_reading(sensor)), scanning, '\xc0'};
+    const std::uint8_t raw = raw_reading(sensor);
+    return {static_cast<char>(raw), scanning, static_cast<char>(0xc0U | comparison(sensor, raw))};
+}
+
+std::optional<std::string> sensor_thresholds(const bmc_sensor_t& sensor)
+{
+    if (!is_full(sensor))
+        return std::nullopt;
+    const std::string record = sensor_record(sensor, 0);
+    const unsigned mask = readable_thresholds(record);
+    if (mask == 0)
+        return std::nullopt;
+    std::string data(1 + thresholds.size(), static_cast<char>(mask));
+    for (const threshold_t& threshold : thresholds)
+        data.at(1 + threshold.bit) = record.at(threshold.at);
+    return data;
+}
+
+std::optional<std::string> sensor_hysteresis(const bmc_sensor_t& sensor)
+{
+    if (!is_full(sensor))
+        return std::nullopt;
+    const std::string record = sensor_record(sensor, 0);
+    if (at(record, event_type_at) != threshold_event || !is_readable(record, hysteresis_readable))
+        return std::nullopt;
+    return record.substr(hysteresis_at, 2);
 }
 
 double sensor_value(const bmc_sensor_t& sensor, std::uint8_t raw)
@@ -253,12 +364,47 @@ double sensor_value(const bmc_sensor_t& sensor, std::uint8_t raw)
 
 std::uint8_t raw_reading(const bmc_sensor_t& sensor)
 {
-    if (!sensor.value)
-        return sensor.raw;
+    return sensor.value ? nearest_raw(sensor, *sensor.value) : sensor.raw;
+}
+
+sensor_span_t sensor_span(const bmc_sensor_t& sensor)
+{
+    std::array<std::pair<double, double>, 256> rows; // a raw reading as a number, and what it means
+    for (std::size_t raw = 0; raw < rows.size(); ++raw) {
+        const auto reading = static_cast<std::uint8_t>(raw);
+        rows.at(raw) = {signed_raw(sensor.format, reading), sensor_value(sensor, reading)};
+    }
+    std::ranges::sort(rows, {}, &std::pair<double, double>::first);
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    sensor_span_t span{infinity, -infinity, true, true};
+    std::optional<double> before;
+    for (const auto& [reading, value] : rows) {
+        if (!std::isfinite(value))
+            continue;
+        span.lowest = std::min(span.lowest, value);
+        span.highest = std::max(span.highest, value);
+        span.rises = span.rises && !(before && value < *before);
+        span.falls = span.falls && !(before && value > *before);
+        before = value;
+    }
+    return span;
+}
+
+std::optional<double> hysteresis_step(const bmc_sensor_t& sensor)
+{
+    constexpr unsigned last_function = 11;
+    const unsigned function = sensor.linearisation & 0x7fU;
+    if (function != 0 && function <= last_function)
+        return std::nullopt;
+    return std::abs(sensor.m) * power_of_ten(sensor.r_exp);
+}
+
+std::uint8_t nearest_raw(const bmc_sensor_t& sensor, double value)
+{
     std::uint8_t nearest = 0;
     double smallest = std::numeric_limits<double>::infinity();
     for (unsigned raw = 0; raw <= 0xff; ++raw) {
-        const double distance = std::fabs(sensor_value(sensor, static_cast<std::uint8_t>(raw)) - *sensor.value);
+        const double distance = std::fabs(sensor_value(sensor, static_cast<std::uint8_t>(raw)) - value);
         if (distance < smallest) { // never for what is no number
             smallest = distance;
             nearest = static_cast<std::uint8_t>(raw);

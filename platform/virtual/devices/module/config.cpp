@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <filesystem>
 #include <iterator>
 #include <map>
@@ -462,13 +461,6 @@ double unit_of(const monitor_t& monitor, const module_t& module)
         return monitor.unit;
     const unsigned code = (module.byte(bias_multiplier_place) & bias_multiplier_mask) >> 3U;
     return monitor.unit * (code == 1 ? 2 : code == 2 ? 4 : 1);
-}
-
-std::string short_number(double value)
-{
-    char text[32];
-    std::snprintf(text, sizeof text, "%g", value);
-    return text;
 }
 
 /// Whether a monitor of a module made from nothing has a value that nobody gave it.
