@@ -73,6 +73,7 @@ public:
         return board::get_transceivers_stats(i2c, cages_);
     }
     void set_qsfp_power_mode(transceiver::qsfp_power_mode_t mode) { board::set_qsfp_power_mode(i2c, cages_, mode); }
+    void visit_cages(const cage_visitor_t& visitor) { board::visit_cages(i2c, cages_, visitor); }
 
     std::optional<v6::i2c::i2c> i2c;
 

@@ -29,10 +29,11 @@ concept has_vendor_mac_addresses = requires(Kind kind)
 };
 
 template <class Kind>
-concept has_cages = requires(Kind kind, transceiver::qsfp_power_mode_t mode)
+concept has_cages = requires(Kind kind, transceiver::qsfp_power_mode_t mode, const cage_visitor_t& visitor)
 {
     kind.get_transceivers_stats();
     kind.set_qsfp_power_mode(mode);
+    kind.visit_cages(visitor);
 };
 
 template <class Kind>
@@ -174,6 +175,17 @@ void board::set_qsfp_power_mode(transceiver::qsfp_power_mode_t mode)
                    [](auto& kind) {
                        throw unsupported_feature{std::string{"Setting QSFP power mode is unsupported for "} +
                                                  kind.family};
+                   },
+               },
+               variant_);
+}
+
+void board::visit_cages(const cage_visitor_t& visitor)
+{
+    std::visit(overloaded{
+                   [&visitor](has_cages auto& kind) { kind.visit_cages(visitor); },
+                   [](auto& kind) {
+                       throw unsupported_feature{std::string{"Visiting cages is unsupported for "} + kind.family};
                    },
                },
                variant_);

@@ -6,6 +6,7 @@
 #include "bmc/bittware/bmc.h"
 #include "board/arista.h"
 #include "board/bittware.h"
+#include "board/cages.h"
 #include "board/helpers.h"
 #include "board/transceiver_speed.h"
 #include "board/u200.h"
@@ -79,6 +80,8 @@ public:
     std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers();
     void set_transceiver_speeds(const std::vector<transceiver_speed_t>& speeds);
     void set_qsfp_power_mode(transceiver::qsfp_power_mode_t mode); ///< of every cage
+    /// See board::visit_cages() of cages.h.
+    void visit_cages(const cage_visitor_t& visitor);
 
     boot_image_t get_boot_image();         ///< the one that the next reload takes
     boot_image_t get_current_boot_image(); ///< the one that was taken

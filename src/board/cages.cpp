@@ -6,7 +6,6 @@
 #include "transceiver/module.h"
 
 #include <cerrno>
-#include <functional>
 #include <system_error>
 
 namespace ivra::bsp::board {
@@ -38,28 +37,58 @@ bool answers(v6::i2c::bus& bus, std::uint8_t device)
     return count.has_value() && count.value() == 1;
 }
 
-using visitor_t = std::function<void(v6::i2c::bus&)>;
-
-void visit_cages(v6::i2c::i2c& i2c, const cage_bus_t& cages, const visitor_t& visitor)
+/// Of an optional bus that is not there, or whose multiplexer is not, the cages are none.
+bool is_there(hw::result<v6::i2c::bus>& bus, const cage_bus_t& cages)
 {
-    auto found = i2c.get_bus(cages.bus);
-    if (cages.optional && (!found.has_value() || !answers(found.value(), cages.multiplexer)))
-        return;
-    v6::i2c::bus& bus = found.access_value_or_throw(cannot_get_i2c_bus);
-    if (cages.channels.empty())
-        visitor(bus);
-    for (const std::uint8_t mask : cages.channels) {
-        select_channels(bus, cages.multiplexer, mask);
-        visitor(bus);
-    }
+    return !cages.optional || (bus.has_value() && answers(bus.value(), cages.multiplexer));
 }
 
-void visit_cages(v6::i2c::i2c& i2c, const cage_walk_t& walk, const visitor_t& visitor)
+/// Calls `lead`, which leads to a cage or throws, and then the visitor. Whether to go on.
+template <class Lead>
+bool visit_cage(unsigned number, Lead lead, const cage_visitor_t& visitor)
+{
+    cage_t cage{number, nullptr, std::nullopt};
+    try {
+        cage.bus = &lead();
+    } catch (const std::system_error& error) {
+        cage.failure = error;
+    }
+    return visitor(cage);
+}
+
+void walk_cages(v6::i2c::i2c& i2c, const cage_walk_t& walk, const cage_visitor_t& visitor)
 {
     if (walk.enable_i2c)
         enable_i2c(i2c);
-    for (const cage_bus_t& cages : walk.buses)
-        visit_cages(i2c, cages, visitor);
+    unsigned number = 0;
+    for (const cage_bus_t& cages : walk.buses) {
+        auto found = i2c.get_bus(cages.bus);
+        if (!is_there(found, cages))
+            continue;
+        const auto bus = [&]() -> v6::i2c::bus& { return found.access_value_or_throw(cannot_get_i2c_bus); };
+        if (cages.channels.empty() && !visit_cage(++number, bus, visitor))
+            return;
+        for (const std::uint8_t mask : cages.channels) {
+            const auto behind = [&]() -> v6::i2c::bus& {
+                select_channels(bus(), cages.multiplexer, mask);
+                return bus();
+            };
+            if (!visit_cage(++number, behind, visitor))
+                return;
+        }
+    }
+}
+
+/// The same for what one cage out of reach ends.
+template <class Visitor>
+void visit_buses(v6::i2c::i2c& i2c, const cage_walk_t& walk, Visitor visitor)
+{
+    walk_cages(i2c, walk, [&](const cage_t& cage) {
+        if (cage.failure)
+            throw std::system_error{*cage.failure};
+        visitor(*cage.bus);
+        return true;
+    });
 }
 
 } // namespace
@@ -82,7 +111,7 @@ std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_sta
     mutex guard = make_i2c_mutex(*i2c);
     return locked(guard, [&] {
         std::vector<std::optional<transceiver::transceiver_info_t>> stats;
-        visit_cages(*i2c, walk, [&](v6::i2c::bus& bus) { stats.push_back(transceiver::get_module_report(bus)); });
+        visit_buses(*i2c, walk, [&](v6::i2c::bus& bus) { stats.push_back(transceiver::get_module_report(bus)); });
         return stats;
     });
 }
@@ -92,9 +121,21 @@ void set_qsfp_power_mode(std::optional<v6::i2c::i2c>& i2c, const cage_walk_t& wa
     require_i2c(i2c, "set QSFP power mode");
     mutex guard = make_i2c_mutex(*i2c);
     locked(guard, [&] {
-        visit_cages(*i2c, walk, [mode](v6::i2c::bus& bus) {
+        visit_buses(*i2c, walk, [mode](v6::i2c::bus& bus) {
             const hw::signal_hold hold; // a module is changed or it is not
             transceiver::set_qsfp_power_mode(bus, mode);
+        });
+    });
+}
+
+void visit_cages(std::optional<v6::i2c::i2c>& i2c, const cage_walk_t& walk, const cage_visitor_t& visitor)
+{
+    require_i2c(i2c, "visit cages");
+    mutex guard = make_i2c_mutex(*i2c);
+    locked(guard, [&] {
+        walk_cages(*i2c, walk, [&](const cage_t& cage) {
+            const hw::signal_hold hold; // no module is left on another page
+            return visitor(cage);
         });
     });
 }

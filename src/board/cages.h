@@ -6,8 +6,10 @@
 #include "transceiver/power_mode.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
+#include <system_error>
 #include <vector>
 
 namespace ivra::bsp::board {
@@ -29,6 +31,17 @@ struct cage_walk_t
     std::span<const cage_bus_t> buses;
 };
 
+/// A cage that a walk has come to.
+struct cage_t
+{
+    unsigned number = 0;                      ///< from 1, in the board's order
+    v6::i2c::bus* bus = nullptr;              ///< on which its module answers; null if it is out of reach
+    std::optional<std::system_error> failure; ///< why it is out of reach
+};
+
+/// Whether to go on.
+using cage_visitor_t = std::function<bool(const cage_t& cage)>;
+
 extern const cage_walk_t u200_cages;
 extern const cage_walk_t xupp3r_cages;
 extern const cage_walk_t xupvv8_cages;
@@ -46,6 +59,12 @@ std::vector<std::optional<transceiver::transceiver_info_t>> get_transceivers_sta
 /// mode cannot be set or cage without a module; the modules before it keep the new mode.
 void set_qsfp_power_mode(std::optional<v6::i2c::i2c>& i2c, const cage_walk_t& walk,
                          transceiver::qsfp_power_mode_t mode);
+
+/// Visits each cage under one lock, until the visitor says to stop. A bus or a channel of a multiplexer that does not
+/// work costs the cages behind it only. Signals are held back during each visit, and take effect between two of them.
+/// Throws std::runtime_error without an I2C controller, std::system_error when its lock cannot be had or the board's
+/// I2C cannot be enabled, and what the visitor throws.
+void visit_cages(std::optional<v6::i2c::i2c>& i2c, const cage_walk_t& walk, const cage_visitor_t& visitor);
 
 } // namespace ivra::bsp::board
 

@@ -31,6 +31,7 @@ struct u200
         return board::get_transceivers_stats(i2c, u200_cages);
     }
     void set_qsfp_power_mode(transceiver::qsfp_power_mode_t mode) { board::set_qsfp_power_mode(i2c, u200_cages, mode); }
+    void visit_cages(const cage_visitor_t& visitor) { board::visit_cages(i2c, u200_cages, visitor); }
 
     std::optional<v6::i2c::i2c> i2c;
     alveo management;
