@@ -226,12 +226,24 @@ TEST(bmc_walk, goes_on_after_a_record_whose_successor_is_known)
     bmc_rack_t nothing{R"({"to": "042100000200", "data": "0300"})"};
     EXPECT_EQ(controller(nothing),
               identity + first_sensor + "2 : failed: Incomplete sensor record received from BMC\n" + third_sensor);
+    bmc_rack_t no_header{R"({"to": "04210000020000", "data": "030002005101"},
+                            {"to": "04210000020004", "code": "0xc9"})"};
+    EXPECT_EQ(controller(no_header),
+              identity + first_sensor + "2 : failed: Incomplete sensor record received from BMC\n" + third_sensor);
     bmc_rack_t short_one{R"({"to": "042100000200", "data": "0300020051010320000c"})"};
     EXPECT_EQ(controller(short_one),
               identity + first_sensor + "2 : failed: Sensor record of 8 bytes, which takes 48\n" + third_sensor);
     bmc_rack_t cut{R"({"to": "04210000020000", "data": "03000200510103"}, {"to": "04210000020005", "code": "0xff"})"};
     EXPECT_EQ(controller(cut),
               identity + first_sensor + "2 : failed: Error reading sensor record. Response code: 255\n" + third_sensor);
+}
+
+TEST(bmc_walk, takes_a_record_that_is_shorter_than_it_says)
+{
+    tests::bytes_t record = sensor_reply_t{}.name("A").set(0, 1).set(4, 59).set(7, 1).set(13, 1).record();
+    record.resize(49);
+    bmc_rack_t rack{"", R"({"response": "07c0", "record": ")" + to_hex(record) + R"("}, {"name": "B", "raw": 2})"};
+    EXPECT_EQ(controller(rack), identity + "1 A: 7 \n2 B: 2 \n");
 }
 
 TEST(bmc_walk, ends_where_records_begin_again)
@@ -256,6 +268,7 @@ TEST(bmc_walk, passes_over_records_of_other_things)
         {"record": "030051c003187b00"}, {"record": "0400511200"},
         {"name": "B", "raw": 2})"};
     EXPECT_EQ(controller(rack), identity + "1 A: 1 \n5 B: 2 \n");
+    EXPECT_EQ(tests::calls(rack, "ivra_uart_write_all"), 3 + 2 + 5 + 2U) << "one request each, and no reading";
 }
 
 TEST(bmc_walk, tells_what_is_odd_about_a_sensor)
@@ -323,6 +336,22 @@ TEST(bmc_walk, of_a_bmc_that_stops_answering_keeps_what_it_had)
         R"({"to": "042d02", "frame": ""}, {"to": "042d03", "frame": ""}, {"to": "042100000300", "frame": ""})"};
     EXPECT_EQ(controller(rack),
               identity + first_sensor + "2 Board temp: failed: " + silence + "\nerror: " + silence + '\n');
+}
+
+TEST(bmc_walk, of_a_bmc_that_fails_with_the_last_request_has_failed)
+{
+    const std::string sensor = R"({"name": "A", "raw": 1})";
+    bmc_rack_t whole{"", sensor};
+    EXPECT_EQ(controller(whole), identity + "1 A: 1 \n");
+    const std::string trace = whole.trace();
+    std::size_t reads = 0;
+    for (std::size_t at = 0; (at = trace.find(" ivra_uart_read(", at)) < trace.rfind(" ivra_uart_write_all("); ++at)
+        ++reads;
+
+    bmc_rack_t rack{"", sensor};
+    rack.faults(R"({"call": "ivra_uart_read", "errno": "EIO", "from": )" + std::to_string(reads + 1) + "}");
+    const std::string error = "Cannot read IPMI response: Input/output error\n";
+    EXPECT_EQ(controller(rack), identity + "1 A: failed: " + error + "error: " + error);
 }
 
 TEST(bmc_walk, that_cannot_begin_says_why_of_every_item)
