@@ -75,6 +75,12 @@ std::string module_with(const std::string& members)
     return i2c_with(R"("cages": [{)" + members + "}]");
 }
 
+/// A module with limits of one monitor.
+std::string module_limit(const std::string& map, const std::string& monitor, const std::string& limits)
+{
+    return module_with(R"("map": ")" + map + R"(", "limits": {")" + monitor + R"(": {)" + limits + "}}");
+}
+
 /// A device on bus 0 of a board with two cages.
 std::string device_with(const std::string& members)
 {
@@ -420,7 +426,7 @@ const std::vector<bad_rack_t>& bad_racks()
         {"a module with a NUL in its name", i2c_with(R"("cages": ["prototype\u0000"])"), "/accelerators/0/i2c/cages/0: expected " + cage_expected, schema},
         {"a module with an unknown member", module_with(R"("speed": 1)"),
          "/accelerators/0/i2c/cages/0/speed: unknown member, expected one of module, dump, page, map, memory, captured, identifier, vendor_name, vendor_pn, vendor_rev, vendor_sn, "
-         "date_code, calibration, flat, low_power_pin, advertises, bias_multiplier, temperature, vcc, rx_power, tx_power, tx_bias, bytes", schema},
+         "date_code, calibration, flat, low_power_pin, advertises, bias_multiplier, temperature, vcc, rx_power, tx_power, tx_bias, limits, bytes", schema},
         {"a module of nothing", module_with(""), R"(/accelerators/0/i2c/cages/0: expected a member "map": "sfp", "qsfp" or "cmis")", code},
         {"a module of an unknown map", module_with(R"("map": "xfp")"), "/accelerators/0/i2c/cages/0/map: expected sfp, qsfp or cmis", schema},
         {"a dump beside a module", module_with(R"("module": "prototype", "dump": "x")"), "/accelerators/0/i2c/cages/0/dump: expected no dump beside a module", code},
@@ -451,6 +457,34 @@ const std::vector<bad_rack_t>& bad_racks()
         {"a power of dBm", module_with(R"("map": "sfp", "rx_power": "-3 dBm")"), "/accelerators/0/i2c/cages/0/rx_power: expected a number of milliwatts or milliamperes, or a list with one for each lane", schema},
         {"three lanes of four", module_with(R"("map": "qsfp", "rx_power": [1, 2, 3])"), "/accelerators/0/i2c/cages/0/rx_power: expected a number, or a list of 4, one for each lane", code},
         {"two lanes of one", module_with(R"("map": "sfp", "rx_power": [1, 2])"), "/accelerators/0/i2c/cages/0/rx_power: expected one number", code},
+        {"limits of a module in a list", module_with(R"("map": "sfp", "limits": [])"),
+         R"(/accelerators/0/i2c/cages/0/limits: expected limits: { "temperature": { "high_alarm": 75, "low_alarm": -5, ... } })", schema},
+        {"limits of what no module measures", module_with(R"("map": "sfp", "limits": {"bias": {}})"),
+         "/accelerators/0/i2c/cages/0/limits/bias: unknown member, expected one of temperature, vcc, rx_power, tx_power, tx_bias", schema},
+        {"a limit of a module that there is not", module_with(R"("map": "sfp", "limits": {"vcc": {"high": 3.5}})"),
+         "/accelerators/0/i2c/cages/0/limits/vcc/high: unknown member, expected one of high_alarm, low_alarm, high_warning, low_warning", schema},
+        {"a limit of dBm", module_with(R"("map": "sfp", "limits": {"rx_power": {"low_alarm": "-12 dBm"}})"),
+         "/accelerators/0/i2c/cages/0/limits/rx_power/low_alarm: expected a number of degrees Celsius, volts, milliwatts or milliamperes", schema},
+        {"a limit of power that is negative", module_limit("sfp", "rx_power", R"("high_alarm": 1, "low_alarm": -12, "high_warning": 1, "low_warning": 0)"),
+         "/accelerators/0/i2c/cages/0/limits/rx_power/low_alarm: expected a number from 0 to 6.5535", code},
+        {"a limit of temperature that is too high", module_limit("qsfp", "temperature", R"("high_alarm": 128, "low_alarm": 1, "high_warning": 1, "low_warning": 1)"),
+         "/accelerators/0/i2c/cages/0/limits/temperature/high_alarm: expected a number from -128 to 127.996", code},
+        {"a limit of bias that is too high for its multiplier", module_limit("cmis", "tx_bias", R"("high_alarm": 140, "low_alarm": 1, "high_warning": 1, "low_warning": 1)"),
+         "/accelerators/0/i2c/cages/0/limits/tx_bias/high_alarm: expected a number from 0 to 131.07", code},
+        {"a low alarm above the high one", module_limit("qsfp", "vcc", R"("high_alarm": 2.9, "low_alarm": 3.5, "high_warning": 0, "low_warning": 0)"),
+         "/accelerators/0/i2c/cages/0/limits/vcc: expected limits that rise in the order low_alarm, low_warning, high_warning, high_alarm", code},
+        {"a low warning above the high one", module_limit("sfp", "vcc", R"("high_alarm": 4, "low_alarm": 3, "high_warning": 3.2, "low_warning": 3.4)"),
+         "/accelerators/0/i2c/cages/0/limits/vcc: expected limits that rise in the order low_alarm, low_warning, high_warning, high_alarm", code},
+        {"a high warning above the high alarm", module_limit("cmis", "temperature", R"("high_alarm": 70, "low_alarm": -9, "high_warning": 75, "low_warning": -9)"),
+         "/accelerators/0/i2c/cages/0/limits/temperature: expected limits that rise in the order low_alarm, low_warning, high_warning, high_alarm", code},
+        {"a low warning below the low alarm", module_limit("cmis", "temperature", R"("high_alarm": 70, "low_alarm": -9, "high_warning": 60, "low_warning": -10)"),
+         "/accelerators/0/i2c/cages/0/limits/temperature: expected limits that rise in the order low_alarm, low_warning, high_warning, high_alarm", code},
+        {"no warnings of an SFP", module_limit("sfp", "vcc", R"("high_alarm": 3.6, "low_alarm": 3, "high_warning": 0, "low_warning": 0)"),
+         "/accelerators/0/i2c/cages/0/limits/vcc: expected limits that rise in the order low_alarm, low_warning, high_warning, high_alarm", code},
+        {"one limit out of order with those of the module", module_with(R"("module": "qsfp28-sr4", "limits": {"temperature": {"low_warning": 70.01}})"),
+         "/accelerators/0/i2c/cages/0/limits/temperature: expected limits that rise in the order low_alarm, low_warning, high_warning, high_alarm", code},
+        {"one limit of a module that has none", module_limit("qsfp", "temperature", R"("high_alarm": 70)"),
+         "/accelerators/0/i2c/cages/0/limits/temperature: expected all of high_alarm, low_alarm, high_warning and low_warning, as the module has none of them", code},
         {"a bias multiplier of 3", module_with(R"("map": "cmis", "bias_multiplier": 3)"), "/accelerators/0/i2c/cages/0/bias_multiplier: expected 1, 2 or 4", schema},
         {"a bias multiplier of a QSFP", module_with(R"("map": "qsfp", "bias_multiplier": 2)"), "/accelerators/0/i2c/cages/0/bias_multiplier: expected no such member for a module of the map qsfp", code},
         {"an SFP of flat memory", module_with(R"("map": "sfp", "flat": true)"), "/accelerators/0/i2c/cages/0/flat: expected no such member for a module of the map sfp", code},

@@ -195,6 +195,108 @@ TEST(modules, a_checksum_follows_unless_it_was_wrong_or_is_spelt_out)
     EXPECT_EQ(byte(wrong, 1, 223), sum(wrong, 1, 192, 222)) << "was right";
 }
 
+TEST(modules, have_their_limits_where_their_map_says)
+{
+    const std::string limits = R"("limits": {
+        "temperature": {"high_alarm": 75, "low_alarm": -5, "high_warning": 70.5, "low_warning": -0.5},
+        "vcc": {"high_alarm": 3.63, "low_alarm": 2.97, "high_warning": 3.465, "low_warning": 3.135},
+        "tx_bias": {"high_alarm": 12, "low_alarm": 1, "high_warning": 11, "low_warning": 2},
+        "tx_power": {"high_alarm": 3.9811, "low_alarm": 0.1862, "high_warning": 1, "low_warning": 0.2344},
+        "rx_power": {"high_alarm": 6.5535, "low_alarm": 0, "high_warning": 1.0001, "low_warning": 0.0001}}})";
+    // SFF-8472 table 9-5, SFF-8636 table 6-28, CMIS tables 8-62 and 8-63: high alarm, low alarm, high warning, low
+    // warning, each the high byte first.
+    const auto temperature = ElementsAre(75, 0, 0xfb, 0, 70, 0x80, 0xff, 0x80);
+    const auto vcc = ElementsAre(0x8d, 0xcc, 0x74, 0x04, 0x87, 0x5a, 0x7a, 0x76);
+    const auto bias = ElementsAre(0x17, 0x70, 0x01, 0xf4, 0x15, 0x7c, 0x03, 0xe8);
+    const auto tx_power = ElementsAre(0x9b, 0x83, 0x07, 0x46, 0x27, 0x10, 0x09, 0x28);
+    const auto rx_power = ElementsAre(0xff, 0xff, 0, 0, 0x27, 0x11, 0, 1);
+
+    const module_t sfp = module_from(R"({"map": "sfp", )" + limits);
+    EXPECT_THAT(bytes_of(sfp, 2, 0, 7), temperature);
+    EXPECT_THAT(bytes_of(sfp, 2, 8, 15), vcc);
+    EXPECT_THAT(bytes_of(sfp, 2, 16, 23), bias);
+    EXPECT_THAT(bytes_of(sfp, 2, 24, 31), tx_power);
+    EXPECT_THAT(bytes_of(sfp, 2, 32, 39), rx_power);
+    expect_right_checksums(sfp);
+    EXPECT_EQ(bytes_of(module_from(R"({"map": "sfp", "calibration": "external", )" + limits), 2, 0, 39),
+              bytes_of(sfp, 2, 0, 39))
+        << "as its monitors they are raw";
+
+    const module_t qsfp = module_from(R"({"map": "qsfp", )" + limits);
+    EXPECT_THAT(bytes_of(qsfp, 4, 128, 135), temperature);
+    EXPECT_THAT(bytes_of(qsfp, 4, 136, 143), ::testing::Each(0));
+    EXPECT_THAT(bytes_of(qsfp, 4, 144, 151), vcc);
+    EXPECT_THAT(bytes_of(qsfp, 4, 152, 175), ::testing::Each(0));
+    EXPECT_THAT(bytes_of(qsfp, 4, 176, 183), rx_power);
+    EXPECT_THAT(bytes_of(qsfp, 4, 184, 191), bias);
+    EXPECT_THAT(bytes_of(qsfp, 4, 192, 199), tx_power);
+    EXPECT_EQ(byte(qsfp, 0, 2) & 0x04U, 0U) << "its memory is not flat";
+    expect_right_checksums(qsfp);
+
+    const module_t cmis = module_from(R"({"map": "cmis", )" + limits);
+    EXPECT_THAT(bytes_of(cmis, 3, 128, 135), temperature);
+    EXPECT_THAT(bytes_of(cmis, 3, 136, 143), vcc);
+    EXPECT_THAT(bytes_of(cmis, 3, 144, 175), ::testing::Each(0));
+    EXPECT_THAT(bytes_of(cmis, 3, 176, 183), tx_power);
+    EXPECT_THAT(bytes_of(cmis, 3, 184, 191), bias);
+    EXPECT_THAT(bytes_of(cmis, 3, 192, 199), rx_power);
+    EXPECT_EQ(byte(cmis, 0, 2) & 0x80U, 0U) << "its memory is not flat";
+    expect_right_checksums(cmis);
+    for (const auto& [multiplier, high] : {std::pair{"2", 3000U}, {"4", 1500U}}) {
+        const module_t scaled = module_from(R"({"map": "cmis", "bias_multiplier": )"s + multiplier + ", " + limits);
+        EXPECT_THAT(bytes_of(scaled, 3, 184, 185), ElementsAre(high / 256, high % 256)) << multiplier;
+    }
+}
+
+TEST(modules, without_limits_have_no_page_for_them)
+{
+    EXPECT_FALSE(module_from(R"({"map": "qsfp"})").has_block(4));
+    EXPECT_FALSE(module_from(R"({"map": "qsfp", "limits": {}})").has_block(4));
+    EXPECT_FALSE(module_from(R"({"map": "cmis"})").has_block(3));
+}
+
+TEST(modules, of_which_one_limit_changes_keep_the_others)
+{
+    const module_t before = named("qsfpdd-dr4");
+    module_t after = module_from(
+        R"({"module": "qsfpdd-dr4", "limits": {"temperature": {"high_warning": 68}, "vcc": {"low_alarm": 2.9}}})");
+    expect_right_checksums(after);
+    EXPECT_THAT(bytes_of(after, 3, 128, 135), ElementsAre(75, 0, 0xfb, 0, 68, 0, 0, 0));
+    EXPECT_THAT(bytes_of(after, 3, 136, 143), ElementsAre(0x8d, 0xcc, 0x71, 0x48, 0x87, 0x5a, 0x7a, 0x76));
+    for (const std::size_t at : {132U, 138U, 139U, 255U})
+        after.blocks[3].at(at % 128) = before.blocks.at(3).at(at % 128);
+    EXPECT_EQ(after, before);
+}
+
+TEST(modules, take_bytes_for_more_than_limits)
+{
+    const std::string limits =
+        R"({"temperature": {"high_alarm": 75, "low_alarm": -5, "high_warning": 70, "low_warning": 0}})";
+    const module_t module =
+        module_from(R"({"map": "qsfp", "limits": )" + limits + R"(, "bytes": {"2": "06", "03:130": "7f00"}})");
+    EXPECT_THAT(bytes_of(module, 4, 128, 135), ElementsAre(75, 0, 0x7f, 0, 70, 0, 0, 0));
+    EXPECT_EQ(byte(module, 0, 2), 0x06U);
+    EXPECT_THAT(bytes_of(module_from(R"({"map": "cmis", "limits": )" + limits + R"(, "bytes": {"02:255": "00"}})"), 3,
+                         255, 255),
+                ElementsAre(0));
+}
+
+TEST(modules, can_have_limits_that_are_equal_or_no_warnings_where_the_map_allows_it)
+{
+    EXPECT_THAT(bytes_of(module_from(R"({"map": "sfp", "limits": {"tx_bias": {
+                    "high_alarm": 12, "low_alarm": 1, "high_warning": 12, "low_warning": 1}}})"),
+                         2, 16, 23),
+                ElementsAre(0x17, 0x70, 0x01, 0xf4, 0x17, 0x70, 0x01, 0xf4));
+    EXPECT_THAT(bytes_of(module_from(R"({"map": "cmis", "limits": {"vcc": {
+                    "high_alarm": 3.3, "low_alarm": 3.3, "high_warning": 3.3, "low_warning": 3.3}}})"),
+                         3, 136, 143),
+                ElementsAre(0x80, 0xe8, 0x80, 0xe8, 0x80, 0xe8, 0x80, 0xe8));
+    EXPECT_THAT(bytes_of(module_from(R"({"map": "qsfp", "limits": {"vcc": {
+                    "high_alarm": 3.63, "low_alarm": 2.97, "high_warning": 0, "low_warning": 0}}})"),
+                         4, 144, 151),
+                ElementsAre(0x8d, 0xcc, 0x74, 0x04, 0, 0, 0, 0));
+}
+
 TEST(modules, a_value_becomes_the_nearest_raw_one)
 {
     const auto vcc = [](const std::string& value) {

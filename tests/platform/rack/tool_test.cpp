@@ -324,6 +324,27 @@ TEST_F(tool, check_remarks_a_device_that_nobody_can_reach)
     EXPECT_EQ(result.status, 0);
 }
 
+TEST_F(tool, check_remarks_limits_that_hosts_do_not_look_for)
+{
+    const std::string limits =
+        R"("limits": {"rx_power": {"high_alarm": 2, "low_alarm": 0.1, "high_warning": 1, "low_warning": 0.2}})";
+    const fs::path rack = file("a.json", R"({"accelerators": [{"model": "bittware_xupp3r", "i2c": {"cages": [
+        {"map": "qsfp", "flat": true, )" + limits +
+                                             R"(}, {"map": "cmis", "flat": true, )" + limits +
+                                             R"(}, {"map": "sfp", "calibration": "none", )" + limits +
+                                             R"(}, {"map": "cmis", "advertises": ["tx_power"], )" + limits +
+                                             R"(}, {"map": "cmis", "advertises": ["rx_power"], )" + limits +
+                                             R"(}, {"map": "sfp", )" + limits + R"(}, {"map": "qsfp", )" + limits +
+                                             R"(}, {"module": "sfp-no-diagnostics", )" + limits + "}]}}]}");
+    const run_t result = run({"check", rack});
+    EXPECT_EQ(result.out, rack.string() + ": good, 1 accelerator\n");
+    const std::string place = "ivra-virtual: " + rack.string() + ": /accelerators/0/i2c/cages/";
+    const std::string remark =
+        "/limits/rx_power: hosts do not look for them, as the module does not say that it has them\n";
+    EXPECT_EQ(result.err, place + "0" + remark + place + "1" + remark + place + "2" + remark + place + "3" + remark +
+                              place + "7" + remark);
+}
+
 TEST_F(tool, check_asks_whether_a_known_model_is_meant)
 {
     fs::create_directory(folder / "models");

@@ -22,11 +22,11 @@ namespace {
 namespace codec = json::codec;
 namespace fs = std::filesystem;
 
-/// Where a 16-bit monitor of every lane lies.
+/// Where a 16-bit monitor of every lane lies, and its limits.
 struct monitor_t
 {
     const char* member;
-    std::size_t place;
+    std::size_t place, limits;
     double unit; ///< of one step, in the member's unit
     std::size_t lanes;
     bool is_signed = false;
@@ -43,32 +43,33 @@ struct checksum_t
 constexpr std::size_t lane_page = 0x11;
 constexpr std::size_t advertising_page = 0x01;
 constexpr std::size_t threshold_page = 0x02;
+constexpr std::size_t qsfp_threshold_page = 0x03;
 constexpr double celsius = 1.0 / 256;  // degrees
 constexpr double volts = 0.0001;       // 100 uV
 constexpr double milliwatts = 0.0001;  // 0.1 uW
 constexpr double milliamperes = 0.002; // 2 uA
 
 // clang-format off
-constexpr monitor_t sfp_monitors[] = { // SFF-8472, table 9-11
-    {"temperature", a2(96),  celsius,      1, true,  false, 32.5},
-    {"vcc",         a2(98),  volts,        1, false, false, 3.3},
-    {"tx_bias",     a2(100), milliamperes, 1, false, true,  6.5},
-    {"tx_power",    a2(102), milliwatts,   1, false, false, 0.6},
-    {"rx_power",    a2(104), milliwatts,   1, false, false, 0.5},
+constexpr monitor_t sfp_monitors[] = { // SFF-8472, tables 9-16 and 9-5
+    {"temperature", a2(96),  a2(0),  celsius,      1, true,  false, 32.5},
+    {"vcc",         a2(98),  a2(8),  volts,        1, false, false, 3.3},
+    {"tx_bias",     a2(100), a2(16), milliamperes, 1, false, true,  6.5},
+    {"tx_power",    a2(102), a2(24), milliwatts,   1, false, false, 0.6},
+    {"rx_power",    a2(104), a2(32), milliwatts,   1, false, false, 0.5},
 };
-constexpr monitor_t qsfp_monitors[] = { // SFF-8636, tables 6-7 and 6-8
-    {"temperature", 22,      celsius,      1, true,  false, 32.5},
-    {"vcc",         26,      volts,        1, false, false, 3.3},
-    {"rx_power",    34,      milliwatts,   4, false, false, 0.5},
-    {"tx_bias",     42,      milliamperes, 4, false, true,  6.5},
-    {"tx_power",    50,      milliwatts,   4, false, false, 0.6},
+constexpr monitor_t qsfp_monitors[] = { // SFF-8636, tables 6-8, 6-9 and 6-28
+    {"temperature", 22, upper(qsfp_threshold_page, 128), celsius,      1, true,  false, 32.5},
+    {"vcc",         26, upper(qsfp_threshold_page, 144), volts,        1, false, false, 3.3},
+    {"rx_power",    34, upper(qsfp_threshold_page, 176), milliwatts,   4, false, false, 0.5},
+    {"tx_bias",     42, upper(qsfp_threshold_page, 184), milliamperes, 4, false, true,  6.5},
+    {"tx_power",    50, upper(qsfp_threshold_page, 192), milliwatts,   4, false, false, 0.6},
 };
-constexpr monitor_t cmis_monitors[] = { // CMIS, lower page and page 11h
-    {"temperature", 14,                    celsius,      1, true,  false, 32.5},
-    {"vcc",         16,                    volts,        1, false, false, 3.3},
-    {"tx_power",    upper(lane_page, 154), milliwatts,   8, false, false, 0.6},
-    {"tx_bias",     upper(lane_page, 170), milliamperes, 8, false, true,  6.5},
-    {"rx_power",    upper(lane_page, 186), milliwatts,   8, false, false, 0.5},
+constexpr monitor_t cmis_monitors[] = { // CMIS, lower page, page 11h and page 02h
+    {"temperature", 14,                    upper(threshold_page, 128), celsius,      1, true,  false, 32.5},
+    {"vcc",         16,                    upper(threshold_page, 136), volts,        1, false, false, 3.3},
+    {"tx_power",    upper(lane_page, 154), upper(threshold_page, 176), milliwatts,   8, false, false, 0.6},
+    {"tx_bias",     upper(lane_page, 170), upper(threshold_page, 184), milliamperes, 8, false, true,  6.5},
+    {"rx_power",    upper(lane_page, 186), upper(threshold_page, 192), milliwatts,   8, false, false, 0.5},
 };
 
 constexpr checksum_t sfp_checksums[] = {{0, 62, 63}, {64, 94, 95}, {a2(0), a2(94), a2(95)}};
@@ -156,6 +157,22 @@ constexpr const char* text_members[text_count] = {"vendor_name", "vendor_pn", "v
 /// One monitor by its name, in the order in which a description has them.
 constexpr const char* monitor_members[monitor_count] = {"temperature", "vcc", "rx_power", "tx_power", "tx_bias"};
 
+/// In the order in which every map has them.
+constexpr std::size_t limit_count = 4;
+constexpr std::array<const char*, limit_count> limit_names{"high_alarm", "low_alarm", "high_warning", "low_warning"};
+
+/// The limits of one monitor.
+struct limits_t
+{
+    std::array<std::optional<double>, limit_count> values;
+};
+
+/// The limits of all monitors, in the order of their names.
+struct all_limits_t
+{
+    std::array<std::optional<limits_t>, monitor_count> of;
+};
+
 struct module_said_t
 {
     std::optional<memory_map_t> map;
@@ -168,6 +185,7 @@ struct module_said_t
     std::vector<std::string_view> advertises;
     std::optional<unsigned> bias_multiplier;
     std::array<std::optional<lanes_t>, monitor_count> monitors;
+    all_limits_t limits;
     std::vector<named_bytes_t> bytes;
 };
 
@@ -332,6 +350,21 @@ void describe(auto& visit, dump_part_t& part)
     visit("page", part.page, codec::given{dump_page});
 }
 
+void describe(auto& visit, limits_t& limits)
+{
+    for (std::size_t at = 0; at < limit_count; ++at)
+        visit(limit_names.at(at), limits.values.at(at),
+              codec::given{codec::real{"a number of degrees Celsius, volts, milliwatts or milliamperes"}});
+}
+
+void describe(auto& visit, all_limits_t& limits)
+{
+    constexpr codec::record<limits_t> limits_of_one{
+        R"({ "high_alarm": ..., "low_alarm": ..., "high_warning": ..., "low_warning": ... })"};
+    for (std::size_t at = 0; at < monitor_count; ++at)
+        visit(monitor_members[at], limits.of.at(at), codec::given{limits_of_one});
+}
+
 void describe(auto& visit, module_said_t& said)
 {
     using codec::given;
@@ -354,6 +387,8 @@ void describe(auto& visit, module_said_t& said)
     visit(monitor_members[1], said.monitors.at(1), given{single{{"a number of volts"}}});
     for (std::size_t at = 2; at < monitor_count; ++at)
         visit(monitor_members[at], said.monitors.at(at), given{lanes_codec});
+    visit("limits", said.limits,
+          codec::record<all_limits_t>{R"(limits: { "temperature": { "high_alarm": 75, "low_alarm": -5, ... } })"});
     visit("bytes", said.bytes,
           bytes_by_name{R"(bytes by their place: { "26": "40", "01:160": "1f" }, or of an SFP { "A0:92": "68" })"});
 }
@@ -418,6 +453,8 @@ private:
     std::set<std::size_t> set_bytes();
     void set_map_fields();
     void set_monitor(const monitor_t& monitor, const lanes_t& lanes);
+    void set_limits(const monitor_t& monitor, const limits_t& limits);
+    bool set_value(const monitor_t& monitor, std::size_t place, double value, std::initializer_list<json::step_t> path);
 
     const json::node_t& node_;
     const module_said_t& said_;
@@ -593,16 +630,53 @@ void applier::set_monitor(const monitor_t& monitor, const lanes_t& lanes)
                                                        ? "one number"
                                                        : "a number, or a list of " + std::to_string(monitor.lanes) +
                                                              ", one for each lane");
+    for (std::size_t lane = 0; lane < monitor.lanes; ++lane)
+        if (!set_value(monitor, monitor.place + 2 * lane, lanes.values.at(lanes.is_list ? lane : 0),
+                       {monitor.member, lane}))
+            return;
+}
+
+/// Puts the nearest raw value at a place, or notes a mistake.
+bool applier::set_value(const monitor_t& monitor, std::size_t place, double value,
+                        std::initializer_list<json::step_t> path)
+{
     const double unit = unit_of(monitor, module_);
     const double least = monitor.is_signed ? -32768 : 0;
     const double most = monitor.is_signed ? 32767 : 65535;
-    for (std::size_t lane = 0; lane < monitor.lanes; ++lane) {
-        const double steps = std::round(lanes.values.at(lanes.is_list ? lane : 0) / unit); // the nearest raw value
-        if (!(steps >= least && steps <= most))
-            return node_.expected_at({monitor.member, lane}, "a number from " + short_number(least * unit) + " to " +
-                                                                 short_number(most * unit));
-        set_word(module_, monitor.place + 2 * lane, static_cast<std::uint16_t>(static_cast<std::int32_t>(steps)));
+    const double steps = std::round(value / unit);
+    if (!(steps >= least && steps <= most)) {
+        node_.expected_at(path, "a number from " + short_number(least * unit) + " to " + short_number(most * unit));
+        return false;
     }
+    set_word(module_, place, static_cast<std::uint16_t>(static_cast<std::int32_t>(steps)));
+    return true;
+}
+
+/// Limits that are not said stay as they are. They rise, or there are no warnings, as SFF-8636 allows.
+void applier::set_limits(const monitor_t& monitor, const limits_t& limits)
+{
+    const auto step = [&](std::size_t limit) {
+        const std::size_t place = monitor.limits + 2 * limit;
+        const auto raw = static_cast<std::uint16_t>(module_.byte(place) << 8U | module_.byte(place + 1));
+        return monitor.is_signed ? std::int32_t{static_cast<std::int16_t>(raw)} : std::int32_t{raw};
+    };
+    const bool has_limits = step(0) != 0 || step(1) != 0 || step(2) != 0 || step(3) != 0;
+    if (!has_limits && !std::ranges::all_of(limits.values, [](const auto& value) { return value.has_value(); }))
+        return node_.expected_at(
+            {"limits", monitor.member},
+            "all of high_alarm, low_alarm, high_warning and low_warning, as the module has none of "
+            "them");
+    for (std::size_t limit = 0; limit < limit_count; ++limit)
+        if (const auto& value = limits.values.at(limit);
+            value &&
+            !set_value(monitor, monitor.limits + 2 * limit, *value, {"limits", monitor.member, limit_names.at(limit)}))
+            return;
+    const auto [high_alarm, low_alarm, high_warning, low_warning] = std::array{step(0), step(1), step(2), step(3)};
+    const bool has_no_warnings = module_.map == memory_map_t::qsfp && high_warning == 0 && low_warning == 0;
+    if (!(has_no_warnings ? low_alarm <= high_alarm
+                          : low_alarm <= low_warning && low_warning <= high_warning && high_warning <= high_alarm))
+        node_.expected_at({"limits", monitor.member},
+                          "limits that rise in the order low_alarm, low_warning, high_warning, high_alarm");
 }
 
 /// What a module made from nothing has until its members say otherwise.
@@ -665,13 +739,20 @@ void applier::set_fields(bool is_new)
     const std::set<std::size_t> spelt_out = set_bytes(); // monitors may depend on them
     for (const monitor_t& monitor : row.monitors) {
         const auto* const name = std::ranges::find(monitor_members, std::string_view{monitor.member});
-        const auto& lanes = said_.monitors.at(static_cast<std::size_t>(name - std::begin(monitor_members)));
+        const auto number = static_cast<std::size_t>(name - std::begin(monitor_members));
+        const auto& lanes = said_.monitors.at(number);
         if (lanes)
             set_monitor(monitor, *lanes);
         else if (is_new && measures(module_, monitor))
             for (std::size_t lane = 0; lane < monitor.lanes; ++lane)
                 set_word(module_, monitor.place + 2 * lane,
                          static_cast<std::uint16_t>(std::lround(monitor.by_default / unit_of(monitor, module_))));
+        if (const auto& limits = said_.limits.of.at(number)) {
+            set_limits(monitor, *limits);
+            if (!measures(module_, monitor))
+                node_.remark_at({"limits", monitor.member},
+                                "hosts do not look for them, as the module does not say that it has them");
+        }
     }
     set_bytes();
     for (const checksum_t* checksum : right)
