@@ -15,11 +15,6 @@ namespace {
 
 using namespace ivra::virtual_platform;
 
-char byte(std::size_t value)
-{
-    return static_cast<char>(value & 0xffU);
-}
-
 /// The data of the answer to a request that it has to accept.
 std::string asked(bmc& controller, std::string request)
 {

@@ -36,11 +36,14 @@ quietly() {
     rm -f "$log"
 }
 
-# configure FOLDER CMAKE-OPTION...: always links with the virtual platform, and takes warnings for errors.
+# configure FOLDER CMAKE-OPTION...: always links with the virtual platform, and takes warnings for errors. Sources are
+# compiled several at once, as most of a source's time goes into what it includes: so no two of a target give the same name
+# to different things.
 configure() {
     local folder=$1
     shift
-    quietly cmake -S . -B "$folder" -G Ninja -DIVRA_PLATFORM=virtual -DCMAKE_COMPILE_WARNING_AS_ERROR=ON "$@"
+    quietly cmake -S . -B "$folder" -G Ninja -DIVRA_PLATFORM=virtual -DCMAKE_COMPILE_WARNING_AS_ERROR=ON \
+        -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=8 "$@"
 }
 
 # build FOLDER TARGET CMAKE-OPTION...
@@ -56,11 +59,25 @@ use_virtual_platform() {
     export LD_LIBRARY_PATH=$PWD/$1/lib/ivra-virtual
 }
 
+# use_memory_for_files: thousands of files that tests make and drop take a disk half of their time. They go to the memory
+# where there is room, unless the user said where to.
+use_memory_for_files() {
+    local memory=/dev/shm folder
+    [ -z "${TMPDIR:-}" ] && [ "$(df --output=avail "$memory" 2>/dev/null | tail -n 1)" -gt 1000000 ] 2>/dev/null || return 0
+    folder=$(mktemp -d -p "$memory" ivra-tests-XXXXXX 2>/dev/null) || return 0
+    trap 'rm -rf "$TMPDIR"' EXIT
+    export TMPDIR=$folder
+    chmod 755 "$folder" # as /tmp lets in users that tests become
+    # Programs are started there as well.
+    cp "$(type -P true)" "$folder/true" && "$folder/true" 2>/dev/null || { rm -rf "$folder" && unset TMPDIR && trap - EXIT; }
+}
+
 # run_tests FOLDER CTEST-OPTION...: ends with ctest's own summary.
 run_tests() {
     local folder=$1 log=$1/test.log
     shift
     use_virtual_platform "$folder"
+    use_memory_for_files
     if ctest --test-dir "$folder" --output-on-failure --no-tests=error -j "$(nproc)" "$@" >"$log" 2>&1 </dev/null; then
         tail -n 3 "$log"
     else

@@ -14,7 +14,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto patience = 2s; // longer than what is done under a lock takes, but for a controller that does not come up
+/// Longer than what is done under a lock takes, but for a controller that does not come up.
+constexpr auto wait_without_a_word = 2s;
 
 } // namespace
 
@@ -25,7 +26,7 @@ shared_mutex::shared_mutex(const std::string& name)
 
 void shared_mutex::lock()
 {
-    const waiting_notice notice{patience};
+    const waiting_notice notice{wait_without_a_word};
     errno = 0; // the notice may have left something
     int result = ivra_hw_shared_mutex_lock(handle_.get());
     if (result < 0 && errno == EINTR && notice.was_given()) // it was the notice that interrupted the call

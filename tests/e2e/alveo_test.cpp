@@ -11,17 +11,12 @@
 namespace ivra::tests {
 namespace {
 
-const std::string not_initialized = "get_board_serial_stat: Error retrieving serial for board card-0: "
-                                    "Could not get board serial as Alveo XMC subsystem is not initialized.\n";
+const std::string xmc_not_initialized = "get_board_serial_stat: Error retrieving serial for board card-0: "
+                                        "Could not get board serial as Alveo XMC subsystem is not initialized.\n";
 
 std::string bring_up_failed(const std::string& why)
 {
     return "get_xmc: Could not initialize Alveo XMC subsystem: " + why + "\n";
-}
-
-std::string serial_failed(const std::string& why)
-{
-    return "get_board_serial_stat: Error retrieving serial for board card-0: " + why + "\n";
 }
 
 members_t xmc(const std::string& text)
@@ -91,7 +86,7 @@ TEST(alveo_bring_up, gives_up_after_150_looks_and_says_what_it_saw)
             ", error: 0xbad0: Connection timed out\n" + info("xilinx_u50", "Error"); // the board still works
         EXPECT_TRUE(run.out.starts_with(begin)) << run.out;
         EXPECT_TRUE(run.out.ends_with(end)) << run.out;
-        EXPECT_EQ(run.err, not_initialized);
+        EXPECT_EQ(run.err, xmc_not_initialized);
         EXPECT_EQ(run.status, 0);
         EXPECT_EQ(count(rack.trace(), " 0x28018[31:0]"), 151U) << "and once more for the message";
         EXPECT_EQ(count(rack.trace(), " ivra_hw_shared_mutex_unlock("), 1U);
@@ -172,7 +167,7 @@ TEST(alveo_bring_up, that_fails_is_one_line_in_the_log)
         rack.faults(std::string{"{"} + row.fault + R"(, "errno": "EIO"})");
         const run_t run = rack.run("show info");
         EXPECT_EQ(run.out, bring_up_failed(row.text) + info("xilinx_u50", "Error"));
-        EXPECT_EQ(run.err, not_initialized);
+        EXPECT_EQ(run.err, xmc_not_initialized);
         EXPECT_EQ(run.status, 0);
         EXPECT_EQ(count(rack.trace(), " ivra_hw_shared_mutex_lock("),
                   count(rack.trace(), " ivra_hw_shared_mutex_unlock(") +

@@ -31,11 +31,6 @@ members_t bmc(const std::string& members)
     return {{"bmc", "{" + members + "}"}};
 }
 
-std::string serial_failed(const std::string& why)
-{
-    return "get_board_serial_stat: Error retrieving serial for board card-0: " + why + "\n";
-}
-
 const std::string not_initialized = "Could not set/get boot image as Bittware BMC subsustem is not initialized.";
 
 /// What was written to the UART, request by request.

@@ -5,12 +5,20 @@
 
 namespace ivra::tests {
 
+inline const std::string bittware_models[] = {"bittware_xupp3r", "ivra_fpb2", "bittware_xupvv8"};
+
 /// What `list` says of an accelerator.
 inline std::string listed(const std::string& name, const std::string& id, const std::string& model,
                           const std::string& address, const std::string& serial)
 {
     return name + "\n\tID            : " + id + "\n\tBoard model   : " + model + "\n\tBoard base MAC: " + address +
            "\n\tBoard serial  : " + serial + "\n";
+}
+
+/// What is said of a serial number that cannot be read.
+inline std::string serial_failed(const std::string& why)
+{
+    return "get_board_serial_stat: Error retrieving serial for board card-0: " + why + "\n";
 }
 
 /// What `show info` says of the first board of a rack_t.

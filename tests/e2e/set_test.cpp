@@ -1,4 +1,5 @@
 #include "changes.h"
+#include "screens.h"
 
 #include "support/rack.h"
 
@@ -20,7 +21,6 @@ namespace ivra::tests {
 namespace {
 
 const std::string other_models[] = {"xilinx_u200", "xilinx_u250", "xilinx_u50", "xilinx_u55c"};
-const std::string bittware_models[] = {"bittware_xupp3r", "ivra_fpb2", "bittware_xupvv8"};
 const std::string arista_models[] = {"m48e_emu_xcvu9p", "m48l_xcvu7p", "m48lb_xcvu9p"};
 
 // ---- set boot-image ----
@@ -209,7 +209,7 @@ TEST(set_boot_image, killed_after_any_call_is_chosen_or_not_and_leaves_no_lock)
 // ---- set transceiver-speed ----
 
 /// Of a card whose XMC is ready at once.
-const members_t::value_type ready_xmc{"xmc", R"({"ready_after": ["0 s", "0 s"]})"};
+const members_t::value_type xmc_at_once{"xmc", R"({"ready_after": ["0 s", "0 s"]})"};
 
 const std::string speed_part = "Updating transceiver speed... ";
 const std::string speed_prefix = "Transceiver speed update failure: ";
@@ -505,7 +505,7 @@ TEST(set_transceiver_speed, killed_after_any_call_leaves_a_beginning_of_its_tabl
 {
     std::vector<std::string> prescribed;
     expect_killing_leaves_a_beginning({
-        .plug = [](rack_t& rack) { rack.plug("xilinx_u50", {ready_xmc}); },
+        .plug = [](rack_t& rack) { rack.plug("xilinx_u50", {xmc_at_once}); },
         .words = "set transceiver-speed 10G",
         .changes = {"ivra_i2c_bus_write_register("},
         .check =
@@ -527,7 +527,7 @@ TEST(set_transceiver_speed, holds_a_signal_back_until_the_generator_is_loaded)
 {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
         rack_t rack;
-        rack.plug("xilinx_u50", {ready_xmc});
+        rack.plug("xilinx_u50", {xmc_at_once});
         const run_t run = run_and_signal(rack, "set transceiver-speed 10G", signal, &holds_signals);
         EXPECT_EQ(run.status, 128 + signal);
         EXPECT_EQ(run.out, speed_part) << "the signal takes effect before anything else";
@@ -922,7 +922,7 @@ TEST(set_qsfp_power_mode, killed_after_any_call_of_a_u200_has_enabled_the_bus_an
         .plug =
             [](rack_t& rack) {
                 members_t members = cages(two_modules);
-                members.insert(ready_xmc);
+                members.insert(xmc_at_once);
                 rack.plug("xilinx_u200", members);
             },
         .words = "set qsfp-power-mode low",

@@ -135,10 +135,10 @@ bytes_t flash(const rack_t& rack)
 {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(rack.folder() / "state"))
         if (entry.path().filename() == "flash" && entry.path().parent_path().filename() == "0000:00:00.0") {
-            std::ifstream file{entry.path(), std::ios::binary};
-            bytes_t bytes{std::istreambuf_iterator<char>{file}, {}};
-            for (std::uint8_t& byte : bytes)
-                byte = static_cast<std::uint8_t>(~unsigned{byte});
+            std::string inverted(entry.file_size(), '\0');
+            std::ifstream{entry.path(), std::ios::binary}.read(inverted.data(), std::ssize(inverted));
+            bytes_t bytes(inverted.size());
+            std::ranges::transform(inverted, bytes.begin(), [](char byte) { return static_cast<std::uint8_t>(~byte); });
             return bytes;
         }
     ADD_FAILURE() << "no flash";
@@ -587,12 +587,12 @@ TEST(setup, killed_after_any_call_leaves_the_old_addresses_or_the_new_ones)
 }
 
 // As the U200's of the families, but ready at once.
-const members_t ready_xmc{{"xmc", R"({"ready_after": ["0 s", "0 s"],
+const members_t xmc_with_macs{{"xmc", R"({"ready_after": ["0 s", "0 s"],
                                      "card": {"macs": {"first": "00:0a:35:01:02:03", "count": 4}}})"}};
 
 TEST(setup, killed_after_any_call_of_a_talk_with_the_xmc_can_be_repeated)
 {
-    expect_killing_leaves_a_beginning(setup_of("xilinx_u200", 0, ready_xmc));
+    expect_killing_leaves_a_beginning(setup_of("xilinx_u200", 0, xmc_with_macs));
 }
 
 TEST(setup, killed_after_any_call_on_the_way_to_an_eeprom_can_be_repeated)
@@ -628,7 +628,7 @@ TEST(setup, that_waits_for_a_lock_ends_with_a_signal_at_once)
 {
     using namespace std::chrono_literals;
     rack_t rack;
-    plug(rack, family("xilinx_u200"), ready_xmc);
+    plug(rack, family("xilinx_u200"), xmc_with_macs);
     rack.faults(R"({"call": "ivra_hw_shared_mutex_lock", "nth": 2, "delay": "60 s"})"); // as if another one held it
     const auto begin = std::chrono::steady_clock::now();
     const run_t run = run_and_signal(rack, "setup", SIGTERM,

@@ -15,15 +15,15 @@ const std::string boot_image = "Boot image\n"
                                "\tCurrent boot: primary\n"
                                "\tNext reload : backup\n";
 
-const std::string flash = "Flash memory\n"
-                          "\tMemory size: 134217728 bytes (128 MB)\n"
-                          "\tSector size: 65536 bytes\n"
-                          "\tSections\n"
-                          "\t\tPGM   : 0x0000000 - 0x1001fff\n"
-                          "\t\tUSR   : 0x1002000 - 0x6001fff\n"
-                          "\t\tPARAMS: 0x7fc0000 - 0x7fcffff\n"
-                          "\t\tPARAMS: 0x7fd0000 - 0x7fdffff\n"
-                          "\t\tOTP   : 0x7ff0000 - 0x7ff0fff\n";
+const std::string flash_screen = "Flash memory\n"
+                                 "\tMemory size: 134217728 bytes (128 MB)\n"
+                                 "\tSector size: 65536 bytes\n"
+                                 "\tSections\n"
+                                 "\t\tPGM   : 0x0000000 - 0x1001fff\n"
+                                 "\t\tUSR   : 0x1002000 - 0x6001fff\n"
+                                 "\t\tPARAMS: 0x7fc0000 - 0x7fcffff\n"
+                                 "\t\tPARAMS: 0x7fd0000 - 0x7fdffff\n"
+                                 "\t\tOTP   : 0x7ff0000 - 0x7ff0fff\n";
 
 const std::string transceivers = "Transceivers\n"
                                  "\tPort 1\n"
@@ -39,7 +39,7 @@ const std::string transceivers = "Transceivers\n"
                                  "\tPort 4\n"
                                  "\t\tType: no transceiver detected\n";
 
-const std::string progress = "Retrieving sensor data... ";
+const std::string reading_sensors = "Retrieving sensor data... ";
 
 const std::string sensors = "Sensors\n"
                             "\t┌────────┬─────────┐\n"
@@ -80,15 +80,13 @@ members_t bittware_board(const std::string& bmc = "")
                         bmc + "}"}};
 }
 
-const std::vector<std::string> bittware_models{"bittware_xupp3r", "ivra_fpb2", "bittware_xupvv8"};
-
 TEST(show_all, of_a_bittware_board_is_five_reports_with_line_breaks_between_them)
 {
     for (const std::string& model : bittware_models) {
         rack_t rack;
         rack.plug(model, bittware_board()).environment("IVRA_LOG_LEVEL=0");
-        EXPECT_EQ(rack.run("show all"), says(info(model, "VRT0001") + "\n" + boot_image + "\n" + flash + "\n" +
-                                             transceivers + "\n" + progress + "done\n" + sensors));
+        EXPECT_EQ(rack.run("show all"), says(info(model, "VRT0001") + "\n" + boot_image + "\n" + flash_screen + "\n" +
+                                             transceivers + "\n" + reading_sensors + "done\n" + sensors));
     }
 }
 
@@ -103,7 +101,7 @@ TEST(show_all, of_a_bittware_board_in_json_is_five_members_back_to_back)
             all += report;
         EXPECT_EQ(run.out, R"({"data":{)" + all + R"(},"status":{"success":true},)" +
                                R"("log":[{"type":"info","message":"Retrieving sensor data... done"}]})" + "\n");
-        EXPECT_EQ(run.err, progress + "done\n") << "and no line breaks";
+        EXPECT_EQ(run.err, reading_sensors + "done\n") << "and no line breaks";
         EXPECT_EQ(run.status, 0);
     }
 }
@@ -172,7 +170,8 @@ TEST(show_all, ends_with_the_first_report_that_fails_and_what_was_printed_stays)
     for (const row_t& row : rows)
         for (const std::string& model : bittware_models) {
             SCOPED_TRACE(row.error);
-            const std::vector<std::string> texts{info(model, "VRT0001"), boot_image, flash, transceivers, progress};
+            const std::vector<std::string> texts{info(model, "VRT0001"), boot_image, flash_screen, transceivers,
+                                                 reading_sensors};
             std::string text;
             std::string document;
             for (std::size_t i = 0; i < row.reports; ++i) {
@@ -183,7 +182,7 @@ TEST(show_all, ends_with_the_first_report_that_fails_and_what_was_printed_stays)
             rack_t rack;
             rack.plug(model, bittware_board(row.bmc)).environment("IVRA_LOG_LEVEL=0").faults(row.faults);
             const run_t run = rack.run("show all");
-            EXPECT_EQ(run.out, text + (began ? progress : ""));
+            EXPECT_EQ(run.out, text + (began ? reading_sensors : ""));
             EXPECT_EQ(run.err, std::string{row.error} + "\n");
             EXPECT_EQ(run.status, 1);
             const run_t json = rack.run("show all --json");
@@ -202,7 +201,7 @@ TEST(show_all, goes_on_behind_a_bad_module_and_a_board_without_a_serial)
         .environment("IVRA_LOG_LEVEL=0");
     const run_t run = rack.run("show all");
     EXPECT_TRUE(run.out.starts_with(info("bittware_xupp3r", "Error") + "\n" + boot_image)) << run.out;
-    EXPECT_TRUE(run.out.ends_with(transceivers + "\n" + progress + "done\n" + sensors)) << run.out;
+    EXPECT_TRUE(run.out.ends_with(transceivers + "\n" + reading_sensors + "done\n" + sensors)) << run.out;
     EXPECT_EQ(run.status, 0);
 }
 

@@ -5,7 +5,7 @@
 namespace ivra::tests {
 namespace {
 
-std::string flash(const std::string& size, const std::string& sections)
+std::string flash_of(const std::string& size, const std::string& sections)
 {
     return R"({"size": ")" + size + R"(", "sector": "4 KiB", "sections": [)" + sections + "]}";
 }
@@ -49,7 +49,7 @@ TEST(show_flash, is_one_json_object_with_an_array_of_sections)
 TEST(show_flash, has_its_colours_on_a_terminal)
 {
     rack_t rack;
-    rack.plug("m48l_xcvu7p", {{"flash", flash("0x10000", usual)}});
+    rack.plug("m48l_xcvu7p", {{"flash", flash_of("0x10000", usual)}});
     EXPECT_EQ(rack.run("show flash", {stream_t::terminal, stream_t::terminal}).out,
               "\033[1mFlash memory\033[0m\n"
               "\t\033[0mMemory size: \033[35m65536 bytes (0 MB)\033[0m\033[0m\n"
@@ -64,8 +64,8 @@ TEST(show_flash, has_its_colours_on_a_terminal)
 TEST(show_flash, shows_memory_sizes_below_a_mebibyte_as_0_MB)
 {
     rack_t rack;
-    rack.plug("m48l_xcvu7p", {{"flash", flash("1020 KiB", usual)}})
-        .plug("m48l_xcvu7p", {{"flash", flash("1 MiB", usual)}});
+    rack.plug("m48l_xcvu7p", {{"flash", flash_of("1020 KiB", usual)}})
+        .plug("m48l_xcvu7p", {{"flash", flash_of("1 MiB", usual)}});
     EXPECT_NE(rack.run("show flash -a 0").out.find("\tMemory size: 1044480 bytes (0 MB)\n"), std::string::npos);
     EXPECT_NE(rack.run("show flash -a 1").out.find("\tMemory size: 1048576 bytes (1 MB)\n"), std::string::npos);
 }
@@ -74,7 +74,7 @@ TEST(show_flash, calls_a_section_without_a_name_unknown)
 {
     rack_t rack;
     rack.plug("m48l_xcvu7p",
-              {{"flash", flash("0x10000", usual + R"(, {"name": null, "start": "0x5000", "size": "0x1000"})")}});
+              {{"flash", flash_of("0x10000", usual + R"(, {"name": null, "start": "0x5000", "size": "0x1000"})")}});
     EXPECT_NE(rack.run("show flash").out.find("\t\tUNKNOWN: 0x5000 - 0x5fff\n"), std::string::npos);
 }
 
@@ -130,7 +130,7 @@ TEST(show_flash, shows_an_unreadable_section_as_an_error_and_goes_on)
 {
     for (const std::string call : {"ivra_flash_get_section_start_address", "ivra_flash_get_section_size"}) {
         rack_t rack;
-        rack.plug("m48l_xcvu7p", {{"flash", flash("0x10000", usual)}});
+        rack.plug("m48l_xcvu7p", {{"flash", flash_of("0x10000", usual)}});
         // The start addresses are asked for twice, the sizes once: this is each time the third section.
         const std::string nth = call.ends_with("address") ? "7" : "3";
         rack.faults(R"({"call": ")" + call + R"(", "nth": )" + nth + R"(, "errno": "EIO"})");
@@ -150,7 +150,8 @@ TEST(show_flash, shows_an_unreadable_section_as_an_error_and_goes_on)
 TEST(show_flash, leaves_an_unreadable_start_address_out_of_the_column_width)
 {
     rack_t rack;
-    rack.plug("m48l_xcvu7p", {{"flash", flash("0x10000", usual + R"(, {"name": "X", "start": "0xa000", "size": 1})")}});
+    rack.plug("m48l_xcvu7p",
+              {{"flash", flash_of("0x10000", usual + R"(, {"name": "X", "start": "0xa000", "size": 1})")}});
     rack.faults(R"({"call": "ivra_flash_get_section_start_address", "nth": 5, "errno": "EIO"})");
     EXPECT_NE(rack.run("show flash").out.find("\t\tX     : 0xa000 - 0xa000\n"), std::string::npos);
 }
@@ -177,7 +178,7 @@ TEST(show_flash, ends_with_the_text_of_what_could_not_be_read)
 TEST(show_flash, shows_as_many_sections_as_the_second_enumeration_has)
 {
     rack_t rack;
-    rack.plug("m48l_xcvu7p", {{"flash", flash("0x10000", usual)}});
+    rack.plug("m48l_xcvu7p", {{"flash", flash_of("0x10000", usual)}});
     rack.faults(R"({"call": "ivra_flash_get_sections", "nth": 2, "count": 2})");
     EXPECT_EQ(rack.run("show flash").out, "Flash memory\n"
                                           "\tMemory size: 65536 bytes (0 MB)\n"
@@ -193,7 +194,7 @@ TEST(show_flash, shows_as_many_sections_as_the_second_enumeration_has)
 TEST(show_flash, fails_when_one_of_the_four_usual_sections_is_missing)
 {
     rack_t rack;
-    rack.plug("m48l_xcvu7p", {{"flash", flash("0x10000", R"({"name": "PGM", "start": "0x0", "size": "0x1000"})")}});
+    rack.plug("m48l_xcvu7p", {{"flash", flash_of("0x10000", R"({"name": "PGM", "start": "0x0", "size": "0x1000"})")}});
     const run_t run = rack.run("show flash");
     EXPECT_EQ(run.err, "Failed to create section object: No such file or directory\n");
     EXPECT_EQ(run.status, 1);

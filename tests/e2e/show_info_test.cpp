@@ -6,13 +6,13 @@
 namespace ivra::tests {
 namespace {
 
-const host_t switch_host{.serial = "SSJ17200123\n", .address = "00:1c:73:aa:bb:cc\n"};
+const host_t whole_switch{.serial = "SSJ17200123\n", .address = "00:1c:73:aa:bb:cc\n"};
 const std::string addresses = "02:00:00:00:00:00 - 02:00:00:00:00:03";
 
 TEST(show_info, describes_accelerator_board_and_fpga)
 {
     rack_t rack;
-    rack.plug("m48l_xcvu7p").host(switch_host);
+    rack.plug("m48l_xcvu7p").host(whole_switch);
     EXPECT_EQ(rack.run("show info"), says("Accelerator\n"
                                           "\tName         : card-0\n"
                                           "\tID           : 0\n"
@@ -27,14 +27,14 @@ TEST(show_info, describes_accelerator_board_and_fpga)
 TEST(show_info, is_what_show_without_a_word_shows)
 {
     rack_t rack;
-    rack.plug("m48l_xcvu7p").host(switch_host);
+    rack.plug("m48l_xcvu7p").host(whole_switch);
     EXPECT_EQ(rack.run("show").out, rack.run("show info").out);
 }
 
 TEST(show_info, is_one_json_object)
 {
     rack_t rack;
-    rack.plug("m48l_xcvu7p").host(switch_host);
+    rack.plug("m48l_xcvu7p").host(whole_switch);
     EXPECT_EQ(rack.run("-j show info"),
               says(R"({"data":{"Accelerator":{"Name":"card-0","ID":"0","Board model":"m48l_xcvu7p",)"
                    R"("Board serial":"SSJ17200123","FPGA device":"xcvu7p-flva2104-2-e",)"
@@ -62,7 +62,7 @@ TEST(show_info, has_its_colours_in_each_palette)
     };
     for (const row_t& row : rows) {
         rack_t rack;
-        rack.plug("m48l_xcvu7p").host(switch_host);
+        rack.plug("m48l_xcvu7p").host(whole_switch);
         for (const std::string& entry : row.environment)
             rack.environment(entry);
         const std::string reset = "\033[0m";
@@ -87,7 +87,7 @@ TEST(show_info, has_its_colours_in_each_palette)
 TEST(show_info, of_a_board_with_one_mac_address_says_so)
 {
     rack_t rack;
-    rack.plug("m48l_xcvu7p", {{"mac_addresses", R"(["02:00:00:0a:0B:ff"])"}}).host(switch_host);
+    rack.plug("m48l_xcvu7p", {{"mac_addresses", R"(["02:00:00:0a:0B:ff"])"}}).host(whole_switch);
     EXPECT_EQ(rack.run("show info").out, "Accelerator\n"
                                          "\tName        : card-0\n"
                                          "\tID          : 0\n"
@@ -102,14 +102,14 @@ TEST(show_info, of_a_board_with_one_mac_address_says_so)
 TEST(show_info, of_a_board_with_eight_mac_addresses_shows_the_first_and_the_last)
 {
     rack_t rack;
-    rack.plug("m48l_xcvu7p", {{"mac_addresses", R"({"first": "02:00:00:00:00:fc", "count": 8})"}}).host(switch_host);
+    rack.plug("m48l_xcvu7p", {{"mac_addresses", R"({"first": "02:00:00:00:00:fc", "count": 8})"}}).host(whole_switch);
     EXPECT_EQ(rack.run("show info"), says(info("m48l_xcvu7p", "SSJ17200123", "02:00:00:00:00:fc - 02:00:00:00:01:03")));
 }
 
 TEST(show_info, of_a_board_without_mac_addresses_has_no_such_line)
 {
     rack_t rack;
-    rack.plug("m48l_xcvu7p", {{"mac_addresses", "[]"}}).host(switch_host);
+    rack.plug("m48l_xcvu7p", {{"mac_addresses", "[]"}}).host(whole_switch);
     const run_t run = rack.run("show info");
     EXPECT_EQ(run.out, "Accelerator\n"
                        "\tName        : card-0\n"
@@ -136,7 +136,7 @@ TEST(show_info, prints_a_temperature_with_up_to_six_significant_digits)
     for (const row_t& row : rows) {
         rack_t rack;
         const std::string fpga = R"({"device": "xcvu7p-flva2104-2-e", "serial": "4002000001285c0f1a104280", )";
-        rack.plug("m48l_xcvu7p", {{"fpga", fpga + R"("temperature": )" + row.temperature + "}"}}).host(switch_host);
+        rack.plug("m48l_xcvu7p", {{"fpga", fpga + R"("temperature": )" + row.temperature + "}"}}).host(whole_switch);
         EXPECT_EQ(rack.run("show info"), says(info("m48l_xcvu7p", "SSJ17200123", addresses, row.text)));
     }
 }
@@ -145,7 +145,7 @@ TEST(show_info, of_a_temperature_that_is_no_number_has_no_sign)
 {
     // 45.5 is 0x4046c00000000000, and no number is 0xfff8000000000000, least significant byte first.
     rack_t rack;
-    rack.plug("m48l_xcvu7p").host(switch_host);
+    rack.plug("m48l_xcvu7p").host(whole_switch);
     rack.faults(R"({"call": "ivra_hw_top_get_temperature", "garble": "0000000000c0bebf"})");
     EXPECT_EQ(rack.run("show info"), says(info("m48l_xcvu7p", "SSJ17200123", addresses, "nan°C")));
 }
@@ -165,7 +165,7 @@ TEST(show_info, of_a_name_that_fills_its_room_shows_it_and_a_longer_one_cannot_b
     const std::string name(1023, 'n'); // and a NUL
     rack_t rack;
     rack.plug("m48l_xcvu7p", {{"name", "\"" + name + "\""}}).plug("m48l_xcvu7p", {{"name", "\"" + name + "n\""}});
-    rack.host(switch_host);
+    rack.host(whole_switch);
     const std::string first = rack.run("show info -a " + name).out;
     EXPECT_TRUE(first.starts_with("Accelerator\n\tName         : " + name + "\n\tID           : 0\n")) << first;
     const std::string second = rack.run("show info -a " + name + "n").out;
@@ -230,7 +230,7 @@ TEST(show_info, ends_with_the_text_of_what_could_not_be_read)
     // clang-format on
     for (const failure_row_t& row : rows) {
         rack_t rack;
-        rack.plug("m48l_xcvu7p").host(switch_host);
+        rack.plug("m48l_xcvu7p").host(whole_switch);
         rack.faults(std::string{"{"} + row.fault + R"(, "errno": "EIO"})");
         EXPECT_EQ(rack.run("show info"), fails(row.text)) << row.fault;
     }
@@ -239,7 +239,7 @@ TEST(show_info, ends_with_the_text_of_what_could_not_be_read)
 TEST(show_info, fails_when_an_address_is_longer_than_addresses_are)
 {
     rack_t rack;
-    rack.plug("m48l_xcvu7p").host(switch_host);
+    rack.plug("m48l_xcvu7p").host(whole_switch);
     rack.faults(R"({"call": "ivra_print_mac_address", "text": "00:11:22:33:44:55:"})");
     const run_t run = rack.run("show info");
     EXPECT_EQ(run.err, "Buffer too small for ivra_print_mac_address()\n");

@@ -7,7 +7,7 @@ namespace ivra::platform_tests {
 
 namespace {
 
-constexpr const char* unnamed = R"({"name": null, "model": "xilinx_u50", "uid": "0000:02:00.0"})";
+constexpr const char* nameless = R"({"name": null, "model": "xilinx_u50", "uid": "0000:02:00.0"})";
 
 class accelerators : public host
 {
@@ -15,7 +15,7 @@ class accelerators : public host
 
 TEST_F(accelerators, are_enumerated_in_index_order_with_their_properties)
 {
-    plug({board_text, unnamed});
+    plug({board_text, nameless});
     run([] {
         EXPECT_EQ(ivra_hw_count_accelerators(), 2U);
         const descriptors_t all;
@@ -36,7 +36,7 @@ TEST_F(accelerators, are_enumerated_in_index_order_with_their_properties)
 
 TEST_F(accelerators, without_a_name_say_ENOENT)
 {
-    plug({unnamed});
+    plug({nameless});
     run([] {
         const descriptors_t all;
         char name[16];
@@ -58,7 +58,7 @@ TEST_F(accelerators, a_text_needs_room_for_its_NUL_or_it_is_ERANGE)
 
 TEST_F(accelerators, more_than_fit_are_left_out_and_fewer_leave_the_rest_of_the_array_untouched)
 {
-    plug({board_text, unnamed});
+    plug({board_text, nameless});
     run([] {
         int something = 0;
         const auto* mark = reinterpret_cast<const ivra_hw_accelerator_descriptor*>(&something);
@@ -76,7 +76,7 @@ TEST_F(accelerators, more_than_fit_are_left_out_and_fewer_leave_the_rest_of_the_
 
 TEST_F(accelerators, a_filter_selects_those_that_meet_every_criterion)
 {
-    plug({board_text, unnamed, R"({"name": "Board", "model": "xilinx_u50", "uid": "c"})",
+    plug({board_text, nameless, R"({"name": "Board", "model": "xilinx_u50", "uid": "c"})",
           R"({"name": "board", "model": "xilinx_u50", "uid": "d"})"});
     run([] {
         const auto selected = [](const ivra_hw_filter* filter) {

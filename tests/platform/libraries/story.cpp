@@ -83,11 +83,11 @@ void host::plan(const std::string& json)
 
 end_t host::end_of(::pid_t process)
 {
-    int status = 0;
-    EXPECT_EQ(::waitpid(process, &status, 0), process);
-    if (WIFSIGNALED(status))
-        return {-1, WTERMSIG(status)};
-    return {WEXITSTATUS(status), 0};
+    int ended = 0;
+    EXPECT_EQ(::waitpid(process, &ended, 0), process);
+    if (WIFSIGNALED(ended))
+        return {-1, WTERMSIG(ended)};
+    return {WEXITSTATUS(ended), 0};
 }
 
 void host::run(const std::function<void()>& story)

@@ -59,7 +59,7 @@ const std::string dump_expected = R"(a file with the module's memory, or a list 
 const std::string dump_page_expected =
     "the page that a dump is: lower, 00 to ff in small letters, or of an SFP A0 or A2";
 
-const std::string module_names =
+const std::string those_there_are =
     "prototype, qsfp-lr4, qsfp-plus-cmis, qsfp28-copper, qsfp28-sr4, qsfpdd-copper, qsfpdd-dr4, qsfpdd-flat, "
     "qsfpdd-zr, "
     "sfp-10g-lr, sfp-10g-sr, sfp-dark-receiver, sfp-external-calibration, sfp-no-diagnostics";
@@ -421,7 +421,7 @@ const std::vector<bad_rack_t>& bad_racks()
 
         // ---- modules ----
         {"a module that there is not", i2c_with(R"("cages": ["empty", "no-such-module"])"),
-         "/accelerators/0/i2c/cages/1: expected a module: there is no modules/no-such-module.json beside the rack, nor among the racks that come with the platform; there are " + module_names, code},
+         "/accelerators/0/i2c/cages/1: expected a module: there is no modules/no-such-module.json beside the rack, nor among the racks that come with the platform; there are " + those_there_are, code},
         {"a module with the name of a path", i2c_with(R"("cages": ["../showcase"])"), "/accelerators/0/i2c/cages/0: expected " + cage_expected, schema},
         {"a module with a NUL in its name", i2c_with(R"("cages": ["prototype\u0000"])"), "/accelerators/0/i2c/cages/0: expected " + cage_expected, schema},
         {"a module with an unknown member", module_with(R"("speed": 1)"),

@@ -51,7 +51,7 @@ std::string printable_byte(std::uint8_t byte)
     return std::string(1, byte >= 0x20 && byte < 0x7f ? static_cast<char>(byte) : '.');
 }
 
-module_t named(const std::string& name)
+module_t plugged(const std::string& name)
 {
     return *parse_rack(rack_with(R"("i2c": {"cages": [")" + name + "\"]}"), "my.json")
                 .accelerators[0]
@@ -362,7 +362,7 @@ TEST_F(dumps, ten_modules_in_every_layout_become_the_same_memory)
     for (const char* name : ten_modules)
         for (const layout_t& layout : layouts) {
             SCOPED_TRACE(name + ": "s + layout.name);
-            const module_t module = named(name);
+            const module_t module = plugged(name);
             // A page that there is not shows page 00h; i2cdump does not tell which one was asked for.
             const unsigned last = module.map == memory_map_t::cmis ? 0x11 : 0x03;
             if (layout.name == "i2cdump"s && !is_flat(module) && !module.blocks.contains(last + 1))
@@ -403,10 +403,10 @@ TEST_F(dumps, ten_modules_as_programs_print_them_become_the_same_memory)
     for (const char* name : ten_modules)
         for (const char* command : commands) {
             SCOPED_TRACE(name + ": "s + command);
-            expect_module(output(command, whole(named(name))), named(name));
+            expect_module(output(command, whole(plugged(name))), plugged(name));
         }
-    EXPECT_EQ(output("hexdump -v -C", window(named("qsfp28-sr4"))),
-              hexdump_rows(window(named("qsfp28-sr4")), 0, "", "  ") + "00000100\n");
+    EXPECT_EQ(output("hexdump -v -C", window(plugged("qsfp28-sr4"))),
+              hexdump_rows(window(plugged("qsfp28-sr4")), 0, "", "  ") + "00000100\n");
 }
 
 TEST_F(dumps, layouts_whose_bytes_could_be_swapped_or_missing_are_refused_with_their_line)
@@ -428,7 +428,7 @@ TEST_F(dumps, layouts_whose_bytes_could_be_swapped_or_missing_are_refused_with_t
     };
     for (const auto& [command, word] : commands)
         EXPECT_EQ(
-            dump_error_of(output(command, whole(named("qsfp28-sr4")))),
+            dump_error_of(output(command, whole(plugged("qsfp28-sr4")))),
             "/dump: my.hex: line 1: expected two hexadecimal digits, not \"" + std::string{word} +
                 "\", as other groups may be swapped or no bytes: make the dump with hexdump -C, xxd or od -A x -t x1")
             << command;
@@ -436,7 +436,7 @@ TEST_F(dumps, layouts_whose_bytes_could_be_swapped_or_missing_are_refused_with_t
 
 TEST_F(dumps, what_terminals_and_mails_add_is_no_part_of_them)
 {
-    const module_t module = named("qsfp28-sr4");
+    const module_t module = plugged("qsfp28-sr4");
     const std::string plain = ethtool(module);
     const auto with = [&](const std::string& text, const std::string& replacement) {
         std::string result;
@@ -465,7 +465,7 @@ TEST_F(dumps, what_terminals_and_mails_add_is_no_part_of_them)
 
 TEST_F(dumps, of_ethtool_the_command_line_tells_what_its_output_does_not)
 {
-    const module_t module = named("qsfpdd-dr4");
+    const module_t module = plugged("qsfpdd-dr4");
     const auto prompt = [](const std::string& words, const std::string& output) {
         return "$ ethtool -m eth0 " + words + '\n' + output;
     };
@@ -486,10 +486,10 @@ TEST_F(dumps, of_ethtool_the_command_line_tells_what_its_output_does_not)
 TEST_F(dumps, a_mistake_is_said_with_its_line_and_what_stands_there)
 {
     const std::string row = "03 04 07 10 00 00 00 00 00 00 00 06 67 00 00 00";
-    const std::string flat_qsfp = hexdump_rows(flat(named("qsfp28-sr4"), 0x03), 0, "", "  ");
-    const std::string sfp = hexdump_rows(whole(named("sfp-10g-sr")), 0, "", "  ");
-    const std::string cmis = hexdump_rows(flat(named("qsfpdd-dr4"), 0x02), 0, "", "  ");
-    const std::string sonic = sfputil(named("qsfp28-sr4"));
+    const std::string flat_qsfp = hexdump_rows(flat(plugged("qsfp28-sr4"), 0x03), 0, "", "  ");
+    const std::string sfp = hexdump_rows(whole(plugged("sfp-10g-sr")), 0, "", "  ");
+    const std::string cmis = hexdump_rows(flat(plugged("qsfpdd-dr4"), 0x02), 0, "", "  ");
+    const std::string sonic = sfputil(plugged("qsfp28-sr4"));
     const auto lines = [](const std::string& text, std::size_t first, std::size_t last) { // from 1
         std::istringstream stream{text};
         std::string result;
@@ -533,7 +533,7 @@ TEST_F(dumps, a_mistake_is_said_with_its_line_and_what_stands_there)
         {"words of no address", "0403 1007\n", ": line 1: expected two hexadecimal digits, not \"1007\"" + groups},
         {"words of i2cdump", "     0,8  1,9  2,a  3,b  4,c  5,d  6,e  7,f\n00: 0403 0704\n",
          ": line 1: expected bytes, not words of i2cdump, which overlap: make the dump with its mode b"},
-        {"an SMBus block", "# i2cdump -y 4 0x50 s\n" + i2cdump_rows(window(named("qsfpdd-flat"))),
+        {"an SMBus block", "# i2cdump -y 4 0x50 s\n" + i2cdump_rows(window(plugged("qsfpdd-flat"))),
          ": line 1: expected another mode of i2cdump than \"s\", in which bytes overlap or are missing: make the dump with mode b"},
         {"the kernel's log", "[   12.345999] sfp EE: 00000000: " + row + "  ............g...\n",
          ": line 1: expected whole pages, not the first bytes in the kernel's log: make a dump with \"ethtool -m DEVICE hex on\""},
@@ -568,9 +568,9 @@ TEST_F(dumps, a_mistake_is_said_with_its_line_and_what_stands_there)
         {"no lanes", cmis, R"(: line 32: expected page 11h up to here, as byte 2 says that there are pages ("flat": true beside the dump says otherwise))"},
         {"an unknown identifier", changed(flat_qsfp, "11 08 02", "7a 08 02"), ": line 1: expected the identifier of a module at address 0, not 0x7a: if it is a module's, the rack has to say its \"map\""},
         {"an upper half alone", lines(flat_qsfp, 9, 16), ": line 1: expected " + which_page},
-        {"an upper half of an unknown page", lines(flat_qsfp, 1, 8) + hexdump_rows(page(named("qsfp28-sr4"), 3), 0x80, "", "  "), ": line 9: expected " + which_page},
-        {"another page without a heading", flat_qsfp + ethtool_rows(page(named("qsfpdd-dr4"), 17), 0x80), ": line 43: expected " + which_page},
-        {"two readings", i2cdump(named("qsfp28-sr4")) + "$ i2cdump -y 4 0x50\n" + i2cdump_rows(window(module_from(R"({"module": "qsfp28-sr4", "temperature": 5})"))),
+        {"an upper half of an unknown page", lines(flat_qsfp, 1, 8) + hexdump_rows(page(plugged("qsfp28-sr4"), 3), 0x80, "", "  "), ": line 9: expected " + which_page},
+        {"another page without a heading", flat_qsfp + ethtool_rows(page(plugged("qsfpdd-dr4"), 17), 0x80), ": line 43: expected " + which_page},
+        {"two readings", i2cdump(plugged("qsfp28-sr4")) + "$ i2cdump -y 4 0x50\n" + i2cdump_rows(window(module_from(R"({"module": "qsfp28-sr4", "temperature": 5})"))),
          ": line 42: expected byte 22 of the lower page as in line 5" + repeated},
         {"two modules", sonic + "EEPROM hexdump for port Ethernet4\n", ": line 72: expected one module, but that of \"Ethernet4\" comes after that of \"Ethernet0\": make a dump of one port with -p"},
         {"a page that could not be read", changed(sonic.substr(0, sonic.find("        Upper page 1h")), "Upper page 0h\n", "Upper page 0h\nError: Failed to read EEPROM for page 0h\n") ,
@@ -578,14 +578,14 @@ TEST_F(dumps, a_mistake_is_said_with_its_line_and_what_stands_there)
         {"a page of unclear base", "Upper page 11\n80: 00\n", ": line 1: expected a page such as 11h or 0x11, as \"11\" may be either"},
         {"a page of 300", "$ ethtool -m eth0 hex on page 300\n", ": line 1: expected a number of a page, a bank or a byte, not \"300\""},
         {"another device", "$ i2cdump -y 4 0x52\n", ": line 1: expected a module's address, 0x50 or 0x51, not \"0x52\""},
-        {"a page with a lower half", "$ ethtool -m eth0 page 3 length 128\n" + ethtool_rows(block(named("qsfp28-sr4"), 0)), ": line 4: expected addresses from 0x80 on, as of an upper page"},
+        {"a page with a lower half", "$ ethtool -m eth0 page 3 length 128\n" + ethtool_rows(block(plugged("qsfp28-sr4"), 0)), ": line 4: expected addresses from 0x80 on, as of an upper page"},
         {"a lower page with an upper half", "Lower page\n" + lines(flat_qsfp, 1, 16), ": line 10: expected addresses below 0x80, as of a lower page"},
         {"a page of more than a window", "Upper page 1h\n" + lines(flat_qsfp, 9, 40), ": line 33: expected addresses up to 0xff, as the bytes are said to be of one page"},
         {"a second device of a QSFP", flat_qsfp + "2-wire device address 0x51\n" + lines(flat_qsfp, 1, 8), ": line 42: expected pages that modules with identifier 0x11 have here, not the lower page of device 51h"},
         {"another bank", flat_qsfp + "$ ethtool -m eth0 page 0x11 bank 1\n" + ethtool_rows(bytes_t(128, 1), 0x80), ": line 44: expected pages that modules with identifier 0x11 have here, not page 11h of bank 1"},
-        {"an SFP that is too large", hexdump_rows(whole(named("sfp-10g-sr")) + bytes_t(128), 0, "", "  "), ": line 40: expected A0h and A2h alone, as of an SFP: at most 512 bytes"},
-        {"a binary file that broke off", binary(whole(named("qsfp28-sr4"))).substr(0, 200), ": expected a multiple of 128 bytes, at most 32896, not 200, as it is no text"},
-        {"a binary file without limits", binary(window(named("qsfp28-sr4"))), R"(: expected page 03h up to here, as byte 2 says that there are pages ("flat": true beside the dump says otherwise))"},
+        {"an SFP that is too large", hexdump_rows(whole(plugged("sfp-10g-sr")) + bytes_t(128), 0, "", "  "), ": line 40: expected A0h and A2h alone, as of an SFP: at most 512 bytes"},
+        {"a binary file that broke off", binary(whole(plugged("qsfp28-sr4"))).substr(0, 200), ": expected a multiple of 128 bytes, at most 32896, not 200, as it is no text"},
+        {"a binary file without limits", binary(window(plugged("qsfp28-sr4"))), R"(: expected page 03h up to here, as byte 2 says that there are pages ("flat": true beside the dump says otherwise))"},
         {"an empty cage", std::string(256, '\xff'), ": expected the identifier of a module at address 0, not 0xff: if it is a module's, the rack has to say its \"map\""},
         {"a large text", std::string((1U << 20U) + 1, ' '), ": expected a text of at most 1 MiB"},
     };
@@ -596,7 +596,7 @@ TEST_F(dumps, a_mistake_is_said_with_its_line_and_what_stands_there)
 
 TEST_F(dumps, pages_may_come_as_files_of_their_own)
 {
-    const module_t module = named("qsfpdd-dr4");
+    const module_t module = plugged("qsfpdd-dr4");
     file("lower.bin", binary(block(module, 0)));
     file("p00.hex", output("xxd -p", block(module, 1)));
     file("p01.hex", output("hexdump -C", page(module, 1)));
@@ -608,7 +608,7 @@ TEST_F(dumps, pages_may_come_as_files_of_their_own)
         {"dump": "p02.hex", "page": "02"}, {"dump": "p10.hex", "page": "10"}, {"dump": "p11.bin", "page": "11"}]})")
                   .blocks,
               module.blocks);
-    const module_t sfp = named("sfp-10g-sr");
+    const module_t sfp = plugged("sfp-10g-sr");
     file("a0.hex", output("xxd", window(sfp)));
     file("a2.bin", binary(diagnostics(sfp)));
     EXPECT_EQ(module_from(R"({"dump": [{"dump": "a2.bin", "page": "A2"}, {"dump": "a0.hex"}]})").blocks, sfp.blocks);
@@ -616,7 +616,7 @@ TEST_F(dumps, pages_may_come_as_files_of_their_own)
 
 TEST_F(dumps, of_several_files_mistakes_name_the_one)
 {
-    const module_t module = named("qsfp28-sr4");
+    const module_t module = plugged("qsfp28-sr4");
     file("whole.bin", binary(whole(module)));
     file("window.hex", i2cdump_rows(window(module, 3)));
     file("other.hex", ethtool_rows(bytes_t(128, 1), 0x80));
@@ -647,27 +647,27 @@ TEST_F(dumps, of_several_files_mistakes_name_the_one)
 
 TEST_F(dumps, a_rack_may_say_that_a_module_is_less_than_it_advertises)
 {
-    const module_t qsfp = named("qsfp28-sr4");
+    const module_t qsfp = plugged("qsfp28-sr4");
     file("my.bin", binary(window(qsfp)));
     const module_t flat_qsfp = module_from(R"({"dump": "my.bin", "flat": true})");
     EXPECT_EQ(flat_qsfp.blocks.size(), 2U);
     EXPECT_EQ(flat_qsfp.byte(2), qsfp.byte(2) | 0x04U);
-    file("my.bin", binary(window(named("sfp-10g-sr"))));
+    file("my.bin", binary(window(plugged("sfp-10g-sr"))));
     EXPECT_EQ(module_from(R"({"dump": "my.bin", "calibration": "none"})").blocks.size(), 2U);
-    file("my.bin", binary(flat(named("prototype"), 0x03)));
-    EXPECT_EQ(module_from(R"({"dump": "my.bin", "map": "qsfp"})").blocks, named("prototype").blocks);
+    file("my.bin", binary(flat(plugged("prototype"), 0x03)));
+    EXPECT_EQ(module_from(R"({"dump": "my.bin", "map": "qsfp"})").blocks, plugged("prototype").blocks);
 }
 
 TEST_F(dumps, identifier_0x0b_is_an_sfp)
 {
-    module_t module = named("sfp-10g-sr");
+    module_t module = plugged("sfp-10g-sr");
     module.set_byte(0, 0x0b);
     expect_module(binary(whole(module)), module);
 }
 
 TEST_F(dumps, half_of_the_other_device_follows_where_a_router_prints_256_bytes)
 {
-    const module_t module = named("sfp-10g-sr");
+    const module_t module = plugged("sfp-10g-sr");
     std::string text = "  eeprom-checksum: good\n";
     const bytes_t bytes = block(module, 0) + block(module, 2);
     for (unsigned at = 0; at < bytes.size(); at += 16) {
@@ -685,7 +685,7 @@ TEST_F(dumps, half_of_the_other_device_follows_where_a_router_prints_256_bytes)
 
 TEST_F(dumps, text_after_16_bytes_and_one_blank_is_text_even_where_it_looks_like_bytes)
 {
-    const module_t module = named("qsfp28-sr4");
+    const module_t module = plugged("qsfp28-sr4");
     const bytes_t bytes = whole(module);
     std::string text;
     for (unsigned at = 0; at < bytes.size(); ++at)
@@ -696,7 +696,7 @@ TEST_F(dumps, text_after_16_bytes_and_one_blank_is_text_even_where_it_looks_like
 
 TEST_F(dumps, a_page_that_only_repeats_page_0_is_not_there)
 {
-    module_t module = named("qsfp28-sr4");
+    module_t module = plugged("qsfp28-sr4");
     module.blocks.erase(4);
     file("my.bin", binary(flat(module, 0x03)));
     EXPECT_EQ(module_from(R"({"dump": "my.bin"})").blocks, module.blocks);
@@ -704,7 +704,7 @@ TEST_F(dumps, a_page_that_only_repeats_page_0_is_not_there)
 
 TEST_F(dumps, a_captured_module_expands_to_itself)
 {
-    file("my.bin", binary(whole(named("qsfpdd-dr4"))));
+    file("my.bin", binary(whole(plugged("qsfpdd-dr4"))));
     const rack_t rack = load_rack(file("my.json", rack_with(R"("i2c": {"cages": [{"dump": "my.bin"}]})")));
     EXPECT_TRUE(rack.accelerators.at(0).i2c.cages.at(0).module->captured);
     EXPECT_EQ(parse_rack(expand(rack), "expanded.json").accelerators.at(0).i2c, rack.accelerators.at(0).i2c);
@@ -724,7 +724,7 @@ TEST_F(dumps, every_truncation_is_a_module_or_a_mistake_and_nothing_worse)
 
 TEST_F(dumps, new_makes_a_rack_with_the_module_in_the_first_cage)
 {
-    const module_t module = named("qsfpdd-dr4");
+    const module_t module = plugged("qsfpdd-dr4");
     file("my.hex", ethtool(module));
     const run_t made = run_program(IVRA_VIRTUAL_COMMAND, {"new", "--dump", folder / "my.hex", "bittware_xupp3r"});
     EXPECT_EQ(made.err, "");

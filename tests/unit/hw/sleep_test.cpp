@@ -10,11 +10,11 @@
 namespace ivra::hw {
 namespace {
 
-volatile std::sig_atomic_t signals = 0;
+volatile std::sig_atomic_t alarms = 0;
 
 void count_signal(int)
 {
-    signals = signals + 1;
+    alarms = alarms + 1;
 }
 
 TEST(sleep, is_resumed_after_a_signal_for_the_time_that_remains)
@@ -41,7 +41,7 @@ TEST(sleep, is_resumed_after_a_signal_for_the_time_that_remains)
     ASSERT_EQ(::sigaction(SIGALRM, &before, nullptr), 0);
     EXPECT_GE(slept, 30ms);
     EXPECT_LT(slept, 10s) << "resumed, not begun anew";
-    EXPECT_GT(signals, 0);
+    EXPECT_GT(alarms, 0);
 }
 
 } // namespace

@@ -85,13 +85,13 @@ TEST(waiting_notice, is_not_given_before_its_time)
     EXPECT_EQ(run.err, "");
 }
 
-volatile std::sig_atomic_t signals = 0;
+volatile std::sig_atomic_t urgent_signals = 0;
 
 TEST(waiting_notice, leaves_nothing_behind)
 {
     const tests::run_t run = tests::run_in_child(
         [] {
-            std::signal(SIGURG, [](int) { signals = signals + 1; });
+            std::signal(SIGURG, [](int) { urgent_signals = urgent_signals + 1; });
             sigset_t urgent;
             sigset_t after;
             ::sigemptyset(&urgent);
@@ -108,9 +108,9 @@ TEST(waiting_notice, leaves_nothing_behind)
                 const waiting_notice notice{10ms};
             }
             ::usleep(30000); // its timer would have come now
-            std::cout << "signals: " << signals;
+            std::cout << "signals: " << urgent_signals;
             std::raise(SIGURG);
-            std::cout << ", then " << signals;
+            std::cout << ", then " << urgent_signals;
         },
         on_a_terminal);
     EXPECT_EQ(run.out, "held as before: 1\nsignals: 0, then 1");

@@ -163,10 +163,10 @@ TEST(ipmi_sensor, that_gives_no_number_by_the_standard_is_unsupported)
 {
     const auto state = [](const sensor_reply_t& reply) { return decode(reply).reading.state; };
     EXPECT_EQ(state(threshold_sensor()), state_t::unavailable) << "until it is read";
-    for (const unsigned reading_type : {0x00, 0x02, 0x03, 0x6F, 0xFF})
+    for (const unsigned reading_type : {0x00U, 0x02U, 0x03U, 0x6FU, 0xFFU})
         EXPECT_EQ(state(threshold_sensor().set(13, reading_type)), state_t::unsupported) << reading_type;
     EXPECT_EQ(state(threshold_sensor().set(20, 0xC0)), state_t::unsupported) << "format 3";
-    for (const unsigned linearisation : {12, 0x6F, 0x70, 0x71, 0x7F, 0xF0})
+    for (const unsigned linearisation : {12U, 0x6FU, 0x70U, 0x71U, 0x7FU, 0xF0U})
         EXPECT_EQ(state(threshold_sensor().set(23, linearisation)), state_t::unsupported) << linearisation;
     EXPECT_EQ(state(threshold_sensor().set(6, 0x01)), state_t::unsupported) << "it is at another LUN";
     EXPECT_EQ(state(threshold_sensor().set(6, 0xF0)), state_t::unavailable) << "a channel, and LUN 0";

@@ -75,21 +75,21 @@ TEST(field, is_not_decoded_beyond_what_was_read)
     EXPECT_THROW(decode(sff_8636::vcc, sff_8636::channel_monitors, bytes), std::out_of_range) << "before the block";
 }
 
-std::string text_of(const std::string& bytes)
+std::string decoded_text(const std::string& bytes)
 {
     return decode_text(std::vector<std::uint8_t>(bytes.begin(), bytes.end()));
 }
 
 TEST(text, ends_at_a_nul_or_before_the_spaces_at_its_end)
 {
-    EXPECT_EQ(text_of("SAMPLE CO       "), "SAMPLE CO");
-    EXPECT_EQ(text_of("ABCDEFGHIJKLMNOP"), "ABCDEFGHIJKLMNOP") << "all 16 characters";
-    EXPECT_EQ(text_of(std::string{"ABCD\0EFG        ", 16}), "ABCD");
-    EXPECT_EQ(text_of(std::string{"AB  \0EFG        ", 16}), "AB");
-    EXPECT_EQ(text_of(std::string(16, ' ')), "");
-    EXPECT_EQ(text_of(std::string(16, '\0')), "");
-    EXPECT_EQ(text_of("  AB\t            "), "  AB\t") << "spaces before it and other white space stay";
-    EXPECT_EQ(text_of("\xFF\xFE"), "\xFF\xFE");
+    EXPECT_EQ(decoded_text("SAMPLE CO       "), "SAMPLE CO");
+    EXPECT_EQ(decoded_text("ABCDEFGHIJKLMNOP"), "ABCDEFGHIJKLMNOP") << "all 16 characters";
+    EXPECT_EQ(decoded_text(std::string{"ABCD\0EFG        ", 16}), "ABCD");
+    EXPECT_EQ(decoded_text(std::string{"AB  \0EFG        ", 16}), "AB");
+    EXPECT_EQ(decoded_text(std::string(16, ' ')), "");
+    EXPECT_EQ(decoded_text(std::string(16, '\0')), "");
+    EXPECT_EQ(decoded_text("  AB\t            "), "  AB\t") << "spaces before it and other white space stay";
+    EXPECT_EQ(decoded_text("\xFF\xFE"), "\xFF\xFE");
 }
 
 TEST(sfp, diagnostics_are_temperature_voltage_bias_and_both_powers)

@@ -49,11 +49,6 @@ std::string framed(std::string_view message)
     return frame + static_cast<char>(stop_byte);
 }
 
-char byte(std::size_t value)
-{
-    return static_cast<char>(value & 0xffU);
-}
-
 std::string_view text_of(std::span<const std::uint8_t> bytes)
 {
     static_assert(sizeof(char) == 1);

@@ -19,7 +19,7 @@ namespace codec = json::codec;
 // ---- words ----
 
 // Source: IPMI 2.0 tables 43-1 (full sensor record) and 43-15 (units).
-constexpr code_name_t units[] = {
+constexpr code_name_t unit_codes[] = {
     {"unspecified", 0}, {"degrees C", 1}, {"degrees F", 2}, {"K", 3},    {"V", 4},
     {"A", 5},           {"W", 6},         {"J", 7},         {"RPM", 18}, {"Hz", 19},
 };
@@ -35,7 +35,7 @@ constexpr code_name_t linearisations[] = {
 
 constexpr codec::names<std::uint8_t> boot_image{boot_images, "", 8, true};
 constexpr codec::names<std::uint8_t> configuration{configurations, "", 8, true};
-constexpr codec::names<std::uint8_t> unit_word{units, "a unit", 8};
+constexpr codec::names<std::uint8_t> unit_word{unit_codes, "a unit", 8};
 constexpr codec::names<std::uint8_t> format_word{formats, "how raw readings are coded"};
 constexpr codec::names<std::uint8_t> modifier{modifiers, "how the second unit joins the first"};
 constexpr codec::names<std::uint8_t> rate{rates, "the time that a rate is about"};
@@ -91,11 +91,6 @@ struct file_codec
 constexpr file_codec fru_file{"a file with the FRU's bytes", largest_fru};
 
 // ---- bytes ----
-
-char byte(unsigned value)
-{
-    return static_cast<char>(value & 0xffU);
-}
 
 /// Appends what makes the sum of all bytes 0.
 void add_checksum(std::string& bytes)

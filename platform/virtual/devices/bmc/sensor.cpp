@@ -77,7 +77,7 @@ int signed_bits(unsigned value, unsigned bits)
 }
 
 /// M or B: eight bits, and two more at the top of the next byte.
-int factor(std::string_view record, std::size_t place)
+int factor_at(std::string_view record, std::size_t place)
 {
     return signed_bits(at(record, place) | (at(record, place + 1) & 0xc0U) << 2U, 10);
 }
@@ -225,8 +225,8 @@ bmc_sensor_t sensor_of(std::string bytes)
     sensor.unit = at(record, units_at + 1);
     sensor.modifier_unit = at(record, units_at + 2);
     sensor.linearisation = at(record, units_at + 3);
-    sensor.m = factor(record, m_at);
-    sensor.b = factor(record, b_at);
+    sensor.m = factor_at(record, m_at);
+    sensor.b = factor_at(record, b_at);
     sensor.r_exp = signed_bits(at(record, exponents_at) >> 4U, 4);
     sensor.b_exp = signed_bits(at(record, exponents_at) & 0xfU, 4);
     sensor.available = (at(record, characteristics_at) & 1U) != 0;

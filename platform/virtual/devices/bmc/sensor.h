@@ -54,6 +54,12 @@ struct bmc_sensor_t
     bool operator==(const bmc_sensor_t&) const = default;
 };
 
+/// The lowest 8 bits, as a byte of a message.
+inline char byte(std::size_t value)
+{
+    return static_cast<char>(value & 0xffU);
+}
+
 /// What a record says, as a sensor of this record. Its reading is the nominal one of the record, if that has one.
 bmc_sensor_t sensor_of(std::string record);
 

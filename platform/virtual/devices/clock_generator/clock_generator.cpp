@@ -62,7 +62,7 @@ constexpr unsigned reference_megahertz = 40;
 
 struct output_row_t
 {
-    unsigned configuration; ///< bit 0 power down, bit 1 enable, bit 2 divide by 2; three further on: which N divider
+    unsigned config; ///< bit 0 power down, bit 1 enable, bit 2 divide by 2; three further on: which N divider
     unsigned r_divider;
 };
 constexpr output_row_t output_rows[clock_outputs] = {
@@ -264,12 +264,12 @@ std::uint64_t clock_generator::number(unsigned address, unsigned bytes) const
 
 std::string clock_generator::output_text(std::size_t output) const
 {
-    const auto& [configuration, r_divider] = output_rows[output];
+    const auto& [config, r_divider] = output_rows[output];
     constexpr unsigned power_down = 1;
     constexpr unsigned enable = 2;
     constexpr unsigned divide_by_2 = 4;
-    const unsigned n = reg(configuration + 3) & 7U;
-    if ((reg(configuration) & power_down) != 0 || (reg(configuration) & enable) == 0)
+    const unsigned n = reg(config + 3) & 7U;
+    if ((reg(config) & power_down) != 0 || (reg(config) & enable) == 0)
         return "off";
     if ((reg(n_routed) >> n & 1U) == 0 || (reg(n_powered) >> n & 1U) == 0)
         return "off, as N" + std::to_string(n) + " is";
@@ -277,7 +277,7 @@ std::string clock_generator::output_text(std::size_t output) const
     const std::uint64_t n_denominator = number(n_dividers + n_stride * n + numerator_bytes, denominator_bytes);
     const std::uint64_t f_numerator = number(vco_numerator, numerator_bytes) & mask_of_44_bits;
     const std::uint64_t f_denominator = number(vco_denominator, denominator_bytes);
-    const std::uint64_t r = (reg(configuration) & divide_by_2) != 0 ? 2 : 2 * (number(r_divider, r_bytes) + 1);
+    const std::uint64_t r = (reg(config) & divide_by_2) != 0 ? 2 : 2 * (number(r_divider, r_bytes) + 1);
     const unsigned shift = reg(reference_shift) & 3U;
     if (n_numerator == 0 || f_denominator == 0)
         return "off, as a divider is 0";

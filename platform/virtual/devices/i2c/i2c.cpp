@@ -167,7 +167,7 @@ private:
 
     mapped_file& file_;
     std::uint64_t place_;
-    clock_generator clock_;
+    class clock_generator clock_; // not the kind of that name
 };
 
 /// The module in a cage, when it has something at an address.

@@ -22,14 +22,14 @@ struct advertised_t
 };
 
 constexpr const char* always = "which every module has";
-constexpr const char* measures =
+constexpr const char* says_that_it_measures =
     R"(as byte 92 says that the module measures ("calibration": "none" beside the dump says otherwise))";
 constexpr const char* has_pages =
     R"(as byte 2 says that there are pages ("flat": true beside the dump says otherwise))";
 
 // clang-format off
 constexpr advertised_t advertised[] = { // SFF-8472, table 8-5; SFF-8636, table 6-3; CMIS, table 8-5
-    {memory_map_t::sfp,  92, 0x44, 0x40, 2,        "A2h",      measures},
+    {memory_map_t::sfp,  92, 0x44, 0x40, 2,        "A2h",      says_that_it_measures},
     {memory_map_t::qsfp, 0,  0x00, 0x00, 1,        "page 00h", always},
     {memory_map_t::qsfp, 2,  0x04, 0x00, 1 + 0x03, "page 03h", has_pages},
     {memory_map_t::cmis, 0,  0x00, 0x00, 1,        "page 00h", always},

@@ -40,7 +40,6 @@ struct checksum_t
     std::size_t first, last, place;
 };
 
-constexpr std::size_t lane_page = 0x11;
 constexpr std::size_t advertising_page = 0x01;
 constexpr std::size_t threshold_page = 0x02;
 constexpr std::size_t qsfp_threshold_page = 0x03;

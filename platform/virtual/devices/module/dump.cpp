@@ -11,10 +11,8 @@ namespace ivra::virtual_platform {
 
 namespace {
 
-constexpr unsigned window = 256;                                      // bytes that a module shows at once
 constexpr unsigned largest_memory = block_size * (1 + UINT8_MAX + 1); // a lower page and 256 upper ones
-constexpr std::size_t largest_text = 1U << 20U;
-constexpr std::size_t usual_width = 16;
+constexpr std::size_t largest_dump = 1U << 20U;
 
 /// A byte of a dump, and where it stands.
 struct cell_t
@@ -55,7 +53,7 @@ int base_of(const std::vector<dump_row_t>& rows)
         if (first && second && *second == *first + rows.front().bytes.size())
             return base;
     }
-    expected(rows.front().line, "addresses of which two in a row tell their base, not " + quoted(rows.front().text) +
+    expected(rows.front().line, "addresses of which two in a row tell their base, not " + in_quotes(rows.front().text) +
                                     ": make the dump with hexdump -C, xxd or od -A x -t x1");
 }
 
@@ -63,7 +61,7 @@ unsigned address_of(const dump_row_t& row, int base)
 {
     const auto address = number_of(row.address, base);
     if (!address || *address > largest_memory)
-        expected(row.line, "an address of at most 0x" + hex(largest_memory) + ", not " + quoted(row.address));
+        expected(row.line, "an address of at most 0x" + hex(largest_memory) + ", not " + in_quotes(row.address));
     return *address;
 }
 
@@ -71,7 +69,7 @@ unsigned address_of(const dump_row_t& row, int base)
 [[noreturn]] void misplaced(const dump_row_t& row, unsigned next, unsigned address)
 {
     if (row.noise)
-        expected(row.noise->line, "bytes of " + address_text(next) + ", not " + quoted(row.noise->text));
+        expected(row.noise->line, "bytes of " + address_text(next) + ", not " + in_quotes(row.noise->text));
     const std::string hint =
         address < next ? ": a heading, or a file of its own, would have to say which page it is" : "";
     expected(row.line, address_text(next) + ", not 0x" + hex(address) + hint);
@@ -113,7 +111,7 @@ std::vector<cell_t> cells_with_addresses(const dump_block_t& block)
         for (std::size_t byte = 0; byte < before.size(); ++byte)
             cells.push_back({address + static_cast<unsigned>(byte), before[byte], row.line});
         if (before.empty() && at + 1 != rows.size())
-            expected(row.line, "bytes after the address, not " + quoted(row.text));
+            expected(row.line, "bytes after the address, not " + in_quotes(row.text));
     }
     return cells;
 }
@@ -124,7 +122,7 @@ std::vector<cell_t> cells_without_addresses(const dump_block_t& block)
     std::vector<cell_t> cells;
     for (const dump_row_t& row : block.rows) {
         if (row.noise && !cells.empty())
-            expected(row.noise->line, "bytes, not " + quoted(row.noise->text));
+            expected(row.noise->line, "bytes, not " + in_quotes(row.noise->text));
         if (row.bytes.size() > largest_memory - cells.size())
             expected(row.line, "no more than 0x" + hex(largest_memory) + " bytes");
         for (const std::uint8_t byte : row.bytes)
@@ -138,10 +136,10 @@ std::vector<cell_t> cells_of(const dump_block_t& block)
     const dump_row_t& first = block.rows.front();
     std::vector<cell_t> cells = first.address.empty() ? cells_without_addresses(block) : cells_with_addresses(block);
     if (cells.empty())
-        expected(first.line, "bytes after the address, not " + quoted(first.text));
+        expected(first.line, "bytes after the address, not " + in_quotes(first.text));
     if (block.noise && cells.size() % block_size != 0)
         expected(block.noise->line,
-                 "bytes of " + address_text(cells.back().address + 1) + ", not " + quoted(block.noise->text));
+                 "bytes of " + address_text(cells.back().address + 1) + ", not " + in_quotes(block.noise->text));
     return cells;
 }
 
@@ -376,7 +374,7 @@ dump_t read_dump(std::string_view file, const dump_hint_t& hint)
         pages.place({}, cells);
         return pages.end(0);
     }
-    if (file.size() > largest_text)
+    if (file.size() > largest_dump)
         expected(0, "a text of at most 1 MiB");
     constexpr std::string_view byte_order_mark = "\xef\xbb\xbf";
     if (file.starts_with(byte_order_mark))

@@ -16,6 +16,7 @@ namespace ivra::virtual_platform {
 
 inline constexpr std::uint8_t module_device = 0x50;
 inline constexpr std::uint8_t diagnostics_device = 0x51; ///< the other half of an SFP
+inline constexpr unsigned window = 256;                  ///< bytes that a module shows at once
 
 /// Where 128 bytes of a module lie.
 struct dump_place_t

@@ -10,7 +10,6 @@ namespace ivra::virtual_platform {
 
 namespace {
 
-constexpr std::size_t usual_width = 16; // bytes of a line
 constexpr std::string_view hexadecimal_digits = "0123456789abcdefABCDEF";
 
 /// Texts of which a line is refused, and what is wrong with it.
@@ -168,7 +167,7 @@ std::optional<dump_row_t> read_row(std::string_view text, std::size_t line)
         if (!is_hex || !is_sure) {
             if (has_address && row.bytes.size() >= usual_width) // it is text
                 break;
-            throw dump_error{line, "expected two hexadecimal digits, not " + quoted(word.text) +
+            throw dump_error{line, "expected two hexadecimal digits, not " + in_quotes(word.text) +
                                        (is_hex && digits.size() > 2
                                             ? ", as other groups may be swapped or no bytes: make the dump with "
                                               "hexdump -C, xxd or od -A x -t x1"
@@ -197,7 +196,7 @@ std::uint8_t read_device(std::string_view word, std::size_t line)
 {
     const unsigned device = number_of(word, 10).value_or(0);
     if (device != module_device && device != diagnostics_device)
-        throw dump_error{line, "expected a module's address, 0x50 or 0x51, not " + quoted(word)};
+        throw dump_error{line, "expected a module's address, 0x50 or 0x51, not " + in_quotes(word)};
     return static_cast<std::uint8_t>(device);
 }
 
@@ -205,7 +204,7 @@ std::uint8_t read_byte(std::string_view word, std::size_t line)
 {
     const auto number = number_of(word, 10);
     if (number.value_or(UINT8_MAX + 1U) > UINT8_MAX)
-        throw dump_error{line, "expected a number of a page, a bank or a byte, not " + quoted(word)};
+        throw dump_error{line, "expected a number of a page, a bank or a byte, not " + in_quotes(word)};
     return static_cast<std::uint8_t>(*number);
 }
 
@@ -273,7 +272,7 @@ dump_label_t read_ethtool(const std::vector<word_t>& words, std::size_t line)
         else if (name == "length")
             length = number_of(value, 10);
     }
-    constexpr unsigned window = 256; // beyond it only older programs go, which print one flat block
+    // Beyond a window only older programs go, which print one flat block.
     if (!is_window && !(length && offset.value_or(0) < window && *length <= window - offset.value_or(0)))
         return {};
     label.device = label.device.value_or(module_device);
@@ -297,7 +296,7 @@ dump_label_t read_i2cdump(const std::vector<word_t>& words, std::size_t line)
     if (arguments.size() > 1)
         label.device = read_device(arguments[1], line);
     if (arguments.size() > 2 && (arguments[2] == "w" || arguments[2] == "s"))
-        throw dump_error{line, "expected another mode of i2cdump than " + quoted(arguments[2]) +
+        throw dump_error{line, "expected another mode of i2cdump than " + in_quotes(arguments[2]) +
                                    ", in which bytes overlap or are missing: make the dump with mode b"};
     return label;
 }
@@ -380,7 +379,7 @@ public:
         begin({});
         if (blocks_.empty() && first_noise_)
             throw dump_error{first_noise_->line, "expected bytes of a module's memory, not " +
-                                                     quoted(first_noise_->text) +
+                                                     in_quotes(first_noise_->text) +
                                                      ": make a dump with \"ethtool -m DEVICE hex on\" or hexdump -C"};
         if (blocks_.empty())
             throw dump_error{0, "expected a dump of a module's memory, but there is no byte in it"};
@@ -405,8 +404,8 @@ private:
     void check_port(const std::string& port, std::size_t line)
     {
         if (!port_.empty() && port != port_)
-            throw dump_error{line, "expected one module, but that of " + quoted(port) + " comes after that of " +
-                                       quoted(port_) + ": make a dump of one port with -p"};
+            throw dump_error{line, "expected one module, but that of " + in_quotes(port) + " comes after that of " +
+                                       in_quotes(port_) + ": make a dump of one port with -p"};
         port_ = port;
     }
 
@@ -419,13 +418,13 @@ private:
             for (std::string_view digits = row.address; digits.size() > 1; digits.remove_prefix(2))
                 row.bytes.push_back(static_cast<std::uint8_t>(*number_of(digits.substr(0, 2), 16)));
             if (row.address.size() % 2 != 0)
-                throw dump_error{row.line, "expected pairs of hexadecimal digits, not " + quoted(row.text)};
+                throw dump_error{row.line, "expected pairs of hexadecimal digits, not " + in_quotes(row.text)};
             row.address.clear();
         }
         if (!is_first && has_addresses == row.address.empty())
             throw dump_error{row.line, std::string{has_addresses ? "expected an address before the bytes, not "
                                                                  : "expected bytes without an address, not "} +
-                                           quoted(row.text)};
+                                           in_quotes(row.text)};
         row.repeats = block_.star != 0;
         row.noise = std::exchange(block_.noise, {});
         block_.star = 0;
@@ -451,7 +450,7 @@ std::optional<unsigned> number_of(std::string_view text, int base)
     return error == std::errc{} && end == text.data() + text.size() ? std::optional{value} : std::nullopt;
 }
 
-std::string quoted(std::string_view text)
+std::string in_quotes(std::string_view text)
 {
     constexpr std::size_t longest = 40;
     text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));

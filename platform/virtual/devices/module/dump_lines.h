@@ -12,6 +12,8 @@
 
 namespace ivra::virtual_platform {
 
+inline constexpr std::size_t usual_width = 16; ///< bytes of a line
+
 /// A line that is none of a dump.
 struct dump_noise_t
 {
@@ -46,7 +48,7 @@ struct dump_block_t
 std::optional<unsigned> number_of(std::string_view text, int base);
 
 /// A text of the dump as mistakes quote it.
-std::string quoted(std::string_view text);
+std::string in_quotes(std::string_view text);
 
 /// Sorts out the lines of a dump. There is at least one block, and each has rows. Throws dump_error.
 std::vector<dump_block_t> dump_blocks(std::string_view text);

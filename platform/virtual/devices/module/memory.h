@@ -19,6 +19,8 @@ enum class memory_map_t
 inline constexpr std::size_t block_size = 128;
 using block_t = std::array<std::uint8_t, block_size>;
 
+inline constexpr std::size_t lane_page = 0x11; ///< of CMIS: lanes, their states and monitors
+
 /// The map that modules of an identifier (SFF-8024, table 4-1) have; nothing when it has none that is known here.
 std::optional<memory_map_t> map_of(std::uint8_t identifier);
 

@@ -63,8 +63,6 @@ constexpr std::uint8_t cmis_low_power_by_pin = 0x40;
 constexpr std::uint8_t cmis_data_path_deactivated = 0x11; // of two lanes
 constexpr std::uint8_t cmis_data_path_activated = 0x44;
 
-constexpr std::size_t lane_page = 0x11;
-
 bool is_flat(const module_t& module)
 {
     constexpr std::uint8_t qsfp_flat = 0x04;
