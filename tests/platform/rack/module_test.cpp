@@ -297,6 +297,57 @@ TEST(modules, can_have_limits_that_are_equal_or_no_warnings_where_the_map_allows
                 ElementsAre(0x8d, 0xcc, 0x74, 0x04, 0, 0, 0, 0));
 }
 
+TEST(modules, of_the_showcase_are_within_their_limits_but_for_the_one_without_light)
+{
+    // Reading, lanes, limits; of lanes that CMIS says are not there (page 00h, byte 210) the reading is 0.
+    struct row_t
+    {
+        memory_map_t map;
+        unsigned block;
+        std::size_t at, lanes;
+        unsigned limits_block;
+        std::size_t limits;
+        bool is_signed;
+    };
+    using enum memory_map_t;
+    const row_t rows[] = {
+        {sfp, 2, 96, 1, 2, 0, true},       {sfp, 2, 98, 1, 2, 8, false},      {sfp, 2, 100, 1, 2, 16, false},
+        {sfp, 2, 102, 1, 2, 24, false},    {sfp, 2, 104, 1, 2, 32, false},    {qsfp, 0, 22, 1, 4, 128, true},
+        {qsfp, 0, 26, 1, 4, 144, false},   {qsfp, 0, 34, 4, 4, 176, false},   {qsfp, 0, 42, 4, 4, 184, false},
+        {qsfp, 0, 50, 4, 4, 192, false},   {cmis, 0, 14, 1, 3, 128, true},    {cmis, 0, 16, 1, 3, 136, false},
+        {cmis, 18, 154, 8, 3, 176, false}, {cmis, 18, 170, 8, 3, 184, false}, {cmis, 18, 186, 8, 3, 192, false},
+    };
+    std::vector<std::string> beyond;
+    std::size_t compared = 0;
+    for (const accelerator_t& accelerator : load_rack(IVRA_RACKS "/showcase.json").accelerators)
+        for (std::size_t cage = 0; cage < accelerator.i2c.cages.size(); ++cage) {
+            const auto& module = accelerator.i2c.cages[cage].module;
+            for (const row_t& row : rows) {
+                if (!module || module->map != row.map || !module->has_block(row.limits_block))
+                    continue;
+                const auto word = [&](unsigned block, std::size_t at) {
+                    const int raw = static_cast<int>(byte(*module, block, at) * 256 + byte(*module, block, at + 1));
+                    return row.is_signed && raw >= 0x8000 ? raw - 0x10000 : raw;
+                };
+                for (std::size_t lane = 0; lane < row.lanes; ++lane) {
+                    const int reading = word(row.block, row.at + 2 * lane);
+                    const bool is_there = row.lanes < 8 || (byte(*module, 1, 210) >> lane & 1U) == 0;
+                    if (!is_there) {
+                        EXPECT_EQ(reading, 0);
+                        continue;
+                    }
+                    ++compared;
+                    if (reading >= word(row.limits_block, row.limits + 4) ||
+                        reading <= word(row.limits_block, row.limits + 6))
+                        beyond.push_back(accelerator.name.value_or("") + " " + std::to_string(cage) + " " +
+                                         std::to_string(row.at));
+                }
+            }
+        }
+    EXPECT_THAT(beyond, ElementsAre("virtual-xupp3r 4 104")) << "receive power of sfp-dark-receiver";
+    EXPECT_GE(compared, 60U);
+}
+
 TEST(modules, a_value_becomes_the_nearest_raw_one)
 {
     const auto vcc = [](const std::string& value) {
