@@ -23,7 +23,8 @@ constexpr auto write_timeout = std::chrono::duration<unsigned, std::milli>{100};
 constexpr auto read_pause = 1ms; // between two looks at the UART; a BMC takes some milliseconds
 constexpr unsigned read_attempts = 100;
 
-constexpr auto quiet = 110ms; // longer than a BMC may take to answer
+constexpr auto quiet = 110ms;        // longer than a BMC may take to answer
+constexpr auto answer_pause = 250us; // as read_pause, where a walk over many sensors adds them up
 constexpr auto longest_read = 2s;
 
 constexpr auto no_answer = "Cannot find IPMI transaction in response";
@@ -96,10 +97,10 @@ std::vector<std::uint8_t> recv_data(v6::uart::uart& uart, remarks_t& remarks)
     throw std::runtime_error{no_answer};
 }
 
-/// Reads until `take`, which gets what was read, returns true, or until nothing has come for some time; returns whether
-/// it did.
+/// Reads, with pauses, until `take`, which gets what was read, returns true, or until nothing has come for some time;
+/// returns whether it did.
 template <class Take>
-bool read_until(v6::uart::uart& uart, Take take)
+bool read_until(v6::uart::uart& uart, std::chrono::nanoseconds pause, Take take)
 {
     using clock = std::chrono::steady_clock;
     frame_decoder::buffer_t buffer{};
@@ -116,7 +117,7 @@ bool read_until(v6::uart::uart& uart, Take take)
             return false;
         if (last_byte - begin >= longest_read)
             throw std::runtime_error{"Bytes from the BMC do not end"};
-        hw::sleep(read_pause);
+        hw::sleep(pause);
     }
 }
 
@@ -221,7 +222,7 @@ ipmi_response_t exchange_strictly(v6::uart::uart& uart, std::uint8_t netfn, std:
     const auto ends_in = [&](std::span<const std::uint8_t> bytes) {
         return std::any_of(bytes.begin(), bytes.end(), [&](std::uint8_t byte) { return decoder.feed(byte); });
     };
-    if (!read_until(uart, ends_in))
+    if (!read_until(uart, answer_pause, ends_in))
         throw std::runtime_error{no_answer};
     return decode_response(decoder.message(), netfn, cmd);
 }
@@ -229,7 +230,7 @@ ipmi_response_t exchange_strictly(v6::uart::uart& uart, std::uint8_t netfn, std:
 std::size_t drain(v6::uart::uart& uart)
 {
     std::size_t drained = 0;
-    read_until(uart, [&](std::span<const std::uint8_t> bytes) {
+    read_until(uart, read_pause, [&](std::span<const std::uint8_t> bytes) {
         drained += bytes.size();
         return false;
     });

@@ -577,14 +577,14 @@ TEST(stretch, has_failed_when_bytes_go_on_for_2_s_after_a_failure)
 {
     const auto failed = [](std::size_t silent_reads) {
         std::vector<bytes_t> pieces(silent_reads);
-        pieces.resize(silent_reads + 5000, bytes_t{0x55});
+        pieces.resize(silent_reads + 20000, bytes_t{0x55});
         return said(pieces, request_in_stretch);
     };
     EXPECT_EQ(failed(111), request_written + "Bytes from the BMC do not end (and has failed)\n"
                                              "0 bytes drained\n4110 ms\n")
         << "an answer that does not end, and then the drain";
-    EXPECT_EQ(failed(222), request_written + "Cannot find IPMI transaction in response (and has failed)\n"
-                                             "0 bytes drained\n2220 ms\n")
+    EXPECT_EQ(failed(111 + 441), request_written + "Cannot find IPMI transaction in response (and has failed)\n"
+                                                   "0 bytes drained\n2220 ms\n")
         << "no answer, and then the drain";
 }
 
@@ -592,10 +592,10 @@ TEST(stretch, takes_an_answer_that_comes_slowly)
 {
     std::vector<bytes_t> pieces(111);
     for (const std::uint8_t byte : frame({0x14, 0, 0x2D, 0, 7})) {
-        pieces.resize(pieces.size() + 50);
+        pieces.resize(pieces.size() + 200); // 50 ms
         pieces.push_back({byte});
     }
-    EXPECT_EQ(said(pieces, request_in_stretch), request_written + "0 07\n0 bytes drained\n466 ms\n");
+    EXPECT_EQ(said(pieces, request_in_stretch), request_written + "0 07\n0 bytes drained\n461.5 ms\n");
 }
 
 TEST(stretch, takes_no_frame_that_the_standard_does_not_have)
