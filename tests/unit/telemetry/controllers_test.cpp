@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <csignal>
 #include <functional>
 #include <iostream>
 #include <sstream>
@@ -175,6 +176,22 @@ TEST(bmc_walk, says_how_many_bytes_it_dropped)
     });
     EXPECT_EQ(controller(rack), identity + first_sensor + second_sensor + third_sensor +
                                     "found: 17 bytes that answered nothing were dropped from the BMC's line\n");
+}
+
+TEST(bmc_walk, heals_what_a_walk_left_that_was_killed)
+{
+    for (int request = 1; request <= 3 + 2 + 3 * 2; ++request) {
+        bmc_rack_t rack;
+        rack.faults(R"({"call": "ivra_uart_write_all", "kill": "after", "nth": )" + std::to_string(request) + "}");
+        const tests::run_t killed = rack.in_child([] {
+            board::board b{hw::enumerate_accelerators().at(0)};
+            read_controller(b, never);
+        });
+        EXPECT_EQ(killed.status, 128 + SIGKILL);
+        rack.environment("IVRA_VIRTUAL_FAULTS");
+        const std::string said = controller(rack);
+        EXPECT_TRUE(said.starts_with(identity + first_sensor + second_sensor + third_sensor + "found: ")) << said;
+    }
 }
 
 TEST(bmc_walk, loses_one_item_to_one_failure)
