@@ -319,6 +319,20 @@ TEST(module_decoder, gives_quantities_in_base_units)
     EXPECT_EQ(module.lanes.at(0).tx_bias.limits.authority, authority_t::module);
 }
 
+TEST(module_decoder, fails_a_module_that_is_pulled_after_its_identifier_was_read)
+{
+    for (const image_t& image : {sfp, qsfp, qsfp_dd}) {
+        memory_t memory = image.read();
+        for (block_t& block : memory)
+            std::fill(block.bytes.begin(), block.bytes.end(), std::uint8_t{0xff});
+        const module_t module = decode_module(image.byte("", 0), memory);
+        EXPECT_EQ(identity_of(module), "-|-|-|-|-|-|-");
+        EXPECT_EQ(measurements_of(module), "failed: Its memory reads as all ones\n"
+                                           "temperature failed: Its memory reads as all ones\n"
+                                           "voltage failed: Its memory reads as all ones\n");
+    }
+}
+
 // ---- limits that make no sense ----
 
 TEST(module_limits, that_make_no_sense_are_dropped)
