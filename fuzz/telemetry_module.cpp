@@ -28,8 +28,8 @@ void require(bool condition)
 constexpr std::size_t page_size = 128;
 constexpr std::array<std::uint8_t, 6> pages{0x00, 0x01, 0x02, 0x03, 0x10, 0x11};
 
-/// The input: how long the module works and the page that is selected at first, then its lower page, the pages above
-/// and the lower half of 0x51, as far as it reaches; zeros stand for the rest.
+/// The input: how long the module works and the page that is selected at first, then its lower page and the pages
+/// above, as far as it reaches; zeros stand for the rest. Of an SFP page 00 is the lower half of 0x51.
 struct plugged_t
 {
     std::span<const std::uint8_t> memory;
@@ -53,7 +53,7 @@ struct plugged_t
     {
         if (device == 0x50 && reg == 127)
             return selected;
-        const std::size_t page = device == 0x51 ? 1 + pages.size() : reg < page_size ? 0 : 1 + index_of_selected();
+        const std::size_t page = device == 0x51 ? 1 : reg < page_size ? 0 : 1 + index_of_selected();
         const std::size_t at = page * page_size + reg % page_size;
         return at < memory.size() ? memory[at] : 0;
     }
