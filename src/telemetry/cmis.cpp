@@ -75,27 +75,20 @@ constexpr unsigned faulty = 5;
 constexpr unsigned activated = 4; // states of a data path
 constexpr unsigned initialised = 7;
 
-/// A byte; nothing when it was not read.
-std::optional<unsigned> get_byte(const memory_t& memory, const place_t& place)
-{
-    const found_t found = find(memory, place);
-    return found ? std::optional<unsigned>{found.bytes[0]} : std::nullopt;
-}
-
 bool has_pages(const memory_t& memory)
 {
-    return (get_byte(memory, memory_model).value_or(0) & is_flat) == 0;
+    return (find_byte(memory, memory_model).value_or(0) & is_flat) == 0;
 }
 
 unsigned get_state(const memory_t& memory)
 {
-    return get_byte(memory, module_state).value_or(0) >> 1 & 7;
+    return find_byte(memory, module_state).value_or(0) >> 1 & 7;
 }
 
 /// Bit n: lane n + 1. None when that is not known: a lane that may not be there is not judged.
 unsigned get_lanes(const memory_t& memory)
 {
-    return ~get_byte(memory, lanes_missing).value_or(0xff) & 0xff;
+    return ~find_byte(memory, lanes_missing).value_or(0xff) & 0xff;
 }
 
 void add(std::vector<place_t>& places, const place_t& place)
@@ -120,14 +113,14 @@ std::vector<place_t> get_places(const memory_t& memory)
     std::vector<place_t> places{state};
     add(places, identity_bytes);
     places.push_back(lanes_missing);
-    if (!get_byte(memory, memory_model) || !has_pages(memory))
+    if (!find_byte(memory, memory_model) || !has_pages(memory))
         return places;
     if (get_state(memory) == faulty)
         places.push_back(fault_cause);
     places.push_back(bank);
     places.push_back(advertising);
-    const unsigned of_module = get_byte(memory, module_advertising).value_or(0);
-    const unsigned of_lanes = get_byte(memory, lane_advertising).value_or(0);
+    const unsigned of_module = find_byte(memory, module_advertising).value_or(0);
+    const unsigned of_lanes = find_byte(memory, lane_advertising).value_or(0);
     const unsigned lanes = get_lanes(memory);
     if ((of_module & (has_temperature | has_voltage)) != 0)
         places.push_back(module_monitors);
@@ -135,7 +128,7 @@ std::vector<place_t> get_places(const memory_t& memory)
         places.push_back(temperature.limits);
     if ((of_module & has_voltage) != 0)
         places.push_back(voltage.limits);
-    if (lanes == 0 || (of_lanes & has_lane_monitor) == 0 || get_byte(memory, bank) != 0U)
+    if (lanes == 0 || (of_lanes & has_lane_monitor) == 0 || find_byte(memory, bank) != 0U)
         return places;
     const struct
     {
@@ -201,9 +194,9 @@ std::optional<unsigned> get_path_state(const memory_t& memory, std::size_t lane)
 bool is_transmitting(const memory_t& memory, std::size_t lane)
 {
     constexpr unsigned first_with_outputs = 0x50;
-    const auto disabled = get_byte(memory, tx_disable);
-    const auto outputs = get_byte(memory, tx_output);
-    const bool tells_outputs = get_byte(memory, revision).value_or(0) >= first_with_outputs;
+    const auto disabled = find_byte(memory, tx_disable);
+    const auto outputs = find_byte(memory, tx_output);
+    const bool tells_outputs = find_byte(memory, revision).value_or(0) >= first_with_outputs;
     return get_path_state(memory, lane) == activated && disabled && (*disabled >> lane & 1) == 0 &&
            (!tells_outputs || (outputs && (*outputs >> lane & 1) != 0));
 }
@@ -245,7 +238,7 @@ void tell_fault(const memory_t& memory, module_t& module)
     constexpr const char* causes[] = {"it does not say why", "a runaway of its cooler", "its data memory",
                                       "its program memory",  "a transmitter",           "a receiver",
                                       "its temperature"};
-    const unsigned cause = get_byte(memory, fault_cause).value_or(0);
+    const unsigned cause = find_byte(memory, fault_cause).value_or(0);
     module.findings.push_back(std::string{"It reports a fault: "} + causes[cause < std::size(causes) ? cause : 0]);
 }
 

@@ -72,6 +72,12 @@ found_t find(const memory_t& memory, const place_t& place)
     return found;
 }
 
+std::optional<unsigned> find_byte(const memory_t& memory, const place_t& place)
+{
+    const found_t found = find(memory, place);
+    return found ? std::optional<unsigned>{found.bytes[0]} : std::nullopt;
+}
+
 void drop_repeated_pages(memory_t& memory)
 {
     std::bitset<256> seen;

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -51,6 +52,8 @@ struct found_t
 
 /// A transfer of nothing but ones comes from a dead bus, or a module that was pulled, and is an error.
 found_t find(const memory_t& memory, const place_t& place);
+/// The first byte of a place; nothing when it was not read.
+std::optional<unsigned> find_byte(const memory_t& memory, const place_t& place);
 
 /// Takes away pages that are page 00h once more: the module has not selected them, whatever its byte 127 said.
 void drop_repeated_pages(memory_t& memory);

@@ -64,13 +64,6 @@ constexpr unsigned needs_address_change = 0x04;
 constexpr unsigned tx_disable = 0xc0; // of the status: the pin, and software
 constexpr unsigned data_not_ready = 0x01;
 
-/// Bits of the diagnostics; nothing when they were not read.
-std::optional<unsigned> get_diagnostics(const memory_t& memory)
-{
-    const found_t found = find(memory, diagnostics);
-    return found ? std::optional<unsigned>{found.bytes[0]} : std::nullopt;
-}
-
 bool is_calibrated_once(unsigned bits)
 {
     return ((bits & is_internal) != 0) != ((bits & is_external) != 0);
@@ -79,7 +72,7 @@ bool is_calibrated_once(unsigned bits)
 std::vector<place_t> get_places(const memory_t& memory)
 {
     std::vector<place_t> places{names, serial};
-    const unsigned bits = get_diagnostics(memory).value_or(0);
+    const unsigned bits = find_byte(memory, diagnostics).value_or(0);
     if ((bits & is_implemented) == 0 || (bits & needs_address_change) != 0 || !is_calibrated_once(bits))
         return places;
     places.push_back(limits);
@@ -117,7 +110,7 @@ polynomial_t decode_polynomial(const std::vector<std::uint8_t>& bytes)
 reading_t decode_calibrated(const memory_t& memory, const monitor_t& monitor, const place_t& constants,
                             polynomial_t (*decode)(const std::vector<std::uint8_t>& bytes))
 {
-    if ((get_diagnostics(memory).value_or(0) & is_external) == 0)
+    if ((find_byte(memory, diagnostics).value_or(0) & is_external) == 0)
         return decode_monitor(memory, monitor);
     const found_t found = find(memory, constants);
     if (!found)

@@ -65,22 +65,15 @@ constexpr unsigned has_temperature = 0x20; // of the advertising
 constexpr unsigned has_voltage = 0x10;
 constexpr unsigned has_tx_power = 0x04;
 
-/// A byte; nothing when it was not read.
-std::optional<unsigned> get_byte(const memory_t& memory, const place_t& place)
-{
-    const found_t found = find(memory, place);
-    return found ? std::optional<unsigned>{found.bytes[0]} : std::nullopt;
-}
-
 bool has_pages(const memory_t& memory)
 {
-    return (get_byte(memory, status).value_or(0) & is_flat) == 0;
+    return (find_byte(memory, status).value_or(0) & is_flat) == 0;
 }
 
 std::vector<place_t> get_places(const memory_t& memory)
 {
     std::vector<place_t> places{state, module_monitors, channel_monitors, controls, channels, names, serial};
-    if (get_byte(memory, status) && has_pages(memory)) {
+    if (find_byte(memory, status) && has_pages(memory)) {
         places.push_back(module_limits);
         places.push_back(channel_limits);
     }
@@ -90,7 +83,7 @@ std::vector<place_t> get_places(const memory_t& memory)
 bool is_copper(const memory_t& memory)
 {
     constexpr unsigned first_of_copper = 0xa;
-    return get_byte(memory, technology).value_or(0) >> 4 >= first_of_copper;
+    return find_byte(memory, technology).value_or(0) >> 4 >= first_of_copper;
 }
 
 /// Before SFF-8636 nothing was said of transmit power.
@@ -98,7 +91,7 @@ bool is_sff_8436(const memory_t& memory, const module_t& module)
 {
     constexpr std::uint8_t qsfp28 = 0x11;
     constexpr unsigned last_of_sff_8436 = 2;
-    const auto number = get_byte(memory, revision);
+    const auto number = find_byte(memory, revision);
     return module.identifier != qsfp28 && number && *number <= last_of_sff_8436;
 }
 
@@ -107,9 +100,9 @@ reading_t decode_module_monitor(const memory_t& memory, const monitor_t& monitor
 {
     constexpr unsigned first_to_advertise = 8; // revision 2.8
     reading_t reading = decode_monitor(memory, monitor);
-    const auto bits = get_byte(memory, advertising);
+    const auto bits = find_byte(memory, advertising);
     if (reading.value == 0 && bits && (*bits & advertised) == 0 &&
-        get_byte(memory, revision).value_or(0) >= first_to_advertise)
+        find_byte(memory, revision).value_or(0) >= first_to_advertise)
         return without_value(monitor, state_t::unsupported);
     return reading;
 }
@@ -130,8 +123,8 @@ reading_t decode_tx_power(const memory_t& memory, const module_t& module, std::s
 unsigned get_transmitters_off(const memory_t& memory)
 {
     constexpr unsigned all = (1U << channel_count) - 1;
-    const auto disabled = get_byte(memory, tx_disable);
-    const auto control = get_byte(memory, power);
+    const auto disabled = find_byte(memory, tx_disable);
+    const auto control = find_byte(memory, power);
     if (!disabled || !control)
         return all;
     if ((*control & power_override) != 0)
@@ -153,7 +146,7 @@ lane_t decode_lane(const memory_t& memory, const module_t& module, std::size_t c
         drop_low_limits(lane.tx_power);
         drop_low_limits(lane.tx_bias);
     }
-    if ((get_byte(memory, status).value_or(0) & data_not_ready) != 0)
+    if ((find_byte(memory, status).value_or(0) & data_not_ready) != 0)
         for (reading_t* reading : readings_of(lane))
             make_unavailable(*reading);
     return lane;
@@ -165,11 +158,11 @@ void decode(const memory_t& memory, module_t& module)
     module.monitors = {decode_module_monitor(memory, temperature, has_temperature),
                        decode_module_monitor(memory, voltage, has_voltage)};
     check_measured(memory, temperature, voltage, module);
-    if ((get_byte(memory, status).value_or(0) & data_not_ready) != 0)
+    if ((find_byte(memory, status).value_or(0) & data_not_ready) != 0)
         std::ranges::for_each(module.monitors, make_unavailable);
 
     // A channel that may not be implemented is not judged.
-    const auto missing = get_byte(memory, channels);
+    const auto missing = find_byte(memory, channels);
     if (!missing || is_copper(memory))
         return;
     for (std::size_t channel = 0; channel < channel_count; ++channel)
