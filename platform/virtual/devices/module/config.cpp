@@ -663,8 +663,7 @@ void applier::set_limits(const monitor_t& monitor, const limits_t& limits)
     if (!has_limits && !std::ranges::all_of(limits.values, [](const auto& value) { return value.has_value(); }))
         return node_.expected_at(
             {"limits", monitor.member},
-            "all of high_alarm, low_alarm, high_warning and low_warning, as the module has none of "
-            "them");
+            "high_alarm, low_alarm, high_warning and low_warning, as the module has none of them yet");
     for (std::size_t limit = 0; limit < limit_count; ++limit)
         if (const auto& value = limits.values.at(limit);
             value &&
