@@ -1,0 +1,41 @@
+#ifndef IVRA_READINGS_BOARD_VIEW_H
+#define IVRA_READINGS_BOARD_VIEW_H
+
+#include "telemetry/health.h"
+
+#include <rapidjson/document.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ivra::bsp::readings {
+
+using json_t = rapidjson::Value;
+
+/// A reading in a board's document, and where it is: "FPGA", "cage 1", "cage 1 lane 2" or nothing.
+struct located_reading_t
+{
+    std::string where;
+    const json_t& reading;
+};
+
+/// A text of an object; empty where there is none.
+std::string get_text(const json_t& object, const char* member);
+std::optional<double> get_number(const json_t& object, const char* member);
+/// Nothing for a thing without health.
+std::optional<telemetry::health_t> get_health(const json_t& object);
+
+/// Every reading of a board.
+std::vector<located_reading_t> get_readings(const json_t& board);
+
+/// Whether the board, or anything of it, could not be read.
+bool has_failure(const json_t& board);
+
+/// What people call a board: its name, else its uid, else its index.
+std::string get_name(const json_t& board);
+
+} // namespace ivra::bsp::readings
+
+#endif

@@ -1,0 +1,195 @@
+// ivra-bsp-readings: numbers, limits and verdicts of every board of a host.
+
+#include "hw/accelerator.h"
+#include "readings/board_view.h"
+#include "readings/check.h"
+#include "readings/command_line.h"
+#include "readings/document.h"
+#include "readings/select.h"
+#include "readings/text_screen.h"
+#include "readings/worker.h"
+#include "readings/workers.h"
+#include "text/text.h"
+
+#include <ivra/log.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace hw = ivra::hw;
+using namespace ivra::bsp;
+using namespace ivra::bsp::readings;
+
+namespace {
+
+enum exit_status_t
+{
+    all_read = 0,
+    nothing_read = 1,
+    something_failed = 2,
+};
+
+/// Makes failed writes to standard output what they are, failures, and lends a closed descriptor to nobody.
+void prepare_descriptors()
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(descriptor, F_GETFD) == -1)
+            ::open("/dev/null", O_RDONLY); // the lowest free descriptor: this one
+}
+
+/// The boards of this host. No handle of the platform is open any more.
+std::vector<telemetry::accelerator_identity_t> find_boards()
+{
+    std::vector<telemetry::accelerator_identity_t> boards;
+    for (const hw::accelerator_descriptor& descriptor : hw::enumerate_accelerators())
+        boards.push_back(telemetry::get_identity(descriptor));
+    return boards;
+}
+
+/// A line on a terminal that says what is waited for, and that is wiped in the end.
+class progress_line
+{
+public:
+    ~progress_line() { wipe(); }
+
+    void show(std::size_t done, std::size_t count, const std::string& name, std::chrono::milliseconds time)
+    {
+        if (!is_terminal_ || time < patience)
+            return;
+        std::array<char, 32> seconds{};
+        std::snprintf(seconds.data(), seconds.size(), "%.1f", static_cast<double>(time.count()) / 1000);
+        write("\r\033[K" + std::to_string(done) + " of " + std::to_string(count) + " boards, waiting for " +
+              printable(name) + " (" + seconds.data() + " s)");
+        is_shown_ = true;
+    }
+    void wipe()
+    {
+        if (is_shown_)
+            write("\r\033[K");
+        is_shown_ = false;
+    }
+
+private:
+    static constexpr std::chrono::milliseconds patience{500};
+
+    static void write(const std::string& text)
+    {
+        [[maybe_unused]] const ::ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
+    }
+
+    bool is_terminal_ = ::isatty(STDERR_FILENO) == 1;
+    bool is_shown_ = false;
+};
+
+std::string name_of(const telemetry::accelerator_identity_t& board)
+{
+    return board.name.value_or(board.uid.value_or("board-" + std::to_string(board.index.value_or(0))));
+}
+
+telemetry::health_t worst_of(const std::vector<rapidjson::Document>& boards)
+{
+    telemetry::health_t worst = telemetry::health_t::ok;
+    for (const rapidjson::Document& board : boards)
+        worst = std::max(worst, get_health(board).value_or(telemetry::health_t::unknown));
+    return worst;
+}
+
+int status_of(const std::vector<rapidjson::Document>& boards)
+{
+    const auto is_unread = [](const rapidjson::Document& board) { return get_text(board, "state") == "failed"; };
+    if (!boards.empty() && std::ranges::all_of(boards, is_unread))
+        return nothing_read;
+    return std::ranges::any_of(boards, &has_failure) ? something_failed : all_read;
+}
+
+/// The status after standard output was written, or not.
+int finish(int status)
+{
+    if (std::cout.flush())
+        return status;
+    if (errno != EPIPE) // a reader that went away needs no telling
+        std::cerr << "ivra-bsp readings: Cannot write to standard output: " << std::strerror(errno) << '\n';
+    return EXIT_FAILURE;
+}
+
+int run(const arguments_t& args)
+{
+    const std::vector<telemetry::accelerator_identity_t> boards = select(find_boards(), args.selectors, args.skipped);
+    std::vector<std::string> documents(boards.size());
+    progress_line progress;
+    read_boards(boards, {.parts = args.parts, .jobs = args.jobs, .timeout = args.timeout},
+                {.board =
+                     [&](std::size_t board, const std::string& document) {
+                         documents[board] = document;
+                         if (args.format == format_t::lines)
+                             std::cout << document << std::endl;
+                     },
+                 .log =
+                     [&](std::size_t board, const std::string& text) {
+                         if (!args.is_verbose)
+                             return;
+                         progress.wipe();
+                         std::cerr << printable(name_of(boards[board])) << ": " << printable(text) << '\n';
+                     },
+                 .progress =
+                     [&](std::size_t done, std::size_t waiting, std::chrono::milliseconds time) {
+                         progress.show(done, boards.size(), name_of(boards[waiting]), time);
+                     }});
+    progress.wipe();
+
+    std::vector<rapidjson::Document> parsed(documents.size());
+    for (std::size_t at = 0; at < documents.size(); ++at)
+        parsed[at].Parse(documents[at].data(), documents[at].size());
+    const telemetry::health_t health = worst_of(parsed);
+    switch (args.format) {
+    case format_t::json:
+        std::cout << make_host_document(health, boards.size(), documents) << '\n';
+        break;
+    case format_t::lines:
+        std::cout << make_host_document(health, boards.size(), std::nullopt) << '\n';
+        break;
+    case format_t::text:
+        std::cout << make_text_screen(health, parsed, args.colored);
+        break;
+    case format_t::check:
+        std::cout << make_check_line(health, parsed) << '\n';
+        return finish(get_check_status(health));
+    }
+    return finish(status_of(parsed));
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc == 2 && std::strcmp(argv[1], worker_word) == 0)
+        return run_worker();
+    prepare_descriptors();
+    const arguments_t args = parse_command_line({argv + (argc > 0 ? 1 : 0), argv + argc});
+    ivra_log_set_handler([](int, const char*, int, const char*, const char*, std::va_list) {});
+    try {
+        return run(args);
+    } catch (const std::exception& error) {
+        if (args.format == format_t::check) {
+            std::cout << make_check_line(telemetry::health_t::unknown, {}) << ": " << printable(error.what()) << '\n';
+            return finish(get_check_status(telemetry::health_t::unknown));
+        }
+        std::cerr << "ivra-bsp readings: " << printable(error.what()) << '\n';
+        return EXIT_FAILURE;
+    }
+}

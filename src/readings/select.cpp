@@ -1,0 +1,59 @@
+#include "readings/select.h"
+
+#include "text/text.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+
+namespace ivra::bsp::readings {
+
+namespace {
+
+using telemetry::accelerator_identity_t;
+
+/// As `ivra-bsp board` has it: decimal, hexadecimal ("0x") or octal ("0"), cut to 32 bits.
+std::optional<std::uint32_t> to_index(const std::string& selector)
+{
+    try {
+        std::size_t used = 0;
+        const long number = std::stol(selector, &used, 0);
+        if (used == selector.size())
+            return static_cast<std::uint32_t>(number);
+    } catch (const std::logic_error&) { // no digits, or more than fit
+        return std::nullopt;
+    }
+    return std::nullopt;
+}
+
+bool is_chosen(const accelerator_identity_t& board, const std::string& selector, bool by_name)
+{
+    if (const std::optional<std::uint32_t> index = to_index(selector))
+        return board.index == index;
+    return by_name ? board.name == selector : board.uid == selector;
+}
+
+} // namespace
+
+std::vector<accelerator_identity_t> select(const std::vector<accelerator_identity_t>& boards,
+                                           const std::vector<std::string>& selectors,
+                                           const std::vector<std::string>& skipped)
+{
+    std::vector<bool> is_selected(boards.size(), selectors.empty());
+    for (const std::string& selector : selectors) {
+        const bool by_name = std::ranges::find(boards, selector, &accelerator_identity_t::name) != boards.end();
+        bool is_found = false;
+        for (std::size_t at = 0; at < boards.size(); ++at)
+            if (is_chosen(boards[at], selector, by_name))
+                is_selected[at] = is_found = true;
+        if (!is_found)
+            throw std::runtime_error{"No such accelerator: " + printable(selector)};
+    }
+    std::vector<accelerator_identity_t> selected;
+    for (std::size_t at = 0; at < boards.size(); ++at)
+        if (is_selected[at] && !(boards[at].uid && std::ranges::find(skipped, *boards[at].uid) != skipped.end()))
+            selected.push_back(boards[at]);
+    return selected;
+}
+
+} // namespace ivra::bsp::readings

@@ -1,0 +1,181 @@
+#include "readings/text_screen.h"
+
+#include "output/terminal.h"
+#include "readings/board_view.h"
+#include "text/text.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+namespace ivra::bsp::readings {
+
+namespace {
+
+using telemetry::health_t;
+
+color color_of(std::optional<health_t> health)
+{
+    if (!health)
+        return color::normal;
+    switch (*health) {
+    case health_t::ok:
+        return color::green;
+    case health_t::warning:
+        return color::yellow;
+    case health_t::critical:
+        return color::red;
+    case health_t::unknown:
+        break;
+    }
+    return color::orange;
+}
+
+/// With so many decimals.
+std::string fixed(double value, int decimals)
+{
+    std::string text(32, '\0');
+    text.resize(static_cast<std::size_t>(
+        std::max(0, std::snprintf(text.data(), text.size(), "%.*f", decimals, value)))); // short by what is shown
+    return text;
+}
+
+/// "85.0°C"; empty where nothing has a temperature.
+std::string hottest(const json_t& board)
+{
+    std::optional<double> most;
+    std::string text;
+    for (const located_reading_t& located : get_readings(board)) {
+        const std::optional<double> value = get_number(located.reading, "value");
+        if (!value || get_text(located.reading, "quantity") != "temperature" || (most && *most >= *value))
+            continue;
+        most = value;
+        text = fixed(*value, 1) + "°C";
+    }
+    return text;
+}
+
+/// What the lane receives that has the least light; empty where no lane is measured.
+std::string worst_lane(const json_t& board)
+{
+    std::optional<double> least;
+    std::string text;
+    const auto modules = board.FindMember("modules");
+    if (modules == board.MemberEnd())
+        return text;
+    for (const json_t& module : modules->value.GetArray()) {
+        const auto lanes = module.FindMember("lanes");
+        if (lanes == module.MemberEnd())
+            continue;
+        for (const json_t& lane : lanes->value.GetArray()) {
+            const std::optional<double> watts = get_number(lane["rx_power"], "value");
+            if (!watts || (least && *least <= *watts))
+                continue;
+            least = watts;
+            text = *watts > 0 ? fixed(10 * std::log10(*watts * 1000), 1) + " dBm" : "none";
+        }
+    }
+    return text;
+}
+
+struct cell_t
+{
+    std::string text;
+    color text_color = color::normal;
+};
+using row_t = std::vector<cell_t>;
+
+/// Long names are cut: findings have all of them.
+std::string shortened(const std::string& name)
+{
+    constexpr std::size_t most = 18;
+    const std::string text = printable(valid_utf8(name));
+    if (strlen_utf8(text) <= most)
+        return text;
+    std::string beginning;
+    std::size_t count = 0;
+    for (const char letter : text) {
+        if ((static_cast<unsigned char>(letter) & 0xc0U) != 0x80U && ++count == most)
+            break;
+        beginning += letter;
+    }
+    return beginning + "…";
+}
+
+row_t make_row(const json_t& board)
+{
+    const std::optional<double> index = get_number(board, "index");
+    return {{get_text(board, "health"), color_of(get_health(board))},
+            {index ? fixed(*index, 0) : ""},
+            {shortened(get_text(board, "name"))},
+            {printable(get_text(board, "model"))},
+            {printable(get_text(board, "serial"))},
+            {hottest(board)},
+            {worst_lane(board)}};
+}
+
+std::size_t width(const std::string& text)
+{
+    return strlen_utf8(valid_utf8(text));
+}
+
+/// Columns as wide as their widest cell; those in which no board has anything are left out.
+std::string make_table(const std::vector<row_t>& rows, const color_map& colors)
+{
+    std::vector<std::size_t> widths(rows.front().size());
+    for (std::size_t column = 0; column < widths.size(); ++column)
+        for (std::size_t at = 1; at < rows.size(); ++at)
+            if (!rows[at][column].text.empty())
+                widths[column] = std::max({widths[column], width(rows[at][column].text), width(rows[0][column].text)});
+    std::string table;
+    for (const row_t& row : rows) {
+        std::string line;
+        std::size_t gap = 0;
+        for (std::size_t column = 0; column < row.size(); ++column) {
+            if (widths[column] == 0)
+                continue;
+            const cell_t& cell = row[column];
+            line += std::string(gap, ' ');
+            if (cell.text_color == color::normal)
+                line += cell.text;
+            else
+                line += colors.at(cell.text_color) + cell.text + colors.at(color::normal);
+            gap = widths[column] - width(cell.text) + 2;
+        }
+        table += line + '\n';
+    }
+    return table;
+}
+
+} // namespace
+
+std::string make_text_screen(health_t host, const std::vector<rapidjson::Document>& boards, bool colored)
+{
+    if (boards.empty())
+        return "No accelerator found\n";
+    const color_map colors = get_color_map(colored);
+    std::vector<row_t> rows{{{"Health"}, {"ID"}, {"Name"}, {"Model"}, {"Serial"}, {"Hottest"}, {"Light"}}};
+    for (const rapidjson::Document& board : boards)
+        rows.push_back(make_row(board));
+    std::string screen = make_table(rows, colors);
+
+    std::vector<std::pair<std::optional<health_t>, std::string>> findings;
+    for (const rapidjson::Document& board : boards)
+        for (const json_t& finding : board["findings"].GetArray())
+            findings.emplace_back(get_health(finding), printable(get_name(board) + ": " + get_text(finding, "text")));
+    std::ranges::stable_sort(findings, [](const auto& one, const auto& other) { return one.first > other.first; });
+    if (!findings.empty())
+        screen += '\n';
+    for (const auto& [health, text] : findings)
+        screen += colors.at(color_of(health)) + (health ? std::string{telemetry::get_name(*health)} : "note") +
+                  colors.at(color::normal) + ": " + text + '\n';
+    if (boards.size() > 1)
+        screen += '\n' + std::to_string(boards.size()) + " boards: " + colors.at(color_of(host)) +
+                  std::string{telemetry::get_name(host)} + colors.at(color::normal) + '\n';
+    return screen;
+}
+
+} // namespace ivra::bsp::readings

@@ -1,0 +1,18 @@
+#ifndef IVRA_READINGS_TEXT_SCREEN_H
+#define IVRA_READINGS_TEXT_SCREEN_H
+
+#include "telemetry/health.h"
+
+#include <rapidjson/document.h>
+
+#include <string>
+#include <vector>
+
+namespace ivra::bsp::readings {
+
+/// The screen for people: a line a board, then what was found, worst first.
+std::string make_text_screen(telemetry::health_t host, const std::vector<rapidjson::Document>& boards, bool colored);
+
+} // namespace ivra::bsp::readings
+
+#endif
