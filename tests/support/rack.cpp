@@ -86,7 +86,7 @@ members_t plain_board(std::size_t position)
 
 } // namespace
 
-rack_t::rack_t()
+rack_t::rack_t() : program_{IVRA_BSP_BOARD}
 {
     std::string name = (fs::temp_directory_path() / "ivra-rack-XXXXXX").string();
     if (::mkdtemp(name.data()) == nullptr)
@@ -135,6 +135,12 @@ rack_t& rack_t::host(const host_t& files)
 rack_t& rack_t::environment(const std::string& entry)
 {
     environment_.push_back(entry);
+    return *this;
+}
+
+rack_t& rack_t::program(const std::string& file)
+{
+    program_ = file;
     return *this;
 }
 
@@ -199,7 +205,7 @@ running_t rack_t::start(const std::vector<std::string>& words, const std::vector
     return running_t{[&] {
                          if (host_)
                              enter_host(*host_);
-                         exec_program(IVRA_BSP_BOARD, words, environment);
+                         exec_program(program_, words, environment);
                      },
                      streams};
 }

@@ -49,12 +49,15 @@ public:
     /// Adds an entry to the environment: "NAME=value", or "NAME" to remove a variable.
     rack_t& environment(const std::string& entry);
 
-    /// Runs ivra-bsp-board with these words, separated by spaces. A program that ended by itself must have released
+    /// Runs another program than ivra-bsp-board.
+    rack_t& program(const std::string& file);
+
+    /// Runs the program with these words, separated by spaces. A program that ended by itself must have released
     /// every handle; the calling test fails otherwise.
     run_t run(const std::string& words, streams_t streams = {});
     run_t run(const std::vector<std::string>& words, streams_t streams = {});
 
-    /// Runs ivra-bsp-board while the test goes on.
+    /// Runs the program while the test goes on.
     running_t start(const std::string& words, streams_t streams = {});
     /// The same beside one that was started. It meets no faults and leaves no trace.
     running_t start_neighbour(const std::string& words, streams_t streams = {}) const;
@@ -79,6 +82,7 @@ private:
     std::optional<std::string> text_;
     std::optional<host_t> host_;
     std::vector<std::string> environment_;
+    std::string program_;
 };
 
 /// A row of a table of failures: what is wrong, as JSON, and the text with which a command says so.

@@ -1,0 +1,72 @@
+#include "readings.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace ivra::tests {
+namespace {
+
+const host_t whole_host{.serial = "SSJ17200123\n", .address = "00:1c:73:aa:bb:cc\n"};
+
+const std::string head = R"({"format":1,"program":"ivra-bsp-readings",...,"platform":"simulated")";
+
+/// A plain switch, which has no controller and no cages.
+const std::string switch_document =
+    R"({"index":0,"name":"card-0","uid":"0000:00:00.0","state":"ok","model":"m48l_xcvu7p","serial":"SSJ17200123",)"
+    R"("macs":{"first":"02:00:00:00:00:00","count":4},"vendor_macs":{"first":"00:1c:73:aa:bb:80","count":128},)"
+    R"("fpga":{"device":"xcvu7p-flva2104-2-e","serial":"4002000001285c0f1a104280","temperature":)"
+    R"({"name":"FPGA","quantity":"temperature","unit":"celsius","state":"ok","value":45.5}},)"
+    R"("flash":{"size":134217728,"sector_size":65536,"sections":[{"name":"PGM","start":0,"size":16785408},)"
+    R"({"name":"USR","start":16785408,"size":83886080},{"name":"PARAMS","start":133955584,"size":65536},)"
+    R"({"name":"PARAMS","start":134021120,"size":65536},{"name":"OTP","start":134152192,"size":4096}]},)"
+    R"("health":"ok","findings":[]})";
+
+TEST(readings, are_one_document_where_standard_output_is_no_terminal)
+{
+    readings_rack_t rack;
+    rack.plug("m48l_xcvu7p").host(whole_host);
+    for (const char* words : {"", "--json"}) {
+        const run_t run = rack.run(words);
+        EXPECT_EQ(without_moment(run.out),
+                  head + R"(,"health":"ok","board_count":1,"boards":[)" + "\n" + switch_document + "]}\n");
+        EXPECT_EQ(run.err, "");
+        EXPECT_EQ(run.status, 0);
+    }
+}
+
+TEST(readings, are_lines_of_which_the_hosts_own_is_the_last)
+{
+    readings_rack_t rack;
+    rack.plug("m48l_xcvu7p").host(whole_host);
+    EXPECT_EQ(without_moment(rack.run("--lines").out),
+              switch_document + "\n" + head + R"(,"health":"ok","board_count":1})" + "\n");
+}
+
+TEST(readings, are_a_screen_on_a_terminal)
+{
+    readings_rack_t rack;
+    rack.plug("m48l_xcvu7p").host(whole_host);
+    const std::string screen = "Health  ID  Name    Model        Serial       Hottest\n"
+                               "ok      0   card-0  m48l_xcvu7p  SSJ17200123  45.5°C\n";
+    EXPECT_EQ(rack.run("--text"), says(screen));
+    EXPECT_EQ(rack.run("-c never", {.out = stream_t::terminal}), says(screen));
+}
+
+TEST(readings, are_a_line_for_monitoring)
+{
+    readings_rack_t rack;
+    rack.plug("m48l_xcvu7p").host(whole_host);
+    EXPECT_EQ(rack.run("--check"), says("OK - 1 board | 'card-0 FPGA'=45.5C\n"));
+}
+
+TEST(readings, of_a_host_without_boards_are_ok)
+{
+    readings_rack_t rack;
+    EXPECT_EQ(without_moment(rack.run("--json").out), head + R"(,"health":"ok","board_count":0,"boards":[]})" + "\n");
+    EXPECT_EQ(rack.run("--text"), says("No accelerator found\n"));
+    EXPECT_EQ(rack.run("--check"), says("OK - no boards\n"));
+}
+
+} // namespace
+} // namespace ivra::tests
