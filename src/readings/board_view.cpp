@@ -10,31 +10,33 @@ namespace {
 constexpr telemetry::health_t healths[] = {telemetry::health_t::ok, telemetry::health_t::unknown,
                                            telemetry::health_t::warning, telemetry::health_t::critical};
 
-/// The elements of a list; none where there is no such member.
-template <class Visit>
-void for_each(const json_t& object, const char* member, Visit visit)
-{
-    if (const auto found = object.FindMember(member); found != object.MemberEnd() && found->value.IsArray())
-        for (const json_t& element : found->value.GetArray())
-            visit(element);
-}
-
 } // namespace
+
+const json_t& get_member(const json_t& object, const char* member)
+{
+    static const json_t null;
+    if (!object.IsObject())
+        return null;
+    const auto found = object.FindMember(member);
+    return found == object.MemberEnd() ? null : found->value;
+}
 
 std::string get_text(const json_t& object, const char* member)
 {
-    const auto found = object.FindMember(member);
-    if (found == object.MemberEnd() || !found->value.IsString())
-        return {};
-    return {found->value.GetString(), found->value.GetStringLength()};
+    const json_t& value = get_member(object, member);
+    return value.IsString() ? std::string{value.GetString(), value.GetStringLength()} : std::string{};
 }
 
 std::optional<double> get_number(const json_t& object, const char* member)
 {
-    const auto found = object.FindMember(member);
-    if (found == object.MemberEnd() || !found->value.IsNumber())
-        return std::nullopt;
-    return found->value.GetDouble();
+    const json_t& value = get_member(object, member);
+    return value.IsNumber() ? std::optional{value.GetDouble()} : std::nullopt;
+}
+
+std::string get_count(const json_t& object, const char* member)
+{
+    const json_t& value = get_member(object, member);
+    return value.IsUint() ? std::to_string(value.GetUint()) : std::string{};
 }
 
 std::optional<telemetry::health_t> get_health(const json_t& object)
@@ -49,16 +51,15 @@ std::vector<located_reading_t> get_readings(const json_t& board)
 {
     std::vector<located_reading_t> readings;
     for_each(board, "sensors", [&](const json_t& sensor) { readings.push_back({"", sensor}); });
-    if (const auto fpga = board.FindMember("fpga"); fpga != board.MemberEnd())
-        if (const auto temperature = fpga->value.FindMember("temperature"); temperature != fpga->value.MemberEnd())
-            readings.push_back({"", temperature->value});
+    if (const json_t& temperature = get_member(get_member(board, "fpga"), "temperature"); temperature.IsObject())
+        readings.push_back({"", temperature});
     for_each(board, "modules", [&](const json_t& module) {
-        const std::string cage = "cage " + std::to_string(module["cage"].GetUint());
+        const std::string cage = "cage " + get_count(module, "cage");
         for_each(module, "monitors", [&](const json_t& monitor) { readings.push_back({cage, monitor}); });
         for_each(module, "lanes", [&](const json_t& lane) {
-            const std::string where = cage + " lane " + std::to_string(lane["lane"].GetUint());
+            const std::string where = cage + " lane " + get_count(lane, "lane");
             for (const char* name : {"rx_power", "tx_power", "tx_bias"})
-                readings.push_back({where, lane[name]});
+                readings.push_back({where, get_member(lane, name)});
         });
     });
     return readings;
@@ -66,7 +67,7 @@ std::vector<located_reading_t> get_readings(const json_t& board)
 
 bool has_failure(const json_t& board)
 {
-    bool failed = get_text(board, "state") == "failed" || board.HasMember("errors");
+    bool failed = get_text(board, "state") == "failed" || get_member(board, "errors").IsObject();
     for (const located_reading_t& located : get_readings(board))
         failed = failed || get_text(located.reading, "state") == "failed";
     for_each(board, "modules",
@@ -79,8 +80,8 @@ std::string get_name(const json_t& board)
     for (const char* member : {"name", "uid"})
         if (std::string text = get_text(board, member); !text.empty())
             return text;
-    const std::optional<double> index = get_number(board, "index");
-    return index ? "board-" + std::to_string(static_cast<unsigned>(*index)) : "(unknown)";
+    const std::string index = get_count(board, "index");
+    return index.empty() ? "(unknown)" : "board-" + index;
 }
 
 } // namespace ivra::bsp::readings

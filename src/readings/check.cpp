@@ -66,11 +66,9 @@ std::string decimal(double value)
 /// "11:13", "~:85" or "11:"; empty without limits.
 std::string range(const json_t& reading, const char* lower, const char* upper)
 {
-    const auto limits = reading.FindMember("limits");
-    if (limits == reading.MemberEnd())
-        return {};
-    const std::optional<double> low = get_number(limits->value, lower);
-    const std::optional<double> high = get_number(limits->value, upper);
+    const json_t& limits = get_member(reading, "limits");
+    const std::optional<double> low = get_number(limits, lower);
+    const std::optional<double> high = get_number(limits, upper);
     if (!low && !high)
         return {};
     return (low ? decimal(*low) : "~") + ":" + (high ? decimal(*high) : "");
@@ -112,13 +110,14 @@ std::vector<item_t> find_findings(const std::vector<rapidjson::Document>& boards
 {
     std::vector<item_t> findings;
     for (const rapidjson::Document& board : boards)
-        for (const json_t& finding : board["findings"].GetArray())
+        for_each(board, "findings", [&](const json_t& finding) {
             if (const std::optional<health_t> health = get_health(finding)) {
                 std::string text = plain(get_name(board) + ": " + get_text(finding, "text"), "|");
                 if (text.size() > longest_finding)
                     text = valid_utf8(text.substr(0, longest_finding)) + "...";
                 findings.push_back({*health, text});
             }
+        });
     sort(findings);
     return findings;
 }

@@ -363,7 +363,7 @@ std::string host_name()
 bool is_simulated()
 {
     ::dlerror();
-    ::dlsym(RTLD_DEFAULT, "ivra_virtual_platform");
+    [[maybe_unused]] const void* const mark = ::dlsym(RTLD_DEFAULT, "ivra_virtual_platform");
     return ::dlerror() == nullptr;
 }
 

@@ -63,21 +63,15 @@ std::string worst_lane(const json_t& board)
 {
     std::optional<double> least;
     std::string text;
-    const auto modules = board.FindMember("modules");
-    if (modules == board.MemberEnd())
-        return text;
-    for (const json_t& module : modules->value.GetArray()) {
-        const auto lanes = module.FindMember("lanes");
-        if (lanes == module.MemberEnd())
-            continue;
-        for (const json_t& lane : lanes->value.GetArray()) {
-            const std::optional<double> watts = get_number(lane["rx_power"], "value");
+    for_each(board, "modules", [&](const json_t& module) {
+        for_each(module, "lanes", [&](const json_t& lane) {
+            const std::optional<double> watts = get_number(get_member(lane, "rx_power"), "value");
             if (!watts || (least && *least <= *watts))
-                continue;
+                return;
             least = watts;
             text = *watts > 0 ? fixed(10 * std::log10(*watts * 1000), 1) + " dBm" : "none";
-        }
-    }
+        });
+    });
     return text;
 }
 
@@ -92,7 +86,7 @@ using row_t = std::vector<cell_t>;
 std::string shortened(const std::string& name)
 {
     constexpr std::size_t most = 18;
-    const std::string text = printable(valid_utf8(name));
+    std::string text = printable(valid_utf8(name));
     if (strlen_utf8(text) <= most)
         return text;
     std::string beginning;
@@ -107,9 +101,8 @@ std::string shortened(const std::string& name)
 
 row_t make_row(const json_t& board)
 {
-    const std::optional<double> index = get_number(board, "index");
     return {{get_text(board, "health"), color_of(get_health(board))},
-            {index ? fixed(*index, 0) : ""},
+            {get_count(board, "index")},
             {shortened(get_text(board, "name"))},
             {printable(get_text(board, "model"))},
             {printable(get_text(board, "serial"))},
@@ -164,8 +157,9 @@ std::string make_text_screen(health_t host, const std::vector<rapidjson::Documen
 
     std::vector<std::pair<std::optional<health_t>, std::string>> findings;
     for (const rapidjson::Document& board : boards)
-        for (const json_t& finding : board["findings"].GetArray())
+        for_each(board, "findings", [&](const json_t& finding) {
             findings.emplace_back(get_health(finding), printable(get_name(board) + ": " + get_text(finding, "text")));
+        });
     std::ranges::stable_sort(findings, [](const auto& one, const auto& other) { return one.first > other.first; });
     if (!findings.empty())
         screen += '\n';

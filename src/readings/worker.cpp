@@ -98,7 +98,7 @@ std::optional<hw::accelerator_descriptor> find_board(const accelerator_identity_
     if (board.index) {
         hw::accelerator_filter filter;
         filter.set_index(*board.index);
-        if (const auto found = find_among(hw::enumerate_accelerators(filter)))
+        if (auto found = find_among(hw::enumerate_accelerators(filter)))
             return found;
     }
     return find_among(hw::enumerate_accelerators());
