@@ -63,16 +63,21 @@ std::optional<unsigned> to_number(const std::string& text, unsigned least, unsig
     return number >= least && number <= most ? std::optional{static_cast<unsigned>(number)} : std::nullopt;
 }
 
-[[noreturn]] void write_schema()
+/// It lies beside the program, in the build folder as after an install.
+[[noreturn]] void write_schema(bool is_check)
 {
     std::error_code error;
-    const auto folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path().parent_path();
-    std::ifstream file{folder / "share/ivra/schema/readings-1.json"};
-    if (!(std::cout << file.rdbuf() << std::flush)) {
-        std::cerr << "ivra-bsp readings: Cannot show the schema\n";
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    const auto file = program.parent_path().parent_path() / "share/ivra/schema/readings-1.json";
+    std::ostringstream text;
+    if (!(text << std::ifstream{file}.rdbuf())) {
+        const std::string message = "Cannot read the schema " + printable(file.string());
+        if (is_check)
+            end_wrong(is_check, message);
+        std::cerr << "ivra-bsp readings: " << message << '\n';
         std::exit(EXIT_FAILURE);
     }
-    std::exit(EXIT_SUCCESS);
+    std::exit(std::cout << text.str() << std::flush ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
 } // namespace
@@ -123,7 +128,7 @@ arguments_t parse_command_line(const std::vector<std::string_view>& words)
         std::exit(EXIT_SUCCESS);
     }
     if (args.has("--schema"))
-        write_schema();
+        write_schema(is_check);
 
     arguments_t result{.selectors = args.values("--accelerator").as_strings(),
                        .skipped = args.values("--skip").as_strings(),

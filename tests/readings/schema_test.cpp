@@ -1,0 +1,267 @@
+#include "readings.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace ivra::tests {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path schema = IVRA_SCHEMA;
+
+/// Arguments: the schema, then files: documents of the whole host, and *.lines. Prints what the schema refuses, what it
+/// describes and no document has, and how many files there were.
+const char* const referee = R"python(
+import json, sys
+from jsonschema import Draft202012Validator as Validator
+
+schema = json.load(open(sys.argv[1]))
+parts = schema["$defs"]
+Validator.check_schema(schema)
+whole = Validator(schema)
+board, host_line = (Validator({"$ref": "#/$defs/" + name, "$defs": parts}) for name in ("board", "host_line"))
+described, seen = set(), set()
+
+def walk(part, place, values):
+    while "$ref" in part:
+        place = part["$ref"].split("/")[-1]
+        part = parts[place]
+    for name, below in part.get("properties", {}).items():
+        member = place + "/" + name
+        having = [value[name] for value in values if name in value]
+        if having:
+            seen.add(member)
+        if member not in described or having:
+            described.add(member)
+            walk(below, member, having)
+    if "items" in part:
+        walk(part["items"], place, [item for value in values for item in value])
+
+def judge(validator, name, document):
+    for error in validator.iter_errors(document):
+        print(name, "/".join(map(str, error.absolute_path)), error.message[:200])
+
+hosts, boards = [], []
+for name in sys.argv[2:]:
+    text = open(name, encoding="utf-8").read()
+    if name.endswith(".lines"):
+        *first, last = map(json.loads, text.splitlines())
+        judge(host_line, name, last)
+        for line in first:
+            judge(board, name, line)
+        boards += first
+        hosts.append(last)
+    else:
+        hosts.append(json.loads(text))
+        judge(whole, name, hosts[-1])
+walk(schema, "host", hosts)
+walk(parts["board"], "board", boards)
+for member in sorted(described - seen):
+    print("never seen:", member)
+print(len(sys.argv) - 2)
+)python";
+
+/// Arguments: the schema, a document, then JSON texts in pairs, of which the second one takes the place of the first.
+const char* const spoiler = R"python(
+import json, sys
+from jsonschema import Draft202012Validator as Validator
+validator = Validator(json.load(open(sys.argv[1])))
+text = open(sys.argv[2], encoding="utf-8").read()
+assert validator.is_valid(json.loads(text))
+for old, new in zip(sys.argv[3::2], sys.argv[4::2]):
+    assert old in text, old
+    if validator.is_valid(json.loads(text.replace(old, new, 1))):
+        print("taken:", new, "for", old)
+)python";
+
+/// Every part of the schema that stands for a value has to say what it is.
+const char* const wording = R"python(
+import json, sys
+count = 0
+def walk(part, place):
+    global count
+    count += 1
+    if not part.get("description"):
+        print("not described:", place)
+    if part.get("type") == "object" and part.get("additionalProperties") is not False:
+        print("open:", place)
+    for name, below in part.get("properties", {}).items():
+        walk(below, place + "/" + name)
+    if "items" in part and "$ref" not in part["items"]:
+        walk(part["items"], place + "/items")
+schema = json.load(open(sys.argv[1]))
+walk(schema, "")
+for name, below in schema["$defs"].items():
+    walk(below, name)
+print(count > 80)
+)python";
+
+std::string read_file(const fs::path& file)
+{
+    std::ostringstream text;
+    text << std::ifstream{file, std::ios::binary}.rdbuf();
+    return text.str();
+}
+
+run_t run_python(const char* script, std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), {"-c", script, schema.string()});
+    return run_program("/usr/bin/python3", arguments, {"LC_ALL=C.UTF-8"});
+}
+
+/// A folder with documents.
+class documents_t
+{
+public:
+    documents_t()
+    {
+        std::string name = fs::temp_directory_path() / "readings-tests-XXXXXX";
+        folder_ = ::mkdtemp(name.data());
+    }
+    documents_t(const documents_t&) = delete;
+    documents_t& operator=(const documents_t&) = delete;
+    ~documents_t() { fs::remove_all(folder_); }
+
+    void add(const std::string& name, const run_t& run)
+    {
+        EXPECT_EQ(run.err, "") << name;
+        files_.push_back((folder_ / name).string());
+        std::ofstream{files_.back(), std::ios::binary} << run.out;
+    }
+    const std::vector<std::string>& files() const { return files_; }
+
+private:
+    fs::path folder_;
+    std::vector<std::string> files_;
+};
+
+std::vector<fs::path> json_files(const fs::path& folder)
+{
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::directory_iterator{folder})
+        if (entry.path().extension() == ".json" && entry.path().stem().extension() != ".schema")
+            files.push_back(entry.path());
+    std::ranges::sort(files);
+    return files;
+}
+
+/// Calls that fail, and where: each leaves another member out.
+constexpr std::pair<const char*, const char*> faults[] = {
+    {"xilinx_u200", R"({"call": "ivra_hw_top_get_board_name", "nth": 2, "errno": "EIO"},
+                       {"call": "ivra_hw_top_get_mac_addresses", "errno": "EIO"},
+                       {"call": "ivra_hw_top_get_device_id", "errno": "EIO"},
+                       {"call": "ivra_hw_top_get_fpga_serial_id", "errno": "EIO"},
+                       {"call": "ivra_hw_top_get_temperature", "errno": "EIO"},
+                       {"call": "ivra_flash_get_sector_size", "errno": "EIO"},
+                       {"call": "ivra_hw_read", "from": 5, "errno": "EIO"},
+                       {"call": "ivra_i2c_create", "errno": "EIO"})"},
+    {"bittware_xupp3r", R"({"call": "ivra_uart_write_all", "errno": "EIO"},
+                           {"call": "ivra_i2c_bus_read_register", "errno": "EIO"})"},
+    {"bittware_xupvv8", R"({"call": "ivra_i2c_bus_read_register", "from": 6, "errno": "EIO"})"},
+    {"ivra_fpb2", R"({"call": "ivra_hw_accelerator_get", "errno": "EACCES"})"},
+};
+
+TEST(readings_schema, describes_every_document_and_nothing_that_never_occurs)
+{
+    const host_t switch_host{.serial = "SSJ17200123\n", .address = "00:1c:73:aa:bb:cc\n"};
+    documents_t documents;
+    for (const fs::path& file : json_files(IVRA_RACKS)) {
+        readings_rack_t rack;
+        rack.file(read_file(file)).host(switch_host);
+        const std::string name = file.stem().string();
+        if (name == "many")
+            documents.add(name + ".lines", rack.run("--lines -a 0 -a 7 -a 998"));
+        else if (name == "showcase")
+            documents.add(name + ".lines", rack.run("--lines"));
+        else
+            documents.add(name + ".json", rack.run("--json --timeout 0"));
+    }
+    readings_rack_t models;
+    for (const fs::path& file : json_files(IVRA_RACKS "/models"))
+        models.plug(file.stem().string());
+    documents.add("models.json", models.run("--json"));
+    for (const auto& [model, rules] : faults) {
+        readings_rack_t rack;
+        rack.plug(model, {{"i2c", R"({"cages": ["qsfp28-sr4", "prototype"]})"}}).faults(rules);
+        documents.add(model + std::string{".json"}, rack.run("--json"));
+    }
+    EXPECT_GE(documents.files().size(), 23U);
+    EXPECT_EQ(run_python(referee, documents.files()), says(std::to_string(documents.files().size()) + "\n"));
+}
+
+TEST(readings_schema, refuses_what_breaks_the_contract)
+{
+    readings_rack_t rack;
+    rack.plug("xilinx_u200", {{"i2c", R"({"cages": ["qsfp28-sr4", "empty"]})"}});
+    documents_t documents;
+    documents.add("host.json", rack.run("--json"));
+    std::vector<std::string> words = documents.files();
+    const std::pair<const char*, const char*> changes[] = {
+        {R"("format":1)", R"("format":2)"},
+        {R"("platform":)", R"("more":1,"platform":)"},
+        {R"("board_count":1,)", ""},
+        {R"("host":)", R"("state":"ok","host":)"},
+        {R"("index":0)", R"("index":"0")"},
+        {R"("index":0)", R"("index":0,"error":"none")"},
+        {R"("uid":)", R"("uuid":)"},
+        {R"("uid":"0000:00:00.0","state":"ok")", R"("uid":"0000:00:00.0","state":"failed")"},
+        {R"("findings":[])", R"("findings":["odd"])"},
+        {R"("findings":[])", R"("findings":[{"health":"ok","text":"odd"}])"},
+        {R"("count":4)", R"("count":4,"last":"02:00:00:00:00:03")"},
+        {R"("unit":"volts")", R"("unit":"millivolts")"},
+        {R"("quantity":"voltage")", R"("quantity":"current")"},
+        {R"("state":"ok","value":45.5)", R"("state":"ok")"},
+        {R"("state":"ok","value":45.5)", R"("state":"failed","value":45.5)"},
+        {R"("state":"ok","value":45.5)", R"("state":"failed")"},
+        {R"("state":"ok","value":45.5)", R"("state":"unavailable","value":45.5)"},
+        {R"("state":"ok","value":45.5)", R"("state":"unavailable","health":"ok")"},
+        {R"("value":45.5)", R"("value":"45.5")"},
+        {R"("power_good":true)", R"("power_good":1)"},
+        {R"("set_by":"module")", R"("set_by":"nobody")"},
+        {R"("lower_critical":)", R"("low":)"},
+        {R"("transmitter_off":false,)", ""},
+        {R"("cage":2,"state":"empty")", R"("cage":2,"state":"empty","lanes":[])"},
+        {R"("cage":2,"state":"empty")", R"("cage":2,"state":"failed","monitors":[],"lanes":[])"},
+        {R"("cage":2,"state":"empty")", R"("cage":0,"state":"empty")"},
+        {R"("identifier":17)", R"("identifier":256)"},
+    };
+    for (const auto& [old_text, new_text] : changes)
+        words.insert(words.end(), {old_text, new_text});
+    EXPECT_EQ(run_python(spoiler, words), says(""));
+}
+
+TEST(readings_schema, says_what_everything_is)
+{
+    EXPECT_EQ(run_python(wording, {}), says("True\n"));
+}
+
+TEST(readings_schema, is_shown)
+{
+    readings_rack_t rack;
+    EXPECT_EQ(rack.run("--schema"), says(read_file(schema)));
+    EXPECT_EQ(rack.run("--schema", {.out = stream_t::full_disk}).status, 1);
+}
+
+TEST(readings_schema, that_is_missing_is_named)
+{
+    readings_rack_t rack;
+    const fs::path program = rack.folder() / "bin/ivra-bsp-readings";
+    fs::create_directory(program.parent_path());
+    fs::copy_file(IVRA_BSP_READINGS, program);
+    rack.program(program.string());
+    const std::string message =
+        "Cannot read the schema " + (rack.folder() / "share/ivra/schema/readings-1.json").string() + "\n";
+    EXPECT_EQ(rack.run("--schema"), fails("ivra-bsp readings: " + message));
+    EXPECT_EQ(rack.run("--check --schema"), (run_t{.out = "UNKNOWN - " + message, .err = "", .status = 3}));
+}
+
+} // namespace
+} // namespace ivra::tests
