@@ -1,7 +1,6 @@
 #include "readings/document.h"
 
 #include "text/text.h"
-#include "text/text_stream.h"
 
 #include <dlfcn.h>
 #include <unistd.h>
@@ -182,11 +181,18 @@ constexpr limit_name_t limit_names[] = {
     {limit_t::upper_non_recoverable, "upper_non_recoverable"},
 };
 
+/// Without the platform, which may fail to print it when all else has been read.
 std::string to_text(const v6::mac_address& address)
 {
-    text_stream stream;
-    stream << address;
-    return stream.str();
+    constexpr const char* digits = "0123456789abcdef";
+    std::string text;
+    for (const std::uint8_t byte : address.get().bytes) {
+        if (!text.empty())
+            text += ':';
+        text += digits[byte >> 4U];
+        text += digits[byte & 15U];
+    }
+    return text;
 }
 
 void write_reading(json_writer& json, const reading_t& reading)
