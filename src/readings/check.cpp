@@ -168,6 +168,11 @@ std::string make_check_line(health_t host, const std::vector<rapidjson::Document
     return data.empty() ? line : line + " |" + data;
 }
 
+std::string make_failure_line(const std::string& error)
+{
+    return std::string{row_of(health_t::unknown).word} + " - " + plain(error, "|");
+}
+
 int get_check_status(health_t host)
 {
     return row_of(host).status;

@@ -13,6 +13,9 @@ namespace ivra::bsp::readings {
 /// What a monitoring plugin prints: one line, without its end.
 std::string make_check_line(telemetry::health_t host, const std::vector<rapidjson::Document>& boards);
 
+/// The line of one that could not check anything.
+std::string make_failure_line(const std::string& error);
+
 /// The status of a plugin, 0 to 3.
 int get_check_status(telemetry::health_t host);
 

@@ -105,6 +105,9 @@ arguments_t parse_command_line(const std::vector<std::string_view>& words)
         .add(Option{"--parts"}.argument("list").help("What to read, separated by commas: " + all_parts() +
                                                      " (default: all)."))
         .add(Option{"--jobs"}.argument("number").help("Boards that are read side by side: 1 to 64 (default 8)."))
+        .add(Option{"--limits"}.argument("file").help(
+            "Judge sensors whose device gives no limits by those of this file (share/ivra/schema/limits-1.json). Where "
+            "the device gives limits these count."))
         .add(Option{"--timeout"}.argument("seconds").help("What a board may take; 0: any time (default 30)."))
         .add(Option{"--json"}.help("Print one JSON document: the default unless standard output is a terminal."))
         .add(Option{"--lines"}.help("Print JSON Lines: each board as soon as it was read, the host last."))
@@ -136,6 +139,8 @@ arguments_t parse_command_line(const std::vector<std::string_view>& words)
                        .jobs = default_jobs,
                        .timeout = std::chrono::seconds{default_timeout},
                        .format = ::isatty(STDOUT_FILENO) == 1 ? format_t::text : format_t::json,
+                       .limits_file =
+                           args.has("--limits") ? std::optional{args.value("--limits").as_string()} : std::nullopt,
                        .is_verbose = args.has("--verbose"),
                        .colored = false};
     std::istringstream parts{args.has("--parts") ? args.value("--parts").as_string() : all_parts()};

@@ -4,6 +4,7 @@
 #include "telemetry/board_readings.h"
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,7 @@ struct arguments_t
     std::size_t jobs;
     std::chrono::milliseconds timeout; ///< of a board; 0: none
     format_t format;
+    std::optional<std::string> limits_file;
     bool is_verbose;
     bool colored;
 };

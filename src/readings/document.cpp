@@ -167,20 +167,6 @@ const char* get_name(authority_t authority)
     return "file";
 }
 
-struct limit_name_t
-{
-    limit_t limit;
-    const char* name;
-};
-constexpr limit_name_t limit_names[] = {
-    {limit_t::lower_non_recoverable, "lower_non_recoverable"},
-    {limit_t::lower_critical, "lower_critical"},
-    {limit_t::lower_non_critical, "lower_non_critical"},
-    {limit_t::upper_non_critical, "upper_non_critical"},
-    {limit_t::upper_critical, "upper_critical"},
-    {limit_t::upper_non_recoverable, "upper_non_recoverable"},
-};
-
 /// Without the platform, which may fail to print it when all else has been read.
 std::string to_text(const v6::mac_address& address)
 {
@@ -209,8 +195,8 @@ void write_reading(json_writer& json, const reading_t& reading)
         json.member("error", reading.error);
     if (std::ranges::any_of(reading.limits.values, &std::optional<double>::has_value))
         json.object("limits", [&] {
-            for (const limit_name_t& row : limit_names)
-                json.member(row.name, reading.limits[row.limit]);
+            for (const limit_t limit : all_limits)
+                json.member(telemetry::get_name(limit), reading.limits[limit]);
             json.member("set_by", get_name(reading.limits.authority));
         });
     if (reading.compared)
@@ -376,11 +362,11 @@ bool is_simulated()
 } // namespace
 
 std::string make_board_document(const accelerator_identity_t& identity, const board_readings_t& readings,
-                                const std::vector<std::string>& remarks)
+                                const std::vector<finding_t>& findings)
 {
     verdict_t verdict = judge(readings);
-    for (const std::string& remark : remarks)
-        verdict.remark(remark);
+    for (const finding_t& finding : findings)
+        verdict.add({.health = finding.health, .findings = {finding}});
     json_writer json;
     json.object([&] {
         json.member("index", identity.index);

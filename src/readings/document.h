@@ -10,9 +10,10 @@
 /// The documents of ivra-bsp-readings, as share/ivra/schema/readings-1.json describes them.
 namespace ivra::bsp::readings {
 
-/// A board as a JSON object on one line. `remarks` become findings.
+/// A board as a JSON object on one line. `findings` are those that do not come of the readings alone.
 std::string make_board_document(const telemetry::accelerator_identity_t& identity,
-                                const telemetry::board_readings_t& readings, const std::vector<std::string>& remarks);
+                                const telemetry::board_readings_t& readings,
+                                const std::vector<telemetry::finding_t>& findings);
 
 /// What is said of the host: `boards` are the objects of its boards, or nothing where each has a line of its own.
 std::string make_host_document(telemetry::health_t health, std::size_t board_count,

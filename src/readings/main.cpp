@@ -5,6 +5,7 @@
 #include "readings/check.h"
 #include "readings/command_line.h"
 #include "readings/document.h"
+#include "readings/limits_file.h"
 #include "readings/select.h"
 #include "readings/text_screen.h"
 #include "readings/worker.h"
@@ -129,10 +130,13 @@ int finish(int status)
 
 int run(const arguments_t& args)
 {
+    const std::string limits = args.limits_file ? read_limits_file(*args.limits_file) : "";
+    if (args.limits_file)
+        parse_limits(limits, *args.limits_file); // a mistake ends this before any board is touched
     const std::vector<telemetry::accelerator_identity_t> boards = select(find_boards(), args.selectors, args.skipped);
     std::vector<std::string> documents(boards.size());
     progress_line progress;
-    read_boards(boards, {.parts = args.parts, .jobs = args.jobs, .timeout = args.timeout},
+    read_boards(boards, {.parts = args.parts, .jobs = args.jobs, .timeout = args.timeout, .limits = limits},
                 {.board =
                      [&](std::size_t board, const std::string& document) {
                          documents[board] = document;
@@ -186,7 +190,7 @@ int main(int argc, char** argv)
         return run(args);
     } catch (const std::exception& error) {
         if (args.format == format_t::check) {
-            std::cout << make_check_line(telemetry::health_t::unknown, {}) << ": " << printable(error.what()) << '\n';
+            std::cout << make_failure_line(error.what()) << '\n';
             return finish(get_check_status(telemetry::health_t::unknown));
         }
         std::cerr << "ivra-bsp readings: " << printable(error.what()) << '\n';

@@ -2,6 +2,7 @@
 
 #include "hw/accelerator.h"
 #include "readings/document.h"
+#include "readings/limits_file.h"
 
 #include <ivra/log.h>
 
@@ -68,16 +69,21 @@ bool send_line(answer_t kind, std::string text)
 /// The next line; nothing when the socket was closed.
 std::optional<std::string> receive_line()
 {
-    std::string line;
-    for (char letter = 0;;) {
-        const ::ssize_t count = ::recv(worker_socket, &letter, 1, 0);
+    static std::string received;
+    std::array<char, 65536> piece{};
+    for (std::size_t searched = 0;;) {
+        if (const std::size_t end = received.find('\n', searched); end != std::string::npos) {
+            const std::string line = received.substr(0, end);
+            received.erase(0, end + 1);
+            return line;
+        }
+        searched = received.size();
+        const ::ssize_t count = ::recv(worker_socket, piece.data(), piece.size(), 0);
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0)
             return std::nullopt;
-        if (letter == '\n')
-            return line;
-        line += letter;
+        received.append(piece.data(), static_cast<std::size_t>(count));
     }
 }
 
@@ -142,7 +148,7 @@ request_t decode_request(const std::string& line)
     return request;
 }
 
-std::string read_board(const request_t& request)
+std::string read_board(const request_t& request, const std::vector<limits_entry_t>& limits)
 {
     using clock = std::chrono::steady_clock;
     const clock::time_point end = clock::now() + request.time;
@@ -157,11 +163,11 @@ std::string read_board(const request_t& request)
         readings = {};
         readings.error = error.what();
     }
-    std::vector<std::string> remarks;
+    std::vector<telemetry::finding_t> findings = apply_limits(limits, request.board, request.parts, readings);
     for (const log_line_t& line : log_lines)
         if (line.level == IVRA_LOG_ERROR)
-            remarks.push_back("The platform's log: " + line.text);
-    return make_board_document(request.board, readings, remarks);
+            findings.push_back({.health = std::nullopt, .text = "The platform's log: " + line.text});
+    return make_board_document(request.board, readings, findings);
 }
 
 } // namespace
@@ -179,9 +185,12 @@ std::string encode_request(const request_t& request)
 int run_worker()
 {
     ivra_log_set_handler(&collect_log);
+    std::vector<limits_entry_t> limits;
+    if (const std::string text = receive_line().value_or(""); !text.empty())
+        limits = parse_limits(text, "the limits file");
     while (const std::optional<std::string> line = receive_line()) {
         log_lines.clear();
-        const std::string document = read_board(decode_request(*line));
+        const std::string document = read_board(decode_request(*line), limits);
         bool has_listener = true;
         for (const log_line_t& message : log_lines)
             has_listener = has_listener && send_line(answer_t::log, message.text);

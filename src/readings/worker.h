@@ -11,8 +11,8 @@ namespace ivra::bsp::readings {
 
 // Boards are read by processes of their own: the platform's libraries are for one thread, and a board may take 15
 // seconds to come up, or crash what reads it. A worker is this program once more, at the other end of a socket. It gets
-// a line for each board, and answers with one line for each message of the platform's log and one for the board; it
-// ends when the socket is closed.
+// a line with the operator's limits, as text of JSON, and one for each board; it answers each of these with one line
+// for each message of the platform's log and one for the board. It ends when the socket is closed.
 
 /// The word by which this program is started as a worker, and the descriptor of its socket.
 inline constexpr const char* worker_word = "--worker";

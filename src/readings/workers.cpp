@@ -162,7 +162,7 @@ public:
     {
         while (done_ < boards_.size()) {
             while (next_ < boards_.size() && workers_.size() < options_.jobs)
-                give_board(workers_.emplace_back(start_worker()));
+                give_board(begin(workers_.emplace_back(start_worker())));
             wait();
             for (auto worker = workers_.begin(); worker != workers_.end();)
                 worker = serve(*worker) ? std::next(worker) : workers_.erase(worker);
@@ -175,6 +175,15 @@ public:
     }
 
 private:
+    /// Tells a worker what it needs for every board.
+    worker_t& begin(worker_t& worker)
+    {
+        std::string line = options_.limits;
+        std::ranges::replace(line, '\n', ' '); // to JSON these are the same
+        send(worker, line + '\n');
+        return worker;
+    }
+
     /// False when there is none left.
     bool give_board(worker_t& worker)
     {
@@ -183,12 +192,15 @@ private:
             return false;
         worker.board = next_++;
         worker.begin = clock::now();
-        const std::string request =
-            encode_request({.board = boards_[*worker.board], .parts = options_.parts, .time = options_.timeout});
-        // A worker that is gone is found out when it is listened to.
-        [[maybe_unused]] const ::ssize_t sent =
-            ::send(worker.socket.get(), request.data(), request.size(), MSG_NOSIGNAL);
+        send(worker,
+             encode_request({.board = boards_[*worker.board], .parts = options_.parts, .time = options_.timeout}));
         return true;
+    }
+
+    /// A worker that is gone is found out when it is listened to.
+    static void send(const worker_t& worker, const std::string& text)
+    {
+        [[maybe_unused]] const ::ssize_t sent = ::send(worker.socket.get(), text.data(), text.size(), MSG_NOSIGNAL);
     }
 
     void wait()

@@ -16,6 +16,7 @@ struct reading_options_t
     telemetry::parts_t parts;
     std::size_t jobs = 1;
     std::chrono::milliseconds timeout{0}; ///< of a board; 0: none
+    std::string limits;                   ///< the text of a limits file without mistakes; empty: none
 };
 
 struct listeners_t

@@ -43,6 +43,12 @@ enum class limit_t : std::uint8_t
     upper_non_recoverable,
 };
 inline constexpr std::size_t limit_count = 6;
+inline constexpr std::array<limit_t, limit_count> all_limits{
+    limit_t::lower_non_recoverable, limit_t::lower_critical, limit_t::lower_non_critical,
+    limit_t::upper_non_critical,    limit_t::upper_critical, limit_t::upper_non_recoverable};
+
+/// "lower_non_recoverable" and so on.
+const char* get_name(limit_t limit);
 
 /// Who set limits.
 enum class authority_t
