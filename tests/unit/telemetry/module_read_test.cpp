@@ -92,11 +92,11 @@ const std::string sfp_text = "SAMPLE CO|-|S-1|A|S77|250418|2025-04-18\n"
                              "temperature 25.5\nvoltage 3.3\n"
                              "lane 1\nrx power 0.0004\ntx power 0.0005\ntx bias 0.006\n";
 const std::string qsfp_identity = "SAMPLE CO|-|Q-1|A|VRT000000001|260101|2026-01-01\n";
-const std::string qsfp_lanes = "lane 1\nrx power 0.0001\ntx power 0.0009\ntx bias 0.002\n"
-                               "lane 2\nrx power 0.0002\ntx power 0.0009\ntx bias 0.004\n"
-                               "lane 3\nrx power 0.0003\ntx power 0.0009\ntx bias 0.006\n"
-                               "lane 4\nrx power 0.0004\ntx power 0.0009\ntx bias 0.008\n";
-const std::string qsfp_text = qsfp_identity + "temperature -9.75 [-20 0 70 75]\nvoltage 3.3\n" + qsfp_lanes;
+const std::string lanes_of_qsfp = "lane 1\nrx power 0.0001\ntx power 0.0009\ntx bias 0.002\n"
+                                  "lane 2\nrx power 0.0002\ntx power 0.0009\ntx bias 0.004\n"
+                                  "lane 3\nrx power 0.0003\ntx power 0.0009\ntx bias 0.006\n"
+                                  "lane 4\nrx power 0.0004\ntx power 0.0009\ntx bias 0.008\n";
+const std::string qsfp_text = qsfp_identity + "temperature -9.75 [-20 0 70 75]\nvoltage 3.3\n" + lanes_of_qsfp;
 const std::string qsfp_dd_identity = "SAMPLE CO|-|D-1|A|VRT000000001|260101|2026-01-01\n";
 const std::string qsfp_dd_text = qsfp_dd_identity + "temperature -0.5 [-5 0 70 75]\nvoltage 3.3\n"
                                                     "lane 1\nrx power 0.0005\ntx power 0.001\ntx bias 0.04\n";
@@ -201,14 +201,16 @@ TEST(module_reader, selects_no_page_of_a_flat_memory)
     const std::string bare = "temperature unsupported\nvoltage unsupported\n";
     cage cmis{R"("qsfpdd-flat")"};
     EXPECT_EQ(cmis.read(), "COPPERMOOR|02-00-16|CM-QDD-PC05|A|CM24-771204|240926|2024-09-26\n" + bare);
-    cage qsfp{R"({"map": "qsfp", "identifier": "0x11", "flat": true, "vendor_name": "SAMPLE CO", "vendor_pn": "Q-1",
+    cage qsfp_cage{
+        R"({"map": "qsfp", "identifier": "0x11", "flat": true, "vendor_name": "SAMPLE CO", "vendor_pn": "Q-1",
                   "temperature": 25, "vcc": 3.3, "bytes": {"00:147": "a0"}})"};
-    EXPECT_EQ(qsfp.read(), qsfp_identity + "temperature 25\nvoltage 3.3\n");
+    EXPECT_EQ(qsfp_cage.read(), qsfp_identity + "temperature 25\nvoltage 3.3\n");
     EXPECT_EQ(cmis.calls(), (calls_t{read_main(0, 1), read_main(0, 4), read_main(129, 8), read_main(137, 8),
                                      read_main(145, 8), read_main(153, 8), read_main(161, 8), read_main(169, 8),
                                      read_main(177, 8), read_main(185, 5), read_main(210, 1)}));
-    EXPECT_EQ(qsfp.calls(), (calls_t{read_main(0, 1), read_main(0, 3), read_main(22, 6), read_main(34, 24),
-                                     read_main(86, 8), read_main(113, 1), read_main(147, 39), read_main(196, 25)}));
+    EXPECT_EQ(qsfp_cage.calls(),
+              (calls_t{read_main(0, 1), read_main(0, 3), read_main(22, 6), read_main(34, 24), read_main(86, 8),
+                       read_main(113, 1), read_main(147, 39), read_main(196, 25)}));
 }
 
 TEST(module_reader, does_without_limits_where_a_cable_claims_pages)
@@ -238,19 +240,19 @@ TEST(module_reader, loses_by_a_failed_transfer_what_it_carries)
                   "failed: Cannot read bytes 22 to 27: Input/output error\n"
                   "temperature failed: Cannot read bytes 22 to 27: Input/output error\n"
                   "voltage failed: Cannot read bytes 22 to 27: Input/output error\n" +
-                  qsfp_lanes);
+                  lanes_of_qsfp);
     EXPECT_EQ(calls, walk_of_qsfp);
     EXPECT_EQ(read_with_fault(qsfp_module, failed_at("read", 3, R"("short": 5)"), calls),
               qsfp_identity +
                   "failed: Cannot read bytes 22 to 27: Input/output error\n"
                   "temperature failed: Cannot read bytes 22 to 27: Input/output error\n"
                   "voltage failed: Cannot read bytes 22 to 27: Input/output error\n" +
-                  qsfp_lanes);
+                  lanes_of_qsfp);
     EXPECT_EQ(read_with_fault(qsfp_module, failed_at("read", 8), calls),
               "-|-|-|-|VRT000000001|260101|2026-01-01\n"
               "failed: Cannot read bytes 147 to 185 of page 00h: Input/output error\n"
               "temperature -9.75 [-20 0 70 75]\nvoltage 3.3\n" +
-                  qsfp_lanes);
+                  lanes_of_qsfp);
     EXPECT_EQ(calls, walk_of_qsfp);
     const std::string of_a2 = "failed: Cannot read bytes 96 to 110 of A2h: Input/output error\n";
     EXPECT_EQ(read_with_fault(sfp_module, failed_at("read", 5), calls),
@@ -264,7 +266,7 @@ TEST(module_reader, selects_the_page_again_after_a_page_that_failed)
     const std::string no_limits = qsfp_identity +
                                   "failed: Cannot select page 03h: Input/output error\n"
                                   "temperature -9.75\nvoltage 3.3\n" +
-                                  qsfp_lanes;
+                                  lanes_of_qsfp;
     // The first write selects page 03; what is behind the failure is not asked for, and page 00 is selected again.
     EXPECT_EQ(read_with_fault(qsfp_module, failed_at("write", 1), calls), no_limits);
     EXPECT_EQ(calls_t(calls.end() - 3, calls.end()),
@@ -295,7 +297,7 @@ TEST(module_reader, says_which_page_it_could_not_select_again)
                   "! The page that was selected before, 00h, is not selected again: Cannot select page 00h: "
                   "Input/output error\n"
                   "temperature -9.75 [-20 0 70 75]\nvoltage 3.3\n" +
-                  qsfp_lanes);
+                  lanes_of_qsfp);
 }
 
 TEST(module_reader, gives_a_module_up_that_fails_three_times_in_a_row)
