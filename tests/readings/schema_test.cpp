@@ -167,6 +167,7 @@ constexpr std::pair<const char*, const char*> faults[] = {
                            {"call": "ivra_i2c_bus_read_register", "errno": "EIO"})"},
     {"bittware_xupvv8", R"({"call": "ivra_i2c_bus_read_register", "from": 6, "errno": "EIO"})"},
     {"ivra_fpb2", R"({"call": "ivra_hw_accelerator_get", "errno": "EACCES"})"},
+    {"xilinx_u250", R"({"call": "ivra_hw_top_get_temperature", "kill": "before"})"},
 };
 
 TEST(readings_schema, describes_every_document_and_nothing_that_never_occurs)
@@ -184,16 +185,21 @@ TEST(readings_schema, describes_every_document_and_nothing_that_never_occurs)
         else
             documents.add(name + ".json", rack.run("--json --timeout 0"));
     }
-    readings_rack_t models;
+    readings_rack_t all_models;
     for (const fs::path& file : json_files(IVRA_RACKS "/models"))
-        models.plug(file.stem().string());
-    documents.add("models.json", models.run("--json"));
+        all_models.plug(file.stem().string());
+    documents.add("models.json", all_models.run("--json"));
+    readings_rack_t limited;
+    const std::string limits = (limited.folder() / "limits.json").string();
+    std::ofstream{limits} << R"({"sensors": [{"sensor": "12V_PEX", "unit": "volts", "limits": {"upper_critical": 11}},
+                                             {"sensor": "FPGA", "unit": "volts", "limits": {"upper_critical": 1}}]})";
+    documents.add("limited.json", limited.plug("xilinx_u50").run("--json --limits " + limits));
     for (const auto& [model, rules] : faults) {
         readings_rack_t rack;
         rack.plug(model, {{"i2c", R"({"cages": ["qsfp28-sr4", "prototype"]})"}}).faults(rules);
         documents.add(model + std::string{".json"}, rack.run("--json"));
     }
-    EXPECT_GE(documents.files().size(), 23U);
+    EXPECT_GE(documents.files().size(), 25U);
     EXPECT_EQ(run_python(referee, documents.files()), says(std::to_string(documents.files().size()) + "\n"));
 }
 
