@@ -344,8 +344,9 @@ std::vector<telemetry::finding_t> apply_limits(const std::vector<limits_entry_t>
         }
         const bool names_board = entry.model || entry.board;
         if (!has_sensor && names_board && knows_sensors && entry.sensor != "FPGA")
-            findings.push_back({.health = std::nullopt,
-                                .text = entry.sensor + ": the limits file limits it, but the board has no such sensor"});
+            findings.push_back(
+                {.health = std::nullopt,
+                 .text = entry.sensor + ": the limits file limits it, but the board has no such sensor"});
     }
     return findings;
 }
