@@ -91,10 +91,7 @@ void read(board::board& board, const parts_t& parts, const is_over_t& is_over, b
         attempt<std::string>(is_over, [&] { return board.get_top().get_board_name().access_value_or_throw(); });
 
     const bool has_controller = !std::holds_alternative<std::monostate>(board.get_controller());
-    const bool asks_controller =
-        parts.contains(part_t::identity) || parts.contains(part_t::boot_image) || parts.contains(part_t::sensors);
-    if (has_controller && asks_controller)
-        readings.controller = read_controller(board, is_over);
+    readings.controller = read_controller(board, parts, is_over);
 
     if (parts.contains(part_t::identity)) {
         const v6::hw_top::hw_top& top = board.get_top();

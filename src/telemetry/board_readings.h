@@ -9,22 +9,10 @@
 
 #include <cstdint>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 namespace ivra::bsp::telemetry {
-
-/// What can be left out of the readings of a board. Its identity as far as the host knows it, and its model, never are.
-enum class part_t
-{
-    identity,   ///< serial number, MAC addresses, FPGA
-    flash,      ///< layout
-    boot_image, ///< current and next
-    sensors,    ///< of the board's controller, and whether power is good
-    modules,
-};
-using parts_t = std::set<part_t>;
 
 /// What the host knows of an accelerator, whether it can be opened or not.
 struct accelerator_identity_t

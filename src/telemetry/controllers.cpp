@@ -66,7 +66,7 @@ reading_t read_sensor(bmc::alveo::xmc& xmc, const registers::sensor_reg_t& senso
     return reading;
 }
 
-controller_readings_t read_controller(const board::xmc_access_t& access, const is_over_t& is_over)
+controller_readings_t read_controller(const board::xmc_access_t& access, const parts_t& parts, const is_over_t& is_over)
 {
     controller_readings_t result;
     const auto get_xmc = [&]() -> bmc::alveo::xmc& {
@@ -78,20 +78,25 @@ controller_readings_t read_controller(const board::xmc_access_t& access, const i
     };
     result.error = access.xmc.failure;
 
-    take(result.power_good, [&] { return (checked(get_xmc().read_power_good()) & registers::power_bad) == 0; });
-    for (const registers::sensor_reg_t& sensor : access.sensors) {
-        reading_t reading;
-        reading.name = sensor.name.data();
-        reading.quantity = sensor.quantity;
-        try {
-            result.sensors.push_back(read_sensor(get_xmc(), sensor, reading));
-        } catch (const std::exception& error) {
-            result.sensors.push_back(failed(reading, error.what()));
+    item_t<bool> power_good;
+    take(power_good, [&] { return (checked(get_xmc().read_power_good()) & registers::power_bad) == 0; });
+    if (parts.contains(part_t::sensors)) {
+        result.power_good = power_good;
+        for (const registers::sensor_reg_t& sensor : access.sensors) {
+            reading_t reading;
+            reading.name = sensor.name.data();
+            reading.quantity = sensor.quantity;
+            try {
+                result.sensors.push_back(read_sensor(get_xmc(), sensor, reading));
+            } catch (const std::exception& error) {
+                result.sensors.push_back(failed(reading, error.what()));
+            }
         }
     }
-
-    if (result.power_good.error == dead_link)
+    if (power_good.error == dead_link)
         result.error = dead_link; // a mailbox that nobody reads would take 5 seconds to say so
+    if (!parts.contains(part_t::identity))
+        return result;
 
     item_t<bmc::alveo::card_info_t> card;
     take(card, [&] { return get_xmc().read_card_info(); });
@@ -315,14 +320,18 @@ void read_sensors(timed_stretch& requests, controller_readings_t& result)
     } while (id != bmc::bittware::no_more_records);
 }
 
-void read_all(bmc::bittware::bmc& bmc, const is_over_t& is_over, controller_readings_t& result)
+void read_parts(bmc::bittware::bmc& bmc, const parts_t& parts, const is_over_t& is_over, controller_readings_t& result)
 {
     bmc::bittware::stretch stretch = bmc.begin_stretch();
     timed_stretch requests{stretch, is_over};
-    take(result.serial, [&] { return requests.get_board_serial(); });
-    take(result.current_boot_image, [&] { return board::get_current_boot_image(requests); });
-    take(result.next_boot_image, [&] { return board::get_boot_image(requests); });
-    read_sensors(requests, result);
+    if (parts.contains(part_t::identity))
+        take(result.serial, [&] { return requests.get_board_serial(); });
+    if (parts.contains(part_t::boot_image)) {
+        take(result.current_boot_image, [&] { return board::get_current_boot_image(requests); });
+        take(result.next_boot_image, [&] { return board::get_boot_image(requests); });
+    }
+    if (parts.contains(part_t::sensors))
+        read_sensors(requests, result);
     if (result.error.empty())
         result.error = stretch.failure();
     if (stretch.drained() > 0)
@@ -335,7 +344,7 @@ void read_all(bmc::bittware::bmc& bmc, const is_over_t& is_over, controller_read
     }
 }
 
-controller_readings_t read_controller(const board::bmc_access_t& access, const is_over_t& is_over)
+controller_readings_t read_controller(const board::bmc_access_t& access, const parts_t& parts, const is_over_t& is_over)
 {
     controller_readings_t result;
     try {
@@ -343,10 +352,13 @@ controller_readings_t read_controller(const board::bmc_access_t& access, const i
             throw std::runtime_error{access.bmc.failure};
         if (is_over())
             throw std::runtime_error{deadline_error};
-        read_all(*access.bmc.controller, is_over, result);
+        read_parts(*access.bmc.controller, parts, is_over, result);
     } catch (const std::exception& error) {
-        result.error = result.serial.error = result.current_boot_image.error = result.next_boot_image.error =
-            error.what();
+        result.error = error.what();
+        if (parts.contains(part_t::identity))
+            result.serial.error = error.what();
+        if (parts.contains(part_t::boot_image))
+            result.current_boot_image.error = result.next_boot_image.error = error.what();
     }
     return result;
 }
@@ -355,13 +367,15 @@ controller_readings_t read_controller(const board::bmc_access_t& access, const i
 
 } // namespace
 
-controller_readings_t read_controller(board::board& board, const is_over_t& is_over)
+controller_readings_t read_controller(board::board& board, const parts_t& parts, const is_over_t& is_over)
 {
     const board::controller_access_t access = board.get_controller();
-    if (const auto* const xmc = std::get_if<board::xmc_access_t>(&access))
-        return alveo::read_controller(*xmc, is_over);
-    if (const auto* const bmc = std::get_if<board::bmc_access_t>(&access))
-        return bittware::read_controller(*bmc, is_over);
+    const bool asks_xmc = parts.contains(part_t::identity) || parts.contains(part_t::sensors);
+    if (const auto* const xmc = std::get_if<board::xmc_access_t>(&access); xmc != nullptr && asks_xmc)
+        return alveo::read_controller(*xmc, parts, is_over);
+    const bool asks_bmc = asks_xmc || parts.contains(part_t::boot_image);
+    if (const auto* const bmc = std::get_if<board::bmc_access_t>(&access); bmc != nullptr && asks_bmc)
+        return bittware::read_controller(*bmc, parts, is_over);
     return {};
 }
 

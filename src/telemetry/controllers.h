@@ -8,10 +8,22 @@
 
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace ivra::bsp::telemetry {
+
+/// What can be left out of the readings of a board. Its identity as far as the host knows it, and its model, never are.
+enum class part_t
+{
+    identity,   ///< serial number, MAC addresses, FPGA
+    flash,      ///< layout
+    boot_image, ///< current and next
+    sensors,    ///< of the board's controller, and whether power is good
+    modules,
+};
+using parts_t = std::set<part_t>;
 
 /// Tells that the time for a board is over. It is asked between exchanges with a controller, never inside one; what has
 /// not been read then failed with the error "deadline".
@@ -40,8 +52,9 @@ struct controller_readings_t
     std::string error;                 ///< why it could not be asked, or not to the end
 };
 
-/// Reads all of it. What fails costs itself and nothing else. Throws nothing but what a lack of memory throws.
-controller_readings_t read_controller(board::board& board, const is_over_t& is_over);
+/// Reads what belongs to these parts; a controller of which they want nothing is not asked. What fails costs itself and
+/// nothing else. Throws nothing but what a lack of memory throws.
+controller_readings_t read_controller(board::board& board, const parts_t& parts, const is_over_t& is_over);
 
 } // namespace ivra::bsp::telemetry
 

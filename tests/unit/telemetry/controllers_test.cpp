@@ -98,6 +98,7 @@ void say(const controller_readings_t& readings)
         std::cout << "error: " << readings.error << '\n';
 }
 
+const parts_t all_parts{part_t::identity, part_t::boot_image, part_t::sensors};
 const is_over_t never = [] { return false; };
 
 /// What the controller of the rack's first board says.
@@ -106,7 +107,7 @@ std::string controller(rack_t& rack, const is_over_t& is_over = never)
     rack.environment("IVRA_LOG_LEVEL=0");
     return printed(rack, [&] {
         board::board b{hw::enumerate_accelerators().at(0)};
-        say(read_controller(b, is_over));
+        say(read_controller(b, all_parts, is_over));
     });
 }
 
@@ -185,7 +186,7 @@ TEST(bmc_walk, heals_what_a_walk_left_that_was_killed)
         rack.faults(R"({"call": "ivra_uart_write_all", "kill": "after", "nth": )" + std::to_string(request) + "}");
         const tests::run_t killed = rack.in_child([] {
             board::board b{hw::enumerate_accelerators().at(0)};
-            read_controller(b, never);
+            read_controller(b, all_parts, never);
         });
         EXPECT_EQ(killed.status, 128 + SIGKILL);
         rack.environment("IVRA_VIRTUAL_FAULTS");

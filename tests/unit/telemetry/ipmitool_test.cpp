@@ -66,7 +66,7 @@ std::vector<std::vector<std::string>> our_rows(tests::rack_t& rack)
 {
     const std::string text = tests::printed(rack, [] {
         board::board b{hw::enumerate_accelerators().at(0)};
-        for (const reading_t& reading : read_controller(b, [] { return false; }).sensors) {
+        for (const reading_t& reading : read_controller(b, {part_t::sensors}, [] { return false; }).sensors) {
             std::cout << reading.name << '|' << text_of(reading.value) << '|' << status_of(reading);
             for (const std::optional<double>& limit : reading.limits.values)
                 std::cout << '|' << text_of(limit);
