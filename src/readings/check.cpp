@@ -51,7 +51,8 @@ std::string plain(std::string_view text, std::string_view forbidden)
 {
     std::string result = printable(valid_utf8(text));
     std::ranges::replace_if(
-        result, [forbidden](char letter) { return forbidden.find(letter) != std::string_view::npos; }, '_');
+        result, [forbidden](char letter) { return letter == '\0' || forbidden.find(letter) != std::string_view::npos; },
+        '_');
     return result;
 }
 

@@ -1,12 +1,16 @@
 #include "readings/command_line.h"
 
 #include "Argos/argument_parser.h"
+#include "readings/check.h"
+#include "readings/workers.h"
 #include "text/text.h"
 
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -23,7 +27,6 @@ using telemetry::part_t;
 constexpr int usage_error = 64;
 constexpr int plugin_unknown = 3;
 constexpr unsigned default_jobs = 8;
-constexpr unsigned most_jobs = 64;
 constexpr unsigned default_timeout = 30; // seconds
 constexpr unsigned longest_timeout = 86'400;
 
@@ -48,8 +51,8 @@ std::string all_parts()
 [[noreturn]] void end_wrong(bool is_check, const std::string& message)
 {
     if (is_check) {
-        std::cout << "UNKNOWN - " << message << std::endl;
-        std::exit(plugin_unknown);
+        std::cout << make_failure_line(message) << '\n';
+        std::exit(finish_output(plugin_unknown, is_check));
     }
     std::cerr << "ivra-bsp readings: " << message << "\nHelp: ivra-bsp readings --help\n";
     std::exit(usage_error);
@@ -77,7 +80,8 @@ std::optional<unsigned> to_number(const std::string& text, unsigned least, unsig
         std::cerr << "ivra-bsp readings: " << message << '\n';
         std::exit(EXIT_FAILURE);
     }
-    std::exit(std::cout << text.str() << std::flush ? EXIT_SUCCESS : EXIT_FAILURE);
+    std::cout << text.str();
+    std::exit(finish_output(EXIT_SUCCESS, is_check));
 }
 
 } // namespace
@@ -124,11 +128,11 @@ arguments_t parse_command_line(const std::vector<std::string_view>& words)
     }
     if (args.has("--help")) {
         args.write_help_text();
-        std::exit(std::cout.flush() ? EXIT_SUCCESS : EXIT_FAILURE);
+        std::exit(finish_output(EXIT_SUCCESS, is_check));
     }
     if (args.has("--version")) {
-        std::cout << "ivra-bsp-readings " IVRA_VERSION << std::endl;
-        std::exit(EXIT_SUCCESS);
+        std::cout << "ivra-bsp-readings " IVRA_VERSION "\n";
+        std::exit(finish_output(EXIT_SUCCESS, is_check));
     }
     if (args.has("--schema"))
         write_schema(is_check);
@@ -187,6 +191,15 @@ arguments_t parse_command_line(const std::vector<std::string_view>& words)
     const bool is_off = !args.has("--color") && no_color != nullptr && *no_color != '\0';
     result.colored = color == "always" || (color != "never" && !is_off && ::isatty(STDOUT_FILENO) == 1);
     return result;
+}
+
+int finish_output(int status, bool is_check)
+{
+    if (std::cout.flush())
+        return status;
+    if (errno != EPIPE) // a reader that went away needs no telling
+        std::cerr << "ivra-bsp readings: Cannot write to standard output: " << std::strerror(errno) << '\n';
+    return is_check ? plugin_unknown : EXIT_FAILURE;
 }
 
 } // namespace ivra::bsp::readings

@@ -36,6 +36,10 @@ struct arguments_t
 /// and on a wrong command line: with status 64, or as a plugin does (UNKNOWN, 3) where `--check` is among the words.
 arguments_t parse_command_line(const std::vector<std::string_view>& words);
 
+/// Writes what standard output still holds. The exit status: the given one, or when not all could be written, which is
+/// said, that of a failure.
+int finish_output(int status, bool is_check);
+
 } // namespace ivra::bsp::readings
 
 #endif

@@ -19,7 +19,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
@@ -74,8 +73,9 @@ public:
             return;
         std::array<char, 32> seconds{};
         std::snprintf(seconds.data(), seconds.size(), "%.1f", static_cast<double>(time.count()) / 1000);
+        // A line that a terminal of 80 columns would break could not be wiped.
         write("\r\033[K" + std::to_string(done) + " of " + std::to_string(count) + " boards, waiting for " +
-              printable(name) + " (" + seconds.data() + " s)");
+              shortened(name, 24) + " (" + seconds.data() + " s)");
         is_shown_ = true;
     }
     void wipe()
@@ -118,15 +118,10 @@ int status_of(const std::vector<rapidjson::Document>& boards)
     return std::ranges::any_of(boards, &has_failure) ? something_failed : all_read;
 }
 
-/// The status after standard output was written, or not.
-int finish(int status)
+/// Standard output takes nothing any more.
+class output_error : public std::exception
 {
-    if (std::cout.flush())
-        return status;
-    if (errno != EPIPE) // a reader that went away needs no telling
-        std::cerr << "ivra-bsp readings: Cannot write to standard output: " << std::strerror(errno) << '\n';
-    return EXIT_FAILURE;
-}
+};
 
 int run(const arguments_t& args)
 {
@@ -140,8 +135,11 @@ int run(const arguments_t& args)
                 {.board =
                      [&](std::size_t board, const std::string& document) {
                          documents[board] = document;
-                         if (args.format == format_t::lines)
-                             std::cout << document << std::endl;
+                         if (args.format != format_t::lines)
+                             return;
+                         progress.wipe();
+                         if (!(std::cout << document << std::endl))
+                             throw output_error{}; // what else is read nobody would see
                      },
                  .log =
                      [&](std::size_t board, const std::string& text) {
@@ -172,9 +170,9 @@ int run(const arguments_t& args)
         break;
     case format_t::check:
         std::cout << make_check_line(health, parsed) << '\n';
-        return finish(get_check_status(health));
+        return get_check_status(health);
     }
-    return finish(status_of(parsed));
+    return status_of(parsed);
 }
 
 } // namespace
@@ -186,14 +184,18 @@ int main(int argc, char** argv)
     prepare_descriptors();
     const arguments_t args = parse_command_line({argv + (argc > 0 ? 1 : 0), argv + argc});
     ivra_log_set_handler([](int, const char*, int, const char*, const char*, std::va_list) {});
+    int status = EXIT_FAILURE;
     try {
-        return run(args);
+        status = run(args);
+    } catch (const output_error&) {
+        // which finish_output() tells
     } catch (const std::exception& error) {
         if (args.format == format_t::check) {
             std::cout << make_failure_line(error.what()) << '\n';
-            return finish(get_check_status(telemetry::health_t::unknown));
+            status = get_check_status(telemetry::health_t::unknown);
+        } else {
+            std::cerr << "ivra-bsp readings: " << printable(error.what()) << '\n';
         }
-        std::cerr << "ivra-bsp readings: " << printable(error.what()) << '\n';
-        return EXIT_FAILURE;
     }
+    return finish_output(status, args.format == format_t::check);
 }

@@ -69,7 +69,7 @@ std::string worst_lane(const json_t& board)
             if (!watts || (least && *least <= *watts))
                 return;
             least = watts;
-            text = *watts > 0 ? fixed(10 * std::log10(*watts * 1000), 1) + " dBm" : "none";
+            text = *watts > 0 ? fixed(10 * std::log10(*watts * 1000), 1) : "none";
         });
     });
     return text;
@@ -82,30 +82,13 @@ struct cell_t
 };
 using row_t = std::vector<cell_t>;
 
-/// Long names are cut: findings have all of them.
-std::string shortened(const std::string& name)
-{
-    constexpr std::size_t most = 18;
-    std::string text = printable(valid_utf8(name));
-    if (strlen_utf8(text) <= most)
-        return text;
-    std::string beginning;
-    std::size_t count = 0;
-    for (const char letter : text) {
-        if ((static_cast<unsigned char>(letter) & 0xc0U) != 0x80U && ++count == most)
-            break;
-        beginning += letter;
-    }
-    return beginning + "…";
-}
-
 row_t make_row(const json_t& board)
 {
     return {{get_text(board, "health"), color_of(get_health(board))},
             {get_count(board, "index")},
-            {shortened(get_text(board, "name"))},
-            {printable(get_text(board, "model"))},
-            {printable(get_text(board, "serial"))},
+            {shortened(get_text(board, "name"), 18)},
+            {shortened(get_text(board, "model"), 15)},
+            {shortened(get_text(board, "serial"), 16)},
             {hottest(board)},
             {worst_lane(board)}};
 }
@@ -138,19 +121,34 @@ std::string make_table(const std::vector<row_t>& rows, const color_map& colors)
                 line += colors.at(cell.text_color) + cell.text + colors.at(color::normal);
             gap = widths[column] - width(cell.text) + 2;
         }
-        table += line + '\n';
+        table += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
     }
     return table;
 }
 
 } // namespace
 
+std::string shortened(const std::string& text, std::size_t most)
+{
+    std::string shown = printable(valid_utf8(text));
+    if (strlen_utf8(shown) <= most)
+        return shown;
+    std::string beginning;
+    std::size_t count = 0;
+    for (const char letter : shown) {
+        if ((static_cast<unsigned char>(letter) & 0xc0U) != 0x80U && ++count == most)
+            break;
+        beginning += letter;
+    }
+    return beginning + "…";
+}
+
 std::string make_text_screen(health_t host, const std::vector<rapidjson::Document>& boards, bool colored)
 {
     if (boards.empty())
         return "No accelerator found\n";
     const color_map colors = get_color_map(colored);
-    std::vector<row_t> rows{{{"Health"}, {"ID"}, {"Name"}, {"Model"}, {"Serial"}, {"Hottest"}, {"Light"}}};
+    std::vector<row_t> rows{{{"Health"}, {"ID"}, {"Name"}, {"Model"}, {"Serial"}, {"Hottest"}, {"Rx dBm"}}};
     for (const rapidjson::Document& board : boards)
         rows.push_back(make_row(board));
     std::string screen = make_table(rows, colors);

@@ -5,6 +5,7 @@
 
 #include <rapidjson/document.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,9 @@ namespace ivra::bsp::readings {
 
 /// The screen for people: a line a board, then what was found, worst first.
 std::string make_text_screen(telemetry::health_t host, const std::vector<rapidjson::Document>& boards, bool colored);
+
+/// A text for a screen, of at most so many characters: the end of a longer one is "…".
+std::string shortened(const std::string& text, std::size_t most);
 
 } // namespace ivra::bsp::readings
 

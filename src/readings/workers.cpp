@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -30,11 +31,48 @@ using std::chrono::milliseconds;
 constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP};
 constexpr milliseconds progress_interval{100};
 
-volatile std::sig_atomic_t ending_signal = 0;
+/// Processes that read boards, for the handler of signals; 0: none.
+std::array<std::atomic<::pid_t>, most_jobs> working{};
 
-void note_signal(int signal)
+void announce(::pid_t process)
 {
-    ending_signal = signal;
+    *std::find(working.begin(), working.end(), 0) = process;
+}
+
+void withdraw(::pid_t process)
+{
+    if (const auto place = std::find(working.begin(), working.end(), process); place != working.end())
+        *place = 0;
+}
+
+// Wherever this process is at work, be it that nobody reads what it writes.
+void end_by_signal(int signal)
+{
+    for (const std::atomic<::pid_t>& process : working)
+        if (process != 0)
+            ::kill(process, SIGTERM);
+    std::signal(signal, SIG_DFL);
+    std::raise(signal); // takes effect when this returns
+}
+
+/// What is ignored, as by nohup, stays ignored.
+void handle_signals()
+{
+    struct sigaction action
+    {
+    };
+    action.sa_handler = &end_by_signal;
+    for (const int signal : ending_signals)
+        ::sigaddset(&action.sa_mask, signal);
+    for (const int signal : ending_signals) {
+        struct sigaction before
+        {
+        };
+        ::sigaction(signal, nullptr, &before);
+        if (before.sa_handler != SIG_IGN)
+            ::sigaction(signal, &action, nullptr);
+    }
+    std::signal(SIGCHLD, SIG_DFL); // ignored it would hide how workers end
 }
 
 [[noreturn]] void fail(const char* what, int error = errno)
@@ -71,12 +109,11 @@ public:
         ::posix_spawn_file_actions_adddup2(&actions_, socket, worker_socket);
         for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
             ::posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", O_RDWR, 0);
+        ::posix_spawn_file_actions_addclosefrom_np(&actions_, worker_socket + 1);
         sigset_t none, defaults;
         ::sigemptyset(&none);
         ::sigemptyset(&defaults);
-        for (const int signal : ending_signals)
-            ::sigaddset(&defaults, signal);
-        ::sigaddset(&defaults, SIGPIPE);
+        ::sigaddset(&defaults, SIGTERM);
         ::posix_spawnattr_setsigmask(&attributes_, &none);
         ::posix_spawnattr_setsigdefault(&attributes_, &defaults);
         ::posix_spawnattr_setpgroup(&attributes_, 0);
@@ -129,6 +166,7 @@ worker_t start_worker()
 /// How a worker ended that should not have.
 std::string end_of(::pid_t process)
 {
+    withdraw(process);
     int status = 0;
     while (::waitpid(process, &status, 0) == -1 && errno == EINTR)
         continue;
@@ -145,43 +183,52 @@ public:
            const listeners_t& listeners)
         : boards_{boards}, options_{options}, listeners_{listeners}
     {
-        struct sigaction action
-        {
-        };
-        action.sa_handler = &note_signal;
-        sigset_t held;
-        ::sigemptyset(&held);
-        for (const int signal : ending_signals) {
-            ::sigaddset(&held, signal);
-            ::sigaction(signal, &action, nullptr);
-        }
-        ::sigprocmask(SIG_BLOCK, &held, &mask_); // they come while this waits, and nowhere else
+        handle_signals();
     }
 
     void run()
     {
         while (done_ < boards_.size()) {
-            while (next_ < boards_.size() && workers_.size() < options_.jobs)
-                give_board(begin(workers_.emplace_back(start_worker())));
+            while (next_ < boards_.size() && workers_.size() < options_.jobs && add_worker())
+                continue;
+            if (workers_.empty())
+                continue;
             wait();
             for (auto worker = workers_.begin(); worker != workers_.end();)
-                worker = serve(*worker) ? std::next(worker) : workers_.erase(worker);
+                if (serve(*worker)) {
+                    ++worker;
+                } else {
+                    withdraw(worker->process);
+                    worker = workers_.erase(worker);
+                }
             tell_progress();
         }
-        for (const worker_t& worker : std::exchange(workers_, {}))
-            idle_.push_back(worker.process);
         for (const ::pid_t process : idle_) // their sockets are closed
             end_of(process);
     }
 
 private:
+    /// Without room in the system for one more, those that there are go on; when there are none, the next board fails.
+    bool add_worker()
+    {
+        try {
+            workers_.push_back(start_worker());
+        } catch (const std::system_error& error) {
+            if (workers_.empty())
+                fail_board(next_++, error.what());
+            return false;
+        }
+        announce(workers_.back().process);
+        begin(workers_.back());
+        return give_board(workers_.back());
+    }
+
     /// Tells a worker what it needs for every board.
-    worker_t& begin(worker_t& worker)
+    void begin(const worker_t& worker)
     {
         std::string line = options_.limits;
         std::ranges::replace(line, '\n', ' '); // to JSON these are the same
         send(worker, line + '\n');
-        return worker;
     }
 
     /// False when there is none left.
@@ -213,11 +260,7 @@ private:
             for (const worker_t& worker : workers_)
                 most = std::min(most, std::chrono::ceil<milliseconds>(worker.begin + options_.timeout - clock::now()));
         const long count = std::max<long>(0, most.count());
-        const ::timespec time{.tv_sec = count / 1000, .tv_nsec = count % 1000 * 1'000'000};
-        const int ready = ::ppoll(polled_.data(), polled_.size(), &time, &mask_);
-        if (ending_signal != 0)
-            end_by_signal();
-        if (ready == -1 && errno != EINTR)
+        if (::poll(polled_.data(), polled_.size(), static_cast<int>(count)) == -1 && errno != EINTR)
             fail("Cannot wait for boards");
     }
 
@@ -274,17 +317,6 @@ private:
                                 std::chrono::duration_cast<milliseconds>(clock::now() - oldest->begin));
     }
 
-    [[noreturn]] void end_by_signal()
-    {
-        for (const worker_t& worker : workers_)
-            ::kill(worker.process, SIGTERM);
-        const int signal = ending_signal;
-        std::signal(signal, SIG_DFL);
-        ::sigprocmask(SIG_SETMASK, &mask_, nullptr);
-        std::raise(signal);
-        std::_Exit(128 + signal);
-    }
-
     const std::vector<telemetry::accelerator_identity_t>& boards_;
     const reading_options_t& options_;
     const listeners_t& listeners_;
@@ -292,7 +324,6 @@ private:
     std::vector<::pollfd> polled_;
     std::vector<::pid_t> idle_; ///< that have no board and no socket any more
     std::size_t next_ = 0, done_ = 0;
-    sigset_t mask_{};
 };
 
 } // namespace

@@ -11,10 +11,12 @@
 
 namespace ivra::bsp::readings {
 
+inline constexpr std::size_t most_jobs = 64;
+
 struct reading_options_t
 {
     telemetry::parts_t parts;
-    std::size_t jobs = 1;
+    std::size_t jobs = 1;                 ///< 1 to most_jobs
     std::chrono::milliseconds timeout{0}; ///< of a board; 0: none
     std::string limits;                   ///< the text of a limits file without mistakes; empty: none
 };
@@ -30,8 +32,9 @@ struct listeners_t
 };
 
 /// Reads boards side by side, by `jobs` processes. A board that takes longer than the timeout fails; who reads it is
-/// left to end by itself. So does one that crashes what reads it. SIGINT, SIGTERM and SIGHUP end this process, after
-/// the workers were told to end; they do so when a board is not left half-way. Throws std::system_error.
+/// left to end by itself. So does one that crashes what reads it. From the call on SIGINT, SIGTERM and SIGHUP end this
+/// process at once, after the workers were told to end; they do so when a board is not left half-way. Throws
+/// std::system_error.
 void read_boards(const std::vector<telemetry::accelerator_identity_t>& boards, const reading_options_t& options,
                  const listeners_t& listeners);
 

@@ -7,8 +7,6 @@
 namespace ivra::tests {
 namespace {
 
-const host_t whole_host{.serial = "SSJ17200123\n", .address = "00:1c:73:aa:bb:cc\n"};
-
 const std::string head = R"({"format":1,"program":"ivra-bsp-readings",...,"platform":"simulated")";
 
 /// A plain switch, which has no controller and no cages.
@@ -25,7 +23,7 @@ const std::string switch_document =
 TEST(readings, are_one_document_where_standard_output_is_no_terminal)
 {
     readings_rack_t rack;
-    rack.plug("m48l_xcvu7p").host(whole_host);
+    rack.plug("m48l_xcvu7p").host(plain_host);
     for (const char* words : {"", "--json"}) {
         const run_t run = rack.run(words);
         EXPECT_EQ(without_moment(run.out),
@@ -38,7 +36,7 @@ TEST(readings, are_one_document_where_standard_output_is_no_terminal)
 TEST(readings, are_lines_of_which_the_hosts_own_is_the_last)
 {
     readings_rack_t rack;
-    rack.plug("m48l_xcvu7p").host(whole_host);
+    rack.plug("m48l_xcvu7p").host(plain_host);
     EXPECT_EQ(without_moment(rack.run("--lines").out),
               switch_document + "\n" + head + R"(,"health":"ok","board_count":1})" + "\n");
 }
@@ -46,7 +44,7 @@ TEST(readings, are_lines_of_which_the_hosts_own_is_the_last)
 TEST(readings, are_a_screen_on_a_terminal)
 {
     readings_rack_t rack;
-    rack.plug("m48l_xcvu7p").host(whole_host);
+    rack.plug("m48l_xcvu7p").host(plain_host);
     const std::string screen = "Health  ID  Name    Model        Serial       Hottest\n"
                                "ok      0   card-0  m48l_xcvu7p  SSJ17200123  45.5°C\n";
     EXPECT_EQ(rack.run("--text"), says(screen));
@@ -56,7 +54,7 @@ TEST(readings, are_a_screen_on_a_terminal)
 TEST(readings, are_a_line_for_monitoring)
 {
     readings_rack_t rack;
-    rack.plug("m48l_xcvu7p").host(whole_host);
+    rack.plug("m48l_xcvu7p").host(plain_host);
     EXPECT_EQ(rack.run("--check"), says("OK - 1 board | 'card-0 FPGA'=45.5C\n"));
 }
 

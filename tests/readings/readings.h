@@ -8,6 +8,9 @@
 
 namespace ivra::tests {
 
+/// The host of a switch that knows all about itself.
+inline const host_t plain_host{.serial = "SSJ17200123\n", .address = "00:1c:73:aa:bb:cc\n"};
+
 /// A rack whose boards ivra-bsp-readings reads.
 class readings_rack_t : public rack_t
 {
