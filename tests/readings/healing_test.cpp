@@ -84,7 +84,7 @@ std::string without_dropped(const std::string& document, std::size_t& dropped)
 {
     static const std::regex finding{
         R"re(\{"text":"[0-9]+ bytes that answered nothing were dropped from the BMC's line"\})re"};
-    const std::string rest = std::regex_replace(document, finding, "");
+    std::string rest = std::regex_replace(document, finding, "");
     dropped += rest == document ? 0 : 1;
     return rest;
 }
