@@ -52,6 +52,15 @@ void prepare_descriptors()
             ::open("/dev/null", O_RDONLY); // the lowest free descriptor: this one
 }
 
+// What the platform says while boards are looked for.
+void show_message(int /*level*/, const char* /*file*/, int /*line*/, const char* function, const char* format,
+                  std::va_list args)
+{
+    std::cerr << printable(format_message(function, format, args)) << '\n';
+}
+
+void drop_message(int, const char*, int, const char*, const char*, std::va_list) {}
+
 /// The boards of this host. No handle of the platform is open any more.
 std::vector<telemetry::accelerator_identity_t> find_boards()
 {
@@ -183,7 +192,7 @@ int main(int argc, char** argv)
         return run_worker();
     prepare_descriptors();
     const arguments_t args = parse_command_line({argv + (argc > 0 ? 1 : 0), argv + argc});
-    ivra_log_set_handler([](int, const char*, int, const char*, const char*, std::va_list) {});
+    ivra_log_set_handler(args.is_verbose ? &show_message : &drop_message);
     int status = EXIT_FAILURE;
     try {
         status = run(args);

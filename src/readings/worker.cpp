@@ -37,14 +37,7 @@ void collect_log(int level, const char* /*file*/, int /*line*/, const char* func
                  std::va_list args) noexcept
 {
     try {
-        std::array<char, 1024> text{};
-        if (format == nullptr || std::vsnprintf(text.data(), text.size(), format, args) < 0)
-            return;
-        std::string line = function == nullptr ? std::string{} : std::string{function} + ": ";
-        line += text.data();
-        std::ranges::replace(line, '\n', ' ');
-        line.erase(line.find_last_not_of(' ') + 1);
-        log_lines.push_back({level, line});
+        log_lines.push_back({level, format_message(function, format, args)});
     } catch (const std::exception&) { // no memory: the message is lost
         return;
     }
@@ -171,6 +164,18 @@ std::string read_board(const request_t& request, const std::vector<limits_entry_
 }
 
 } // namespace
+
+std::string format_message(const char* function, const char* format, std::va_list args)
+{
+    std::array<char, 1024> text{};
+    if (format != nullptr)
+        std::vsnprintf(text.data(), text.size(), format, args);
+    std::string line = function == nullptr ? std::string{} : std::string{function} + ": ";
+    line += text.data();
+    std::ranges::replace(line, '\n', ' ');
+    line.erase(line.find_last_not_of(' ') + 1);
+    return line;
+}
 
 std::string encode_request(const request_t& request)
 {

@@ -4,6 +4,7 @@
 #include "telemetry/board_readings.h"
 
 #include <chrono>
+#include <cstdarg>
 #include <optional>
 #include <string>
 
@@ -32,6 +33,9 @@ enum class answer_t : char
     log = 'L',   ///< a message of any level
     board = 'B', ///< the board's document; the last line
 };
+
+/// A message of the platform's log as a line, without its end.
+std::string format_message(const char* function, const char* format, std::va_list args);
 
 /// Reads boards until the socket is closed; returns the exit status.
 int run_worker();

@@ -107,6 +107,21 @@ TEST(readings_command_line, listens_to_the_variables_for_colors_only)
     EXPECT_NE(rack.run("", {.out = stream_t::terminal}).out, plain);
 }
 
+TEST(readings_command_line, shows_the_log_of_the_platform_when_asked)
+{
+    readings_rack_t no_rack;
+    no_rack.file("{}}");
+    EXPECT_EQ(no_rack.run("--text"), says("No accelerator found\n"));
+    EXPECT_NE(no_rack.run("--text --verbose").err.find("rack.json: line 1"), std::string::npos);
+
+    readings_rack_t rack;
+    rack.plug("m48l_xcvu7p").host(plain_host);
+    rack.faults(R"({"call": "ivra_hw_top_get_board_name", "log": "it is\na board"})");
+    EXPECT_EQ(rack.run("--check").err, "");
+    EXPECT_NE(rack.run("--check --verbose").err.find("card-0: ivra_hw_top_get_board_name: it is a board\n"),
+              std::string::npos);
+}
+
 TEST(readings_command_line, says_when_its_output_cannot_be_written)
 {
     readings_rack_t rack;
