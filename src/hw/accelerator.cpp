@@ -104,6 +104,11 @@ void accelerator_filter::set_name(const std::string& name)
     throw_if_failed(ivra_hw_filter_set_name(handle_.get(), name.c_str()));
 }
 
+std::size_t count_accelerators()
+{
+    return ivra_hw_count_accelerators();
+}
+
 std::vector<accelerator_descriptor> enumerate_accelerators()
 {
     unowned_descriptors found;

@@ -5,6 +5,7 @@
 
 #include <ivra/hw.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -64,6 +65,9 @@ public:
 private:
     std::shared_ptr<ivra_hw_filter> handle_;
 };
+
+/// How many accelerators this host has; 0 also when they cannot be counted.
+std::size_t count_accelerators();
 
 /// The accelerators of this host, in index order; none when the platform cannot tell. Throws std::system_error with
 /// EINVAL when the platform described fewer than it counted.

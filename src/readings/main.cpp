@@ -27,6 +27,7 @@
 #include <exception>
 #include <iostream>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -52,21 +53,41 @@ void prepare_descriptors()
             ::open("/dev/null", O_RDONLY); // the lowest free descriptor: this one
 }
 
-// What the platform says while boards are looked for.
-void show_message(int /*level*/, const char* /*file*/, int /*line*/, const char* function, const char* format,
-                  std::va_list args)
+/// What the platform says while boards are looked for.
+struct platform_log_t
 {
-    std::cerr << printable(format_message(function, format, args)) << '\n';
+    bool is_shown = false;
+    std::string error; ///< the first message of that level
+};
+platform_log_t platform_log;
+
+// Nothing may be thrown through the library that calls it.
+void hear(int level, const char* /*file*/, int /*line*/, const char* function, const char* format,
+          std::va_list args) noexcept
+{
+    try {
+        const std::string message = format_message(function, format, args);
+        if (platform_log.is_shown)
+            std::cerr << printable(message) << '\n';
+        if (level == IVRA_LOG_ERROR && platform_log.error.empty())
+            platform_log.error = message;
+    } catch (const std::exception&) { // no memory: the message is lost
+        return;
+    }
 }
 
-void drop_message(int, const char*, int, const char*, const char*, std::va_list) {}
-
-/// The boards of this host. No handle of the platform is open any more.
+/// The boards of this host. No handle of the platform is open any more. Throws std::runtime_error where there may be
+/// boards that the platform does not list: such a host must not pass for one without any.
 std::vector<telemetry::accelerator_identity_t> find_boards()
 {
     std::vector<telemetry::accelerator_identity_t> boards;
     for (const hw::accelerator_descriptor& descriptor : hw::enumerate_accelerators())
         boards.push_back(telemetry::get_identity(descriptor));
+    if (const std::size_t count = hw::count_accelerators(); count > boards.size())
+        throw std::runtime_error{"The platform counts " + std::to_string(count) + " boards, and lists " +
+                                 (boards.empty() ? "none" : std::to_string(boards.size()))};
+    if (boards.empty() && !platform_log.error.empty())
+        throw std::runtime_error{"The boards of this host cannot be listed: " + platform_log.error};
     return boards;
 }
 
@@ -192,7 +213,8 @@ int main(int argc, char** argv)
         return run_worker();
     prepare_descriptors();
     const arguments_t args = parse_command_line({argv + (argc > 0 ? 1 : 0), argv + argc});
-    ivra_log_set_handler(args.is_verbose ? &show_message : &drop_message);
+    platform_log.is_shown = args.is_verbose;
+    ivra_log_set_handler(&hear);
     int status = EXIT_FAILURE;
     try {
         status = run(args);

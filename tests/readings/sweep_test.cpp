@@ -233,5 +233,29 @@ TEST(hosts, with_failing_boards_have_one_document_with_the_others_complete)
     }
 }
 
+TEST(hosts, whose_boards_cannot_be_listed_are_no_hosts_without_boards)
+{
+    readings_rack_t rack;
+    plug(rack, models[0]);
+    rack.faults(R"({"call": "ivra_hw_enumerate_all_accelerators", "errno": "EIO"})");
+    EXPECT_EQ(rack.run("--json"), fails("ivra-bsp readings: The platform counts 2 boards, and lists none\n"));
+    const run_t check = rack.run("--check");
+    EXPECT_TRUE(check.out.starts_with("UNKNOWN - ")) << check.out;
+    EXPECT_EQ(check.status, 3);
+}
+
+TEST(hosts, whose_boards_the_platform_cannot_find_are_no_hosts_without_boards)
+{
+    readings_rack_t rack;
+    rack.file("{\"accelerators\": 1}");
+    const run_t run = rack.run("--json");
+    EXPECT_EQ(run.out, "");
+    EXPECT_TRUE(run.err.starts_with("ivra-bsp readings: The boards of this host cannot be listed: ")) << run.err;
+    EXPECT_EQ(run.status, 1);
+    const run_t check = rack.run("--check");
+    EXPECT_TRUE(check.out.starts_with("UNKNOWN - The boards of this host cannot be listed: ")) << check.out;
+    EXPECT_EQ(check.status, 3);
+}
+
 } // namespace
 } // namespace ivra::tests
