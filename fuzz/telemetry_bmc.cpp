@@ -50,7 +50,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static board::board board{ivra::hw::enumerate_accelerators().at(0)};
     input = {data, size};
     waiting.clear();
-    const auto readings = telemetry::read_controller(board, [] { return false; });
+    using telemetry::part_t;
+    const telemetry::parts_t parts{part_t::identity, part_t::boot_image, part_t::sensors};
+    const auto readings = telemetry::read_controller(board, parts, [] { return false; });
     std::set<std::uint16_t> records;
     for (const telemetry::reading_t& reading : readings.sensors) {
         check(reading);
