@@ -77,7 +77,6 @@ run_tests() {
     local folder=$1 log=$1/test.log
     shift
     use_virtual_platform "$folder"
-    use_memory_for_files
     if ctest --test-dir "$folder" --output-on-failure --no-tests=error -j "$(nproc)" "$@" >"$log" 2>&1 </dev/null; then
         tail -n 3 "$log"
     else

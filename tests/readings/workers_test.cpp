@@ -68,12 +68,15 @@ void wait_for_end(const std::string& process)
 
 TEST(workers, a_crash_costs_its_board_and_no_other)
 {
+    const char* const not_handled = "ASAN_OPTIONS=handle_segv=0"; // by a sanitizer, which would make it an exit status
     const std::string crash = "what read it was ended by signal 11 (Segmentation fault)";
     for (const char* jobs : {"1", "2", "64"}) {
         three_boards_t rack{R"("signal": "SIGSEGV")"};
+        rack.environment(not_handled);
         EXPECT_EQ(rack.run(std::string{"--text --jobs "} + jobs), (run_t{screen_without_second(crash), "", 2}));
     }
     three_boards_t callers_children_go_unseen{R"("signal": "SIGSEGV")"};
+    callers_children_go_unseen.environment(not_handled);
     EXPECT_EQ(callers_children_go_unseen.run_by_shell("exec env --ignore-signal=CHLD", "--text"),
               (run_t{screen_without_second(crash), "", 2}));
 }
@@ -96,6 +99,7 @@ TEST(workers, one_that_hangs_is_left_behind_and_keeps_no_pipe_open)
     EXPECT_EQ(traced(rack, hanging_call).size(), 0U) << "the pipe was closed when the worker was through";
 }
 
+#if IVRA_SWEEP_STEP == 1 // sanitizers make false reports where they get no descriptors to look at memory
 TEST(workers, are_fewer_where_descriptors_are_few)
 {
     readings_rack_t rack;
@@ -122,6 +126,7 @@ TEST(workers, that_cannot_be_started_cost_every_board_and_leave_a_document)
                          why + "unknown: card-1: " + why + "\n2 boards: unknown\n",
                      "", 1}));
 }
+#endif
 
 TEST(workers, are_told_to_end_by_the_signal_that_ends_the_program)
 {
