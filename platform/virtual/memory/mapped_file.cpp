@@ -127,14 +127,18 @@ void mapped_file::read(std::uint64_t offset, std::span<std::uint8_t> bytes) cons
 void mapped_file::reserve(std::uint64_t offset, std::uint64_t count)
 {
     check_range(offset, count);
-    if (count == 0)
+    if (count == 0 || (offset >= reserved_.first && offset + count <= reserved_.second))
         return;
+    constexpr std::uint64_t small = 16384; // such a file takes its room at once: it is written all over
+    const std::uint64_t begin = size_ <= small ? 0 : offset;
+    const std::uint64_t end = size_ <= small ? size_ : offset + count;
     int error = 0;
     do {
-        error = ::posix_fallocate(fd_.get(), static_cast<::off_t>(offset), static_cast<::off_t>(count));
+        error = ::posix_fallocate(fd_.get(), static_cast<::off_t>(begin), static_cast<::off_t>(end - begin));
     } while (error == EINTR);
     if (error != 0)
         fail(error, "Cannot write");
+    reserved_ = {begin, end};
 }
 
 void mapped_file::write(std::uint64_t offset, std::span<const std::uint8_t> bytes)

@@ -81,6 +81,8 @@ private:
     std::filesystem::path path_;
     std::uint64_t size_;
     std::unique_ptr<std::uint8_t, unmap> memory_;
+    std::pair<std::uint64_t, std::uint64_t> reserved_{0, 0}; ///< begin and end of the last reserved range: what has
+                                                             ///< room keeps it, and a device writes where it wrote
 };
 
 /// A file locked against other processes. Throws std::system_error with the path.
