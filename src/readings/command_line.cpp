@@ -102,10 +102,12 @@ arguments_t parse_command_line(const std::vector<std::string_view>& words)
                  .operation(argos::OptionOperation::APPEND)
                  .help("Read this board: an index, a name or a uid. May be given several times; without it all boards "
                        "are read."))
-        .add(Option{"--skip"}
-                 .argument("uid")
-                 .operation(argos::OptionOperation::APPEND)
-                 .help("Leave this board out. May be given several times."))
+        .add(
+            Option{"--skip"}
+                .argument("uid")
+                .operation(argos::OptionOperation::APPEND)
+                .help("Leave this board out; one without a uid is told by its name, one without both by its index. May "
+                      "be given several times."))
         .add(Option{"--parts"}.argument("list").help("What to read, separated by commas: " + all_parts() +
                                                      " (default: all)."))
         .add(Option{"--jobs"}.argument("number").help("Boards that are read side by side: 1 to 64 (default 8)."))
@@ -115,6 +117,7 @@ arguments_t parse_command_line(const std::vector<std::string_view>& words)
         .add(Option{"--timeout"}.argument("seconds").help("What a board may take; 0: any time (default 30)."))
         .add(Option{"--json"}.help("Print one JSON document: the default unless standard output is a terminal."))
         .add(Option{"--lines"}.help("Print JSON Lines: each board as soon as it was read, the host last."))
+        .add(Option{"--announce"}.help("With --lines: print first a line that says which boards will be read."))
         .add(Option{"--text"}.help("Print a screen for people."))
         .add(Option{"--check"}.help("Print the line of a monitoring plugin, and end with its status, 0 to 3."))
         .add(Option{"-c", "--color"}.argument("color").help("`always`, `never` or `auto` (default)."))
@@ -145,6 +148,7 @@ arguments_t parse_command_line(const std::vector<std::string_view>& words)
                        .format = ::isatty(STDOUT_FILENO) == 1 ? format_t::text : format_t::json,
                        .limits_file =
                            args.has("--limits") ? std::optional{args.value("--limits").as_string()} : std::nullopt,
+                       .announces = args.has("--announce"),
                        .is_verbose = args.has("--verbose"),
                        .colored = false};
     std::istringstream parts{args.has("--parts") ? args.value("--parts").as_string() : all_parts()};
@@ -180,6 +184,9 @@ arguments_t parse_command_line(const std::vector<std::string_view>& words)
         }
     if (chosen > 1)
         end_wrong(is_check, "Only one of --json, --lines, --text and --check can be given");
+
+    if (result.announces && result.format != format_t::lines)
+        end_wrong(is_check, "--announce goes with --lines");
 
     const char* variable = std::getenv("IVRA_BSP_COLOR");
     const std::string color = args.has("--color")   ? args.value("--color").as_string()

@@ -28,6 +28,7 @@ struct arguments_t
     std::chrono::milliseconds timeout; ///< of a board; 0: none
     format_t format;
     std::optional<std::string> limits_file;
+    bool announces; ///< the boards, before they are read
     bool is_verbose;
     bool colored;
 };

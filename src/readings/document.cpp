@@ -359,6 +359,23 @@ bool is_simulated()
     return ::dlerror() == nullptr;
 }
 
+void write_identity(json_writer& json, const accelerator_identity_t& identity)
+{
+    json.member("index", identity.index);
+    json.member("name", identity.name);
+    json.member("uid", identity.uid);
+}
+
+void write_head(json_writer& json)
+{
+    json.member("format", 1U);
+    json.member("program", "ivra-bsp-readings");
+    json.member("version", IVRA_VERSION);
+    json.member("time", now());
+    json.member("host", host_name());
+    json.member("platform", is_simulated() ? "simulated" : "system");
+}
+
 } // namespace
 
 std::string make_board_document(const accelerator_identity_t& identity, const board_readings_t& readings,
@@ -369,9 +386,7 @@ std::string make_board_document(const accelerator_identity_t& identity, const bo
         verdict.add({.health = finding.health, .findings = {finding}});
     json_writer json;
     json.object([&] {
-        json.member("index", identity.index);
-        json.member("name", identity.name);
-        json.member("uid", identity.uid);
+        write_identity(json, identity);
         json.member("state", readings.error.empty() ? "ok" : "failed");
         if (!readings.error.empty())
             json.member("error", readings.error);
@@ -388,17 +403,22 @@ std::string make_board_document(const accelerator_identity_t& identity, const bo
     return json.text();
 }
 
+std::string make_announcement(const std::vector<accelerator_identity_t>& boards)
+{
+    json_writer json;
+    json.object([&] {
+        write_head(json);
+        json.list("announced", boards, [&json](const accelerator_identity_t& board) { write_identity(json, board); });
+    });
+    return json.text();
+}
+
 std::string make_host_document(health_t health, std::size_t board_count,
                                const std::optional<std::vector<std::string>>& boards)
 {
     json_writer json;
     json.object([&] {
-        json.member("format", 1U);
-        json.member("program", "ivra-bsp-readings");
-        json.member("version", IVRA_VERSION);
-        json.member("time", now());
-        json.member("host", host_name());
-        json.member("platform", is_simulated() ? "simulated" : "system");
+        write_head(json);
         json.member("health", telemetry::get_name(health));
         json.member("board_count", board_count);
     });

@@ -15,6 +15,9 @@ std::string make_board_document(const telemetry::accelerator_identity_t& identit
                                 const telemetry::board_readings_t& readings,
                                 const std::vector<telemetry::finding_t>& findings);
 
+/// The boards that will be read.
+std::string make_announcement(const std::vector<telemetry::accelerator_identity_t>& boards);
+
 /// What is said of the host: `boards` are the objects of its boards, or nothing where each has a line of its own.
 std::string make_host_document(telemetry::health_t health, std::size_t board_count,
                                const std::optional<std::vector<std::string>>& boards);

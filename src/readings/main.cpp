@@ -159,6 +159,8 @@ int run(const arguments_t& args)
     if (args.limits_file)
         parse_limits(limits, *args.limits_file); // a mistake ends this before any board is touched
     const std::vector<telemetry::accelerator_identity_t> boards = select(find_boards(), args.selectors, args.skipped);
+    if (args.announces && !(std::cout << make_announcement(boards) << std::endl))
+        throw output_error{};
     std::vector<std::string> documents(boards.size());
     progress_line progress;
     read_boards(boards, {.parts = args.parts, .jobs = args.jobs, .timeout = args.timeout, .limits = limits},

@@ -33,6 +33,12 @@ bool is_chosen(const accelerator_identity_t& board, const std::string& selector,
     return by_name ? board.name == selector : board.uid == selector;
 }
 
+/// What tells a board from the others, as a document says it.
+std::string key_of(const accelerator_identity_t& board)
+{
+    return board.uid.value_or(board.name.value_or(board.index ? std::to_string(*board.index) : ""));
+}
+
 } // namespace
 
 std::vector<accelerator_identity_t> select(const std::vector<accelerator_identity_t>& boards,
@@ -51,7 +57,7 @@ std::vector<accelerator_identity_t> select(const std::vector<accelerator_identit
     }
     std::vector<accelerator_identity_t> selected;
     for (std::size_t at = 0; at < boards.size(); ++at)
-        if (is_selected[at] && !(boards[at].uid && std::ranges::find(skipped, *boards[at].uid) != skipped.end()))
+        if (is_selected[at] && std::ranges::find(skipped, valid_utf8(key_of(boards[at])), &valid_utf8) == skipped.end())
             selected.push_back(boards[at]);
     return selected;
 }

@@ -46,6 +46,7 @@ TEST(readings_command_line, chooses_boards_by_index_name_and_uid)
     EXPECT_EQ(rack.chosen("-a 3 -a 3 --accelerator=0"), "00 03") << "in the order of the host, each once";
     EXPECT_EQ(rack.chosen("--skip 0000:01:00.0 --skip 0000:03:00.0"), "00 02");
     EXPECT_EQ(rack.chosen("-a twin --skip 0000:00:00.0 --skip none-such"), "01");
+    EXPECT_EQ(rack.chosen("--skip twin --skip 3"), "00 01 02 03") << "these have uids";
 }
 
 TEST(readings_command_line, refuses_a_board_that_there_is_not)
@@ -72,6 +73,7 @@ TEST(readings_command_line, refuses_what_it_does_not_know)
           {"--timeout -1", "Expected a timeout of 0 to 86400 seconds"},
           {"--timeout 86401", "Expected a timeout of 0 to 86400 seconds"},
           {"--timeout 1.5", "Expected a timeout of 0 to 86400 seconds"},
+          {"--announce", "--announce goes with --lines"},
           {"--color purple", "Invalid color value"}}) {
         readings_rack_t rack;
         EXPECT_EQ(rack.run(words),

@@ -41,6 +41,31 @@ TEST(readings, are_lines_of_which_the_hosts_own_is_the_last)
               switch_document + "\n" + head + R"(,"health":"ok","board_count":1})" + "\n");
 }
 
+TEST(readings, are_lines_after_one_that_announces_them)
+{
+    readings_rack_t rack;
+    rack.plug("m48l_xcvu7p").plug("m48l_xcvu7p").host(plain_host);
+    EXPECT_EQ(without_moment(rack.run("--lines --announce --skip 0000:01:00.0").out),
+              head + R"(,"announced":[{"index":0,"name":"card-0","uid":"0000:00:00.0"}]})" + "\n" + switch_document +
+                  "\n" + head + R"(,"health":"ok","board_count":1})" + "\n");
+    EXPECT_EQ(without_moment(rack.run("--lines --announce --skip 0000:00:00.0 --skip 0000:01:00.0").out),
+              head + R"(,"announced":[]})" + "\n" + head + R"(,"health":"ok","board_count":0})" + "\n");
+}
+
+TEST(readings, are_not_of_boards_that_are_skipped_by_what_tells_them)
+{
+    readings_rack_t rack;
+    rack.plug("m48l_xcvu7p").plug("m48l_xcvu7p").host(plain_host);
+    rack.faults(R"({"call": "ivra_hw_prop_get_uid", "errno": "EIO"})");
+    EXPECT_TRUE(without_moment(rack.run("--lines --announce --skip card-0 --skip 1").out)
+                    .starts_with(head + R"(,"announced":[{"index":1,"name":"card-1"}]})" + "\n" +
+                                 R"({"index":1,"name":"card-1","state":"ok")"));
+    rack.faults(
+        R"({"call": "ivra_hw_prop_get_uid", "errno": "EIO"}, {"call": "ivra_hw_prop_get_name", "errno": "EIO"})");
+    EXPECT_TRUE(without_moment(rack.run("--lines --announce --skip 1 --skip card-0").out)
+                    .starts_with(head + R"(,"announced":[{"index":0}]})" + "\n" + R"({"index":0,"state":"ok")"));
+}
+
 TEST(readings, are_a_screen_on_a_terminal)
 {
     readings_rack_t rack;

@@ -27,7 +27,8 @@ schema = json.load(open(sys.argv[1]))
 parts = schema["$defs"]
 Validator.check_schema(schema)
 whole = Validator(schema)
-board, host_line = (Validator({"$ref": "#/$defs/" + name, "$defs": parts}) for name in ("board", "host_line"))
+board, host_line, announcement = (Validator({"$ref": "#/$defs/" + name, "$defs": parts})
+                                  for name in ("board", "host_line", "announcement"))
 described, seen = set(), set()
 
 def walk(part, place, values):
@@ -53,7 +54,8 @@ hosts, boards = [], []
 for name in sys.argv[2:]:
     text = open(name, encoding="utf-8").read()
     if name.endswith(".lines"):
-        *first, last = map(json.loads, text.splitlines())
+        announced, *first, last = map(json.loads, text.splitlines())
+        judge(announcement, name, announced)
         judge(host_line, name, last)
         for line in first:
             judge(board, name, line)
@@ -179,9 +181,9 @@ TEST(readings_schema, describes_every_document_and_nothing_that_never_occurs)
         rack.file(read_file(file)).host(switch_host);
         const std::string name = file.stem().string();
         if (name == "many")
-            documents.add(name + ".lines", rack.run("--lines -a 0 -a 7 -a 998"));
+            documents.add(name + ".lines", rack.run("--lines --announce -a 0 -a 7 -a 998"));
         else if (name == "showcase")
-            documents.add(name + ".lines", rack.run("--lines"));
+            documents.add(name + ".lines", rack.run("--lines --announce"));
         else
             documents.add(name + ".json", rack.run("--json --timeout 0"));
     }
