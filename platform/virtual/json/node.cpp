@@ -31,6 +31,14 @@ void reading::remark(std::size_t place, const std::string& pointer, std::string_
         remarks_.push_back({place, pointer, std::string{what}});
 }
 
+std::vector<std::string> reading::remark_texts() const
+{
+    std::vector<std::string> texts;
+    for (const note_t& remark : remarks_)
+        texts.push_back(remark.what);
+    return texts;
+}
+
 std::vector<std::string> reading::remarks() const
 {
     std::vector<note_t> sorted = remarks_;

@@ -43,6 +43,8 @@ public:
     std::string take_opened() { return std::exchange(opened_, {}); }
 
     bool has_mistake() const { return mistake_.has_value(); }
+    /// What the mistake is, without its place; "" when there is none.
+    std::string_view mistake_found() const { return mistake_ ? std::string_view{mistake_->what} : ""; }
 
     void note(std::size_t place, const std::string& pointer, std::string_view what);
     /// Says a mistake at this place in other words.
@@ -56,6 +58,8 @@ public:
     void remark(std::size_t place, const std::string& pointer, std::string_view what);
     /// Every remark as a line, in the order of the file.
     std::vector<std::string> remarks() const;
+    /// The same without places.
+    std::vector<std::string> remark_texts() const;
 
 private:
     /// What is to be said about a place.

@@ -51,7 +51,9 @@ class words
 public:
     explicit words(const ivra_hw_core& core) : core_{*core.description}, registers_{core.tree->state().registers()}
     {
-        if (const xmc_t* config = xmc_behind(*core.device(), core_))
+        if (!has_room_for_xmc(core_))
+            return; // registers only, whatever changes
+        if (const xmc_t* config = xmc_behind(core.tree->state().board(), core_))
             device_ = std::make_unique<xmc>(*config, core_, registers_);
     }
 

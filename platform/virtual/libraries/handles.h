@@ -176,6 +176,8 @@ public:
     }
 
     const accelerator_t* device() const { return tree_->device(); }
+    /// The board as it is now, until it is asked for again.
+    const accelerator_t& board() const { return state().board(); }
     board_state& state() const { return tree_->state(); }
     const core_t& core() const { return *core_; }
 

@@ -85,7 +85,7 @@ int ivra_hw_top_get_temperature(ivra_hw_top* top, double* celsius)
     call c{__func__, device_of(top)};
     return c.status([&] {
         require(top != nullptr && celsius != nullptr);
-        c.store(celsius, top->device()->fpga.temperature);
+        c.store(celsius, top->board().fpga.temperature);
     });
 }
 

@@ -16,11 +16,11 @@ struct ivra_uart : device_base<ivra_uart, handle_kind::uart>
     template <class Body>
     void use_bmc(Body body) const
     {
-        const bmc_t* config = bmc_behind(*device(), core());
-        if (config == nullptr)
+        if (bmc_behind(*device(), core()) == nullptr)
             return;
         bmc_file& file = state().bmc();
         const file_lock lock = file.lock();
+        const bmc_t* const config = bmc_behind(board(), core()); // as it is now that nobody else uses it
         const bmc_memory_t before = file.read();
         bmc_memory_t memory = before;
         body(bmc{*config, memory});

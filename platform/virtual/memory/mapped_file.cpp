@@ -147,6 +147,20 @@ void mapped_file::write(std::uint64_t offset, std::span<const std::uint8_t> byte
     std::copy(bytes.begin(), bytes.end(), memory_.get() + offset);
 }
 
+std::uint64_t mapped_file::load(std::uint64_t offset) const
+{
+    check_range(offset, sizeof(std::uint64_t));
+    const void* const place = memory_.get() + offset;
+    return __atomic_load_n(static_cast<const std::uint64_t*>(place), __ATOMIC_ACQUIRE);
+}
+
+void mapped_file::store(std::uint64_t offset, std::uint64_t number)
+{
+    reserve(offset, sizeof number);
+    void* const place = memory_.get() + offset;
+    __atomic_store_n(static_cast<std::uint64_t*>(place), number, __ATOMIC_RELEASE);
+}
+
 void mapped_file::clear(std::uint64_t offset, std::uint64_t count)
 {
     check_range(offset, count);

@@ -59,6 +59,14 @@ public:
     /// Makes sure that the disk has room for this range.
     void reserve(std::uint64_t offset, std::uint64_t count);
 
+    /// The number in 8 bytes at a multiple of 8, in the machine's order: it is read and written in one step, and what
+    /// was written before it is there for whoever reads it. Memory has to be there: it was stored before.
+    std::uint64_t load(std::uint64_t offset) const;
+    void store(std::uint64_t offset, std::uint64_t number);
+
+    /// Gives the descriptor back. From then on only load() works.
+    void close() { fd_ = unique_fd{-1}; }
+
     /// The first range from `offset` on, as begin and end, that may hold something other than 0; both are size() when
     /// there is none.
     std::pair<std::uint64_t, std::uint64_t> next_data(std::uint64_t offset) const;

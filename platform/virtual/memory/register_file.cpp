@@ -28,9 +28,17 @@ register_file::register_file(mapped_file file, const std::vector<core_t>& cores)
 {
 }
 
+const core_t* register_file::place_of(const core_t& core) const
+{
+    const core_t* place = cores_->data();
+    while (place->address != core.address)
+        ++place;
+    return place;
+}
+
 std::uint64_t register_file::position(const core_t& core, std::uint64_t offset) const
 {
-    return space_sum(cores_->data(), &core) + offset;
+    return space_sum(cores_->data(), place_of(core)) + offset;
 }
 
 std::uint32_t register_file::read(const core_t& core, std::uint64_t offset) const
@@ -47,7 +55,7 @@ void register_file::write(const core_t& core, std::uint64_t offset, std::uint32_
 
 std::uint64_t register_file::kept_position(const core_t& core, std::size_t slot) const
 {
-    const auto number = static_cast<std::uint64_t>(&core - cores_->data());
+    const auto number = static_cast<std::uint64_t>(place_of(core) - cores_->data());
     return space_sum(cores_->data(), cores_->data() + cores_->size()) + kept_bytes * number +
            sizeof(std::int64_t) * slot;
 }

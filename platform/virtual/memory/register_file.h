@@ -35,8 +35,8 @@ public:
     /// `cores` outlives the object. Throws std::system_error.
     register_file(mapped_file file, const std::vector<core_t>& cores);
 
-    /// `core` is a member of the cores given; `offset` is a multiple of 4 and lies in its space with all four bytes.
-    /// Each throws std::system_error.
+    /// `core` is one of the cores given, or a copy; `offset` is a multiple of 4 and lies in its space with all four
+    /// bytes. Each throws std::system_error.
     std::uint32_t read(const core_t& core, std::uint64_t offset) const;
     void write(const core_t& core, std::uint64_t offset, std::uint32_t value);
 
@@ -52,6 +52,7 @@ public:
     };
 
 private:
+    const core_t* place_of(const core_t& core) const;
     std::uint64_t kept_position(const core_t& core, std::size_t slot) const;
     std::uint64_t position(const core_t& core, std::uint64_t offset) const;
 

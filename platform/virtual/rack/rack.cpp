@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -543,6 +544,24 @@ const char* open_error_name(int number)
     return row == std::end(open_errors) ? nullptr : row->name.data();
 }
 
+const accelerator_t& accelerator_called(const rack_t& rack, const std::string& name)
+{
+    constexpr std::size_t most_told = 20;
+    std::string known;
+    for (std::size_t at = 0; at < rack.accelerators.size(); ++at) {
+        const accelerator_t& accelerator = rack.accelerators[at];
+        if (accelerator.name == name || accelerator.uid == name || std::to_string(at) == name)
+            return accelerator;
+        if (at < most_told)
+            known += (at == 0 ? "" : ", ") + accelerator.name.value_or(accelerator.uid);
+    }
+    const std::size_t count = rack.accelerators.size();
+    throw std::runtime_error{
+        rack.file.string() + " has no accelerator of the name, uid or index \"" + name + "\"; there are " +
+        (count == 0 ? "none"
+                    : known + (count > most_told ? " and " + std::to_string(count - most_told) + " more" : ""))};
+}
+
 bool has_room_for_xmc(const core_t& core)
 {
     return core.hardware_id == hardware_ids::xmc && core.size >= xmc_window;
@@ -554,14 +573,15 @@ const xmc_t* xmc_behind(const accelerator_t& accelerator, const core_t& core)
         return nullptr;
     std::size_t number = 0;
     for (const core_t& other : accelerator.cores)
-        number += &other < &core && has_room_for_xmc(other) ? 1U : 0U;
+        number += other.address < core.address && has_room_for_xmc(other) ? 1U : 0U;
     return number < accelerator.xmcs.size() ? &accelerator.xmcs[number] : nullptr;
 }
 
 const bmc_t* bmc_behind(const accelerator_t& accelerator, const core_t& core)
 {
     const auto first = std::ranges::find(accelerator.cores, hardware_ids::uart, &core_t::hardware_id);
-    return first == accelerator.cores.end() || &*first != &core || !accelerator.bmc ? nullptr : &*accelerator.bmc;
+    const bool is_first = first != accelerator.cores.end() && first->address == core.address;
+    return is_first && accelerator.bmc ? &*accelerator.bmc : nullptr;
 }
 
 std::filesystem::path racks_folder()
@@ -583,13 +603,17 @@ std::filesystem::path rack_in_use()
     return racks_folder() / "showcase.json";
 }
 
-rack_t read_rack(const json::value_t& document, const std::filesystem::path& file, std::vector<std::string>* remarks)
+std::vector<std::filesystem::path> folders_of(const std::filesystem::path& rack_file)
 {
     // One rack has one folder, however its path is spelt.
     std::error_code ignored;
-    const std::filesystem::path folder = std::filesystem::weakly_canonical(file, ignored).parent_path();
-    json::reading reading{
-        file, {folder, racks_folder()}, remarks == nullptr ? json::remarks_t::unwanted : json::remarks_t::wanted};
+    return {std::filesystem::weakly_canonical(rack_file, ignored).parent_path(), racks_folder()};
+}
+
+rack_t read_rack(const json::value_t& document, const std::filesystem::path& file, std::vector<std::string>* remarks)
+{
+    json::reading reading{file, folders_of(file),
+                          remarks == nullptr ? json::remarks_t::unwanted : json::remarks_t::wanted};
     rack_file_t rack;
     rack_codec.read({document, reading}, rack);
     reading.finish();

@@ -92,10 +92,10 @@ struct accelerator_t
 /// Whether an XMC stands behind a core: it has the hardware identifier and the room. A smaller one is registers only.
 bool has_room_for_xmc(const core_t& core);
 
-/// The XMC behind a core, a member of the accelerator's; null when there is none.
+/// The XMC behind a core of the accelerator; null when there is none.
 const xmc_t* xmc_behind(const accelerator_t& accelerator, const core_t& core);
 
-/// The BMC behind a core, a member of the accelerator's; null when there is none.
+/// The BMC behind a core of the accelerator; null when there is none.
 const bmc_t* bmc_behind(const accelerator_t& accelerator, const core_t& core);
 
 /// A host's accelerators, in index order.
@@ -104,6 +104,9 @@ struct rack_t
     std::filesystem::path file; ///< absolute, symbolic links resolved
     std::vector<accelerator_t> accelerators;
 };
+
+/// The accelerator of the rack with this name, uid or index. Throws std::runtime_error, which says what there is.
+const accelerator_t& accelerator_called(const rack_t& rack, const std::string& name);
 
 /// An error with which a rack can make the opening of an accelerator fail; null when a rack has no name for it.
 const char* open_error_name(int number);
@@ -123,6 +126,9 @@ rack_t parse_rack(std::string_view text, const std::filesystem::path& file);
 /// and hardly meant, in the order of the file.
 rack_t read_rack(const json::value_t& document, const std::filesystem::path& file,
                  std::vector<std::string>* remarks = nullptr);
+
+/// The folders in which the files are that a rack names, one after the other.
+std::vector<std::filesystem::path> folders_of(const std::filesystem::path& rack_file);
 
 /// A rack file that says everything about `rack`, defaults included, and loads to the same accelerators.
 std::string expand(const rack_t& rack);

@@ -28,6 +28,7 @@ constexpr const char* origin_file = "origin"; // what the state was made from, s
 constexpr const char* flash_file = "flash";
 constexpr const char* register_file_name = "registers";
 constexpr const char* bmc_file_name = "bmc";
+constexpr const char* changes_file_name = "changes";
 constexpr const char* i2c_file = "i2c";
 constexpr const char* parameters_file = "parameters";
 
@@ -66,7 +67,7 @@ bool is_plain(char character)
 /// The whole text of a board's origin file. The number in the first line changes whenever the files do.
 std::string origin_text(const rack_t& rack, const accelerator_t& accelerator)
 {
-    return "ivra-virtual board state 4\n" + rack.file.string() + "\n" + accelerator.uid + "\n" + accelerator.text +
+    return "ivra-virtual board state 5\n" + rack.file.string() + "\n" + accelerator.uid + "\n" + accelerator.text +
            "\n";
 }
 
@@ -159,6 +160,8 @@ void build(const rack_t& rack, const accelerator_t& accelerator)
         create_file(fresh / flash_file, accelerator.flash.size);
         write_start_values(fresh / register_file_name, accelerator.cores);
         create_file(fresh / bmc_file_name, bmc_file::file_size);
+        const fs::path changes = fresh / changes_file_name;
+        changes_file::prepare({create_file(changes, changes_file::file_size), changes, file_access::read_write});
         write_start_values(fresh / i2c_file, accelerator.i2c);
         create_file(fresh / parameters_file, board_state::parameters_size);
         if (::rename(folder.c_str(), old.c_str()) < 0 && errno != ENOENT)
@@ -170,6 +173,12 @@ void build(const rack_t& rack, const accelerator_t& accelerator)
         throw;
     }
     fs::remove_all(old);
+}
+
+/// At least `last`, and the one is odd where the other is even.
+std::uint64_t next_generation(std::uint64_t before, std::uint64_t last)
+{
+    return last + ((last - before) % 2 == 0 ? 1 : 0);
 }
 
 bool forget(const fs::path& folder)
@@ -245,10 +254,11 @@ void create_private_folder(const fs::path& folder)
         fail(ENOTDIR, "Cannot create the folder", folder);
 }
 
-board_state::board_state(flash_memory flash, register_file registers, bmc_file bmc, mapped_file i2c,
-                         mapped_file parameters)
-    : flash_{std::move(flash)}, registers_{std::move(registers)}, bmc_{std::move(bmc)}, i2c_{std::move(i2c)},
-      parameters_{std::move(parameters)}
+board_state::board_state(const rack_t& rack, const accelerator_t& accelerator, changes_file changes, flash_memory flash,
+                         register_file registers, bmc_file bmc, mapped_file i2c, mapped_file parameters)
+    : original_{&accelerator},
+      rack_file_{rack.file}, changes_{std::move(changes)}, board_{&accelerator}, flash_{std::move(flash)},
+      registers_{std::move(registers)}, bmc_{std::move(bmc)}, i2c_{std::move(i2c)}, parameters_{std::move(parameters)}
 {
 }
 
@@ -277,17 +287,25 @@ std::optional<board_state> board_state::open_matching(const rack_t& rack, const 
             mismatch = "its description in the rack has changed";
             return std::nullopt;
         }
+        mapped_file all_changes = open_mapped(folder.get(), path, changes_file_name, access);
+        const bool are_changes_whole = all_changes.size() == changes_file::file_size;
+        changes_file changes{std::move(all_changes), path / changes_file_name}; // before others take descriptors
         mapped_file flash = open_mapped(folder.get(), path, flash_file, access);
         mapped_file registers = open_mapped(folder.get(), path, register_file_name, access);
         mapped_file bmc = open_mapped(folder.get(), path, bmc_file_name, access);
         mapped_file i2c = open_mapped(folder.get(), path, i2c_file, access);
         mapped_file parameters = open_mapped(folder.get(), path, parameters_file, access);
         if (flash.size() == accelerator.flash.size && registers.size() == register_file::file_size(accelerator.cores) &&
-            bmc.size() == bmc_file::file_size && i2c.size() == places_of(accelerator.i2c).size &&
+            bmc.size() == bmc_file::file_size && are_changes_whole && i2c.size() == places_of(accelerator.i2c).size &&
             parameters.size() == parameters_size)
-            return board_state{flash_memory{std::move(flash), accelerator.flash.sector},
-                               register_file{std::move(registers), accelerator.cores}, bmc_file{std::move(bmc)},
-                               std::move(i2c), std::move(parameters)};
+            return board_state{rack,
+                               accelerator,
+                               std::move(changes),
+                               flash_memory{std::move(flash), accelerator.flash.sector},
+                               register_file{std::move(registers), accelerator.cores},
+                               bmc_file{std::move(bmc)},
+                               std::move(i2c),
+                               std::move(parameters)};
     } catch (const std::system_error& error) {
         if (error.code() != std::errc::no_such_file_or_directory)
             throw;
@@ -318,6 +336,60 @@ std::optional<board_state> board_state::open_existing(const rack_t& rack, const 
 {
     std::string mismatch;
     return open_matching(rack, accelerator, file_access::read_only, mismatch);
+}
+
+changes_t board_state::read_changes(const mapped_file& file) const
+{
+    for (;;) {
+        const std::uint64_t generation = changes_.generation();
+        try {
+            const std::string text = changes_.read(file, generation);
+            if (changes_.generation() == generation)
+                return virtual_platform::read_changes(*original_, text, changes_.path(), device_now());
+        } catch (const file_error& error) {
+            if (changes_.generation() == generation)
+                throw file_error{std::string{error.what()} + "; 'ivra-virtual change " +
+                                 printable(rack_file_.string()) + ' ' + printable(original_->uid) +
+                                 " reset' undoes all changes"};
+        }
+    }
+}
+
+const accelerator_t& board_state::read_board()
+{
+    // Deliberate: a generation that comes meanwhile is read the next time, once more at worst.
+    const std::uint64_t generation = changes_.generation();
+    changes_t changes = read_changes(changes_.open(file_access::read_only));
+    changed_ = std::make_unique<const accelerator_t>(std::move(changes.board));
+    board_ = changed_.get();
+    generation_ = generation;
+    next_change_ = changes.to_come.empty() ? std::nullopt : std::optional{changes.to_come.front().at};
+    return *board_;
+}
+
+void board_state::change(const std::function<std::uint64_t(changes_t& changes, std::uint64_t number)>& make)
+{
+    mapped_file file = changes_.open(file_access::read_write);
+    const file_lock lock{file};
+    const std::uint64_t before = changes_.generation();
+    changes_t changes = read_changes(file);
+    const std::uint64_t last = make(changes, before + 1);
+    changes_.write(file, next_generation(before, last), changes_text(*original_, changes, device_now()));
+}
+
+bool board_state::undo_changes()
+{
+    mapped_file file = changes_.open(file_access::read_write);
+    const file_lock lock{file};
+    const std::uint64_t before = changes_.generation();
+    bool is_changed = true;
+    try {
+        is_changed = !changes_.read(file, before).empty();
+    } catch (const file_error&) { // whatever it holds
+    }
+    if (is_changed)
+        changes_.write(file, next_generation(before, before + 1), "");
+    return is_changed;
 }
 
 bool forget_board(const rack_t& rack, const accelerator_t& accelerator)

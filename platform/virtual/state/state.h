@@ -5,10 +5,14 @@
 #include "memory/flash_memory.h"
 #include "memory/mapped_file.h"
 #include "memory/register_file.h"
+#include "rack/changes.h"
 #include "rack/rack.h"
+#include "state/changes_file.h"
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -36,9 +40,9 @@ std::filesystem::path mutex_folder();
 /// Creates a folder and its parents for this user alone (mode 0700). Throws std::system_error.
 void create_private_folder(const std::filesystem::path& folder);
 
-/// What one board remembers: the contents of its flash, the registers of its cores, the memory of its BMC and what is
-/// on its I2C buses, in files that are mapped shared, so that every process that has the board open sees the same
-/// bytes. It is released when the object goes.
+/// What one board remembers: what was changed of it, the contents of its flash, the registers of its cores, the memory
+/// of its BMC and what is on its I2C buses, in files that are mapped shared, so that every process that has the board
+/// open sees the same bytes. It is released when the object goes.
 class board_state
 {
 public:
@@ -54,10 +58,24 @@ public:
     /// Why open() threw away what the board remembered; empty when it did not.
     const std::string& restart_reason() const { return restart_reason_; }
 
+    /// The board as it is now: as the rack says, and with what was changed of it, by whatever process. It is good until
+    /// it is asked for again. Throws file_error when what was changed cannot be read.
+    const accelerator_t& board()
+    {
+        return changes_.generation() == generation_ && !is_change_due() ? *board_ : read_board();
+    }
+
+    /// Makes changes, for every process at once: all or, when it throws, none. `make` gets the board as it is and what
+    /// is to come, and a number that no change before has, and returns the highest of such numbers, from that one on,
+    /// that it has used. Throws std::system_error, file_error and what `make` throws.
+    void change(const std::function<std::uint64_t(changes_t& changes, std::uint64_t number)>& make);
+    /// Undoes all changes, whatever the file of them holds; false when there was none. Throws std::system_error.
+    bool undo_changes();
+
     flash_memory& flash() { return flash_; }
     const flash_memory& flash() const { return flash_; }
 
-    /// Registers of all cores; a core is given as a member of the accelerator's `cores`.
+    /// Registers of all cores; a core is one of the accelerator's.
     register_file& registers() { return registers_; }
     const register_file& registers() const { return registers_; }
 
@@ -74,11 +92,22 @@ public:
     static constexpr std::uint64_t parameters_size = 24;
 
 private:
-    board_state(flash_memory flash, register_file registers, bmc_file bmc, mapped_file i2c, mapped_file parameters);
+    board_state(const rack_t& rack, const accelerator_t& accelerator, changes_file changes, flash_memory flash,
+                register_file registers, bmc_file bmc, mapped_file i2c, mapped_file parameters);
+    bool is_change_due() const { return next_change_ && *next_change_ <= device_now(); }
+    const accelerator_t& read_board();
+    changes_t read_changes(const mapped_file& file) const;
     static std::optional<board_state> open_matching(const rack_t& rack, const accelerator_t& accelerator,
                                                     file_access access, std::string& mismatch);
 
     std::string restart_reason_;
+    const accelerator_t* original_; ///< as the rack says it
+    std::filesystem::path rack_file_;
+    changes_file changes_;
+    std::unique_ptr<const accelerator_t> changed_; ///< null: the original
+    const accelerator_t* board_;                   ///< of these two the one that counts
+    std::uint64_t generation_ = 0;                 ///< of the changes in it
+    std::optional<device_time> next_change_;
     flash_memory flash_;
     register_file registers_;
     bmc_file bmc_;

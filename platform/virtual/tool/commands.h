@@ -26,6 +26,10 @@ void show(const rack_t& rack);
 /// std::runtime_error and std::system_error.
 void serve_bmc(const rack_t& rack, const std::string& name);
 
+/// Changes a board for every process that has it open, as the words say; "reset" undoes all that was changed. Throws
+/// usage_error for words that say no change, std::runtime_error and std::system_error.
+void change_board(const rack_t& rack, const std::string& name, const std::vector<std::string>& words);
+
 /// Each makes boards forget, those of a rack file (which need not exist any more) or all, and says which. Nothing is
 /// removed when the folder holds anything but states of boards. Throws std::runtime_error.
 void reset_rack(const std::filesystem::path& rack_file);

@@ -2,6 +2,7 @@
 #include "output.h"
 
 #include "devices/module/captured.h"
+#include "rack/change_words.h"
 #include "rack/fault_plan.h"
 #include "rack/model.h"
 #include "rack/rack.h"
@@ -102,6 +103,13 @@ int bmc_command(const words_t& words)
     return exit_success;
 }
 
+int change_command(const words_t& words)
+{
+    change_board(load_rack(words.arguments[0]), words.arguments[1],
+                 {words.arguments.begin() + 2, words.arguments.end()});
+    return exit_success;
+}
+
 int run_command_on_rack(const words_t& words)
 {
     return run_on_rack(words.arguments.empty() ? std::nullopt : std::optional{words.arguments.front()}, words.command);
@@ -198,6 +206,11 @@ constexpr command_t commands[] = {
      "Prints the JSON Schema (draft 4) of racks or of fault plans, which an editor\n"
      "can use. It cannot say everything: check finds more.\n",
      1, 1, false, false, &schema},
+    {"change", "RACK ACCELERATOR WHAT...", "Change a board while it is used",
+     "Changes what the rack says of an accelerator, given by name, uid or index, at\n"
+     "once and for every process that has it open, until reset undoes all of it.\n"
+     "The rack file stays as it is; show tells what differs from it.\n",
+     3, any_number, false, false, &change_command},
     {"bmc", "RACK ACCELERATOR", "Let IPMI programs talk to a board's BMC",
      "Serves the BMC of an accelerator, given by name, uid or index, on a\n"
      "pseudo-terminal, and prints its name, for example for\n"
@@ -214,7 +227,7 @@ std::string program_help()
                        "platform.\n\nCOMMANDS\n";
     for (const command_t& command : commands) {
         std::string usage = "  " + std::string{command.name} + ' ' + std::string{command.arguments};
-        usage.resize(std::max<std::size_t>(usage.size(), 30), ' ');
+        usage.resize(std::max<std::size_t>(usage.size() + 1, 30), ' ');
         text += usage + std::string{command.summary} + '\n';
     }
     return text + "\nOPTIONS\n"
@@ -242,10 +255,13 @@ std::string model_list()
     return text + '\n';
 }
 
+constexpr const char* reset_line = "  reset                       undo all changes of the board\n";
+
 std::string command_help(const command_t& command)
 {
     return "USAGE\n  ivra-virtual " + std::string{command.name} + ' ' + std::string{command.arguments} + "\n\n" +
-           std::string{command.help} + (command.run == &new_rack ? model_list() : "");
+           std::string{command.help} + (command.run == &new_rack ? model_list() : "") +
+           (command.run == &change_command ? "\nWHAT\n" + known_changes() + reset_line : "");
 }
 
 std::size_t parse_count(const std::string& text)
@@ -271,7 +287,8 @@ int run_command(const command_t& command, const std::vector<std::string>& words)
     bool options_ended = false;
     for (std::size_t at = 0; at < words.size(); ++at) {
         const std::string& word = words[at];
-        if (options_ended || word.size() < 2 || word[0] != '-') {
+        const bool is_number = word.find_first_of("0123456789") == 1; // "-5"
+        if (options_ended || word.size() < 2 || word[0] != '-' || is_number) {
             parsed.arguments.push_back(word);
         } else if (word == "--" && command.has_command) {
             parsed.command.assign(words.begin() + static_cast<std::ptrdiff_t>(at) + 1, words.end());

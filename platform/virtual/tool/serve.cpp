@@ -36,16 +36,6 @@ namespace {
     throw std::system_error{errno, std::generic_category(), what};
 }
 
-const accelerator_t& accelerator_called(const rack_t& rack, const std::string& name)
-{
-    for (std::size_t at = 0; at < rack.accelerators.size(); ++at) {
-        const accelerator_t& accelerator = rack.accelerators[at];
-        if (accelerator.name == name || accelerator.uid == name || std::to_string(at) == name)
-            return accelerator;
-    }
-    throw std::runtime_error{rack.file.string() + " has no accelerator of the name, uid or index \"" + name + '"'};
-}
-
 /// Both sides of a pseudo-terminal that hands on bytes as they are. This side holds the other one open, too: it stays
 /// when a program leaves it.
 struct terminal_t
@@ -162,7 +152,7 @@ void serve_bmc(const rack_t& rack, const std::string& name)
     const auto ask = [&](const std::string& request) {
         const file_lock lock = state.bmc().lock();
         bmc_memory_t memory = state.bmc().read();
-        auto answer = bmc{*accelerator.bmc, memory}.take(request);
+        auto answer = bmc{state.board().bmc.value(), memory}.take(request);
         state.bmc().write(memory);
         return answer;
     };

@@ -6,6 +6,7 @@
 #include "devices/i2c/i2c.h"
 #include "devices/module/module.h"
 #include "devices/xmc/xmc.h"
+#include "rack/change_words.h"
 #include "rack/model.h"
 #include "state/parameters.h"
 #include "state/state.h"
@@ -254,8 +255,9 @@ std::string state_text(const rack_t& rack, const accelerator_t& accelerator, con
 
 void show_accelerator(const rack_t& rack, std::size_t index)
 {
-    const accelerator_t& accelerator = rack.accelerators.at(index);
-    auto state = board_state::open_existing(rack, accelerator);
+    const accelerator_t& original = rack.accelerators.at(index);
+    auto state = board_state::open_existing(rack, original);
+    const accelerator_t& accelerator = state ? state->board() : original;
 
     std::string text = std::to_string(index) + "  " + printable(accelerator.name.value_or("(no name)")) + '\n';
     text += field("Model", {printable(accelerator.model)});
@@ -277,6 +279,7 @@ void show_accelerator(const rack_t& rack, std::size_t index)
     text += field("Clock", clock_lines(accelerator.i2c, state));
     text += field("BMC", bmc_lines(accelerator.bmc, state));
     text += field("XMC", xmc_lines(accelerator, state));
+    text += field("Changed", told_changes(original, accelerator));
     text += field("State", {state_text(rack, accelerator, state)});
     print('\n' + text);
 }

@@ -107,7 +107,9 @@ TEST_F(bmc_referee, what_cannot_be_served_is_said)
         return result.err;
     };
     EXPECT_EQ(error("nobody"), "ivra-virtual: bmc: " + fs::canonical(showcase).string() +
-                                   " has no accelerator of the name, uid or index \"nobody\"\n");
+                                   " has no accelerator of the name, uid or index \"nobody\"; there are virtual-u200, "
+                                   "virtual-u250, virtual-u50, virtual-u55c, virtual-xupp3r, virtual-xupvv8, "
+                                   "virtual-fpb2, virtual-switch-emulated, virtual-switch-l, virtual-switch-lb\n");
     EXPECT_EQ(error("0"), "ivra-virtual: bmc: the accelerator \"0\" has no BMC\n");
 }
 

@@ -805,9 +805,11 @@ TEST_F(tool, two_dashes_end_the_options)
 
 TEST_F(tool, help_names_every_command_and_fits_80_columns)
 {
-    const std::vector<std::vector<std::string>> lines_of{{"--help"},         {"-h"},           {"check", "--help"},
-                                                         {"show", "--help"}, {"expand", "-h"}, {"reset", "x", "--help"},
-                                                         {"new", "--help"},  {"run", "--help"}};
+    const std::vector<std::vector<std::string>> lines_of{{"--help"},          {"-h"},
+                                                         {"check", "--help"}, {"show", "--help"},
+                                                         {"expand", "-h"},    {"reset", "x", "--help"},
+                                                         {"new", "--help"},   {"run", "--help"},
+                                                         {"change", "-h"}};
     for (const std::vector<std::string>& words : lines_of) {
         const run_t result = run(words);
         EXPECT_EQ(result.status, 0);
@@ -817,7 +819,7 @@ TEST_F(tool, help_names_every_command_and_fits_80_columns)
         for (std::string line; std::getline(lines, line);)
             EXPECT_LE(line.size(), 79U) << line;
     }
-    for (const char* command : {"check", "show", "expand", "reset", "new", "run"})
+    for (const char* command : {"check", "show", "expand", "reset", "new", "run", "change"})
         EXPECT_THAT(run({"--help"}).out, HasSubstr("\n  " + std::string{command} + " "));
 }
 

@@ -361,11 +361,7 @@ constexpr repository_codec repository_of_file{{R"(the records of a real board: {
 /// Sensors over those that there are: each changes the first of its name that none before it has changed, or is new.
 struct sensors_codec
 {
-    static constexpr codec::list list{
-        "a list of at most 1024 sensors",
-        codec::record<bmc_sensor_t>{
-            R"(a sensor: { "name": "12V0", "unit": "V", "value": 12.03, "m": 63, "r_exp": -3 })"},
-        most_sensors};
+    static constexpr codec::list list{"a list of at most 1024 sensors", bmc_sensor_codec, most_sensors};
 
     static std::string sentence() { return list.what; }
     static void read(const json::node_t& node, std::vector<bmc_sensor_t>& sensors)
@@ -546,6 +542,7 @@ std::string fru_image(const bmc_fru_t& fru)
     return header + area;
 }
 
+template struct json::codec::record<bmc_sensor_t>;
 template struct json::codec::record<bmc_t>;
 
 } // namespace ivra::virtual_platform

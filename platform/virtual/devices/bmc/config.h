@@ -74,7 +74,11 @@ inline constexpr std::size_t most_bmc_answers = 64;
 /// The bytes of the FRU image, checksums included.
 std::string fru_image(const bmc_fru_t& fru);
 
+extern template struct json::codec::record<bmc_sensor_t>;
 extern template struct json::codec::record<bmc_t>;
+
+inline constexpr json::codec::record<bmc_sensor_t> bmc_sensor_codec{
+    R"(a sensor: { "name": "12V0", "unit": "V", "value": 12.03, "m": 63, "r_exp": -3 })"};
 
 inline constexpr json::codec::record<bmc_t> bmc_codec{
     R"({ "boot_image": ..., "fru": ..., "sensors": ... } for a management controller behind a UART)"};

@@ -6,14 +6,54 @@
 namespace ivra::virtual_platform {
 
 // clang-format off
-constexpr std::array<std::string_view, 42> xmc_sensor_names = {
-    "12V_PEX", "3V3_PEX", "3V3_AUX", "12V_AUX", "DDR4_VPP_BTM", "SYS_5V5", "VCC1V2_TOP", "VCC1V8", "VCC0V85",
-    "DDR4_VPP_TOP", "MGT0V9AVCC", "12V_SW", "MGTAVTT", "VCC1V2_BTM", "12V_PEX_I_IN", "12V_AUX_I_IN", "VCCINT",
-    "VCCINT_I", "FPGA_TEMP", "FAN_TEMP", "DIMM_TEMP0", "DIMM_TEMP1", "DIMM_TEMP2", "DIMM_TEMP3", "SE98_TEMP0",
-    "SE98_TEMP1", "SE98_TEMP2", "FAN_SPEED", "CAGE_TEMP0", "CAGE_TEMP1", "HBM_TEMP1", "VCC3V3", "3V3_PEX_I_IN",
-    "VCCINT_IO_I", "HBM_1V2", "VPP2V5", "VCCINT_IO", "HBM_TEMP2", "VCCINT_TEMP", "PEX_12V_POWER",
-    "PEX_3V_POWER", "HBM_1V2_I",
-};
+constexpr std::array<xmc_sensor_row_t, 42> xmc_sensor_rows = [] {
+    using enum xmc_unit_t;
+    return std::array<xmc_sensor_row_t, 42>{{
+        // sensor          a step of its registers
+        {"12V_PEX",       millivolts},
+        {"3V3_PEX",       millivolts},
+        {"3V3_AUX",       millivolts},
+        {"12V_AUX",       millivolts},
+        {"DDR4_VPP_BTM",  millivolts},
+        {"SYS_5V5",       millivolts},
+        {"VCC1V2_TOP",    millivolts},
+        {"VCC1V8",        millivolts},
+        {"VCC0V85",       millivolts},
+        {"DDR4_VPP_TOP",  millivolts},
+        {"MGT0V9AVCC",    millivolts},
+        {"12V_SW",        millivolts},
+        {"MGTAVTT",       millivolts},
+        {"VCC1V2_BTM",    millivolts},
+        {"12V_PEX_I_IN",  milliamperes},
+        {"12V_AUX_I_IN",  milliamperes},
+        {"VCCINT",        millivolts},
+        {"VCCINT_I",      milliamperes},
+        {"FPGA_TEMP",     celsius},
+        {"FAN_TEMP",      celsius},
+        {"DIMM_TEMP0",    celsius},
+        {"DIMM_TEMP1",    celsius},
+        {"DIMM_TEMP2",    celsius},
+        {"DIMM_TEMP3",    celsius},
+        {"SE98_TEMP0",    celsius},
+        {"SE98_TEMP1",    celsius},
+        {"SE98_TEMP2",    celsius},
+        {"FAN_SPEED",     rpm},
+        {"CAGE_TEMP0",    celsius},
+        {"CAGE_TEMP1",    celsius},
+        {"HBM_TEMP1",     celsius},
+        {"VCC3V3",        millivolts},
+        {"3V3_PEX_I_IN",  milliamperes},
+        {"VCCINT_IO_I",   milliamperes},
+        {"HBM_1V2",       millivolts},
+        {"VPP2V5",        millivolts},
+        {"VCCINT_IO",     millivolts},
+        {"HBM_TEMP2",     celsius},
+        {"VCCINT_TEMP",   celsius},
+        {"PEX_12V_POWER", milliwatts},
+        {"PEX_3V_POWER",  milliwatts},
+        {"HBM_1V2_I",     milliamperes},
+    }};
+}();
 // clang-format on
 
 namespace {
@@ -39,12 +79,12 @@ constexpr struct
         if (members == nullptr)
             return node.expected(sentence());
         for (const json::member_t& member : *members) {
-            const auto* const name = std::ranges::find(xmc_sensor_names, member.name);
-            if (name == xmc_sensor_names.end())
+            const auto* const row = std::ranges::find(xmc_sensor_rows, member.name, &xmc_sensor_row_t::name);
+            if (row == xmc_sensor_rows.end())
                 return node.below(member).note(member.place, unknown());
-            auto place = std::ranges::find(sensors, *name, &xmc_sensor_t::name);
+            auto place = std::ranges::find(sensors, row->name, &xmc_sensor_t::name);
             if (place == sensors.end())
-                place = sensors.insert(place, {*name, {}});
+                place = sensors.insert(place, {row->name, {}});
             sensor_values.read(node.below(member), place->values);
         }
     }
@@ -58,8 +98,8 @@ constexpr struct
     static json::value_t schema()
     {
         std::string names;
-        for (const std::string_view name : xmc_sensor_names)
-            names += (names.empty() ? "^(" : "|") + std::string{name};
+        for (const xmc_sensor_row_t& row : xmc_sensor_rows)
+            names += (names.empty() ? "^(" : "|") + std::string{row.name};
         return codec::schema_of(sentence(), {"object"},
                                 {{"additionalProperties", {false}},
                                  {"patternProperties", {json::object_t{{names + ")$", sensor_values.schema()}}}}});
@@ -69,8 +109,8 @@ private:
     static std::string unknown()
     {
         std::string names;
-        for (const std::string_view name : xmc_sensor_names)
-            names += (names.empty() ? "unknown member, expected one of " : ", ") + std::string{name};
+        for (const xmc_sensor_row_t& row : xmc_sensor_rows)
+            names += (names.empty() ? "unknown member, expected one of " : ", ") + std::string{row.name};
         return names;
     }
 } sensors_by_name;

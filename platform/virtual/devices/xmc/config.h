@@ -56,7 +56,7 @@ struct xmc_card_t
 /// One sensor of a card, as raw register values.
 struct xmc_sensor_t
 {
-    std::string_view name;                 ///< one of xmc_sensor_names
+    std::string_view name;                 ///< of one of xmc_sensor_rows
     std::array<std::uint32_t, 3> values{}; ///< current, average, maximum
 
     bool operator==(const xmc_sensor_t&) const = default;
@@ -79,8 +79,24 @@ struct xmc_t
 
 inline constexpr std::uint64_t xmc_window = 0x2a010; ///< bytes of a core's space that an XMC needs at least
 
+/// What one step of a sensor's registers is.
+enum class xmc_unit_t
+{
+    millivolts,
+    milliamperes,
+    milliwatts,
+    celsius,
+    rpm
+};
+
+struct xmc_sensor_row_t
+{
+    std::string_view name;
+    xmc_unit_t unit;
+};
+
 /// Every sensor that an XMC can have.
-extern const std::array<std::string_view, 42> xmc_sensor_names;
+extern const std::array<xmc_sensor_row_t, 42> xmc_sensor_rows;
 
 /// The bytes of the card information: key, length and value of each field.
 std::string card_information(const xmc_card_t& card);
