@@ -2,6 +2,7 @@
 
 #include "accelerator_info.h"
 #include "output/output.h"
+#include "text/text.h"
 #include "text/text_stream.h"
 
 #include <ivra/log.h>
@@ -37,21 +38,6 @@ std::optional<std::string> get_selector(const argos::ParsedArguments& args)
         return args.value("--accelerator").as_string("");
     if (const char* variable = std::getenv("IVRA_BSP_ACCELERATOR"); variable != nullptr)
         return variable;
-    return std::nullopt;
-}
-
-/// The index that a selector spells in decimal, hexadecimal ("0x") or octal ("0"), cut to 32 bits; nothing when it is a
-/// name.
-std::optional<std::uint32_t> to_index(const std::string& selector)
-{
-    try {
-        std::size_t used = 0;
-        const long number = std::stol(selector, &used, 0);
-        if (used == selector.size())
-            return static_cast<std::uint32_t>(number);
-    } catch (const std::logic_error&) {
-        // No digits, or more than fit.
-    }
     return std::nullopt;
 }
 

@@ -12,20 +12,6 @@ namespace {
 
 using telemetry::accelerator_identity_t;
 
-/// As `ivra-bsp board` has it: decimal, hexadecimal ("0x") or octal ("0"), cut to 32 bits.
-std::optional<std::uint32_t> to_index(const std::string& selector)
-{
-    try {
-        std::size_t used = 0;
-        const long number = std::stol(selector, &used, 0);
-        if (used == selector.size())
-            return static_cast<std::uint32_t>(number);
-    } catch (const std::logic_error&) { // no digits, or more than fit
-        return std::nullopt;
-    }
-    return std::nullopt;
-}
-
 bool is_chosen(const accelerator_identity_t& board, const std::string& selector, bool by_name)
 {
     if (const std::optional<std::uint32_t> index = to_index(selector))

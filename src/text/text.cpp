@@ -112,6 +112,19 @@ std::string valid_utf8(std::string_view s)
     return text;
 }
 
+std::optional<std::uint32_t> to_index(const std::string& selector)
+{
+    try {
+        std::size_t used = 0;
+        const long number = std::stol(selector, &used, 0);
+        if (used == selector.size())
+            return static_cast<std::uint32_t>(number);
+    } catch (const std::logic_error&) {
+        // No digits, or more than fit.
+    }
+    return std::nullopt;
+}
+
 double without_nan_sign(double value)
 {
     return std::isnan(value) ? std::abs(value) : value;

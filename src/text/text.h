@@ -2,6 +2,8 @@
 #define IVRA_TEXT_TEXT_H
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -18,6 +20,10 @@ std::string printable(std::string_view s);
 
 /// `s` as a JSON document may hold it: each byte that is not part of valid UTF-8 is U+FFFD.
 std::string valid_utf8(std::string_view s);
+
+/// The index that a selector of a board spells in decimal, hexadecimal ("0x") or octal ("0"), cut to 32 bits; nothing
+/// when it is a name.
+std::optional<std::uint32_t> to_index(const std::string& selector);
 
 /// The number; of what is no number, the one without a sign ("nan" when written): the sign differs between machines.
 double without_nan_sign(double value);
