@@ -1,5 +1,6 @@
 #include "readings/workers.h"
 
+#include "hw/signal_hold.h"
 #include "readings/document.h"
 #include "readings/worker.h"
 
@@ -16,6 +17,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <iterator>
 #include <list>
 #include <optional>
 #include <system_error>
@@ -31,26 +33,16 @@ using std::chrono::milliseconds;
 constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP};
 constexpr milliseconds progress_interval{100};
 
-/// Processes that read boards, for the handler of signals; 0: none.
-std::array<std::atomic<::pid_t>, most_jobs> working{};
-
-void announce(::pid_t process)
-{
-    *std::find(working.begin(), working.end(), 0) = process;
-}
-
-void withdraw(::pid_t process)
-{
-    if (const auto place = std::find(working.begin(), working.end(), process); place != working.end())
-        *place = 0;
-}
+/// The process group of all workers, those that were left behind among them; 0 before there is one. It is the process
+/// of the first worker, which is never waited for to the end: the number stays theirs as long as this process lives.
+std::atomic<::pid_t> workers_group{0};
+static_assert(std::atomic<::pid_t>::is_always_lock_free);
 
 // Wherever this process is at work, be it that nobody reads what it writes.
 void end_by_signal(int signal)
 {
-    for (const std::atomic<::pid_t>& process : working)
-        if (process != 0)
-            ::kill(process, SIGTERM);
+    if (workers_group != 0)
+        ::kill(-workers_group, SIGTERM);
     std::signal(signal, SIG_DFL);
     std::raise(signal); // takes effect when this returns
 }
@@ -98,7 +90,8 @@ private:
     int number_;
 };
 
-/// What a child starts with: nothing of this process but its socket, and a process group that no terminal signals.
+/// What a child starts with: nothing of this process but its socket, and the group of the workers, which no terminal
+/// signals.
 class spawn_plan
 {
 public:
@@ -116,7 +109,7 @@ public:
         ::sigaddset(&defaults, SIGTERM);
         ::posix_spawnattr_setsigmask(&attributes_, &none);
         ::posix_spawnattr_setsigdefault(&attributes_, &defaults);
-        ::posix_spawnattr_setpgroup(&attributes_, 0);
+        ::posix_spawnattr_setpgroup(&attributes_, workers_group); // 0: a new one
         ::posix_spawnattr_setflags(&attributes_,
                                    POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
     }
@@ -160,20 +153,24 @@ worker_t start_worker()
         fail("Cannot make a socket");
     descriptor own{ends[0]};
     const descriptor other{ends[1]};
-    return {.process = spawn_plan{other.get()}.start(), .socket = std::move(own)};
+    const hw::signal_hold hold; // one that came in between would not reach a new group
+    const ::pid_t process = spawn_plan{other.get()}.start();
+    if (workers_group == 0)
+        workers_group = process;
+    return {.process = process, .socket = std::move(own)};
 }
 
 /// How a worker ended that should not have.
 std::string end_of(::pid_t process)
 {
-    withdraw(process);
-    int status = 0;
-    while (::waitpid(process, &status, 0) == -1 && errno == EINTR)
+    const int keep = process == workers_group ? WNOWAIT : 0;
+    ::siginfo_t end{};
+    while (::waitid(P_PID, static_cast<::id_t>(process), &end, WEXITED | keep) == -1 && errno == EINTR)
         continue;
-    if (WIFSIGNALED(status))
-        return "what read it was ended by signal " + std::to_string(WTERMSIG(status)) + " (" +
-               ::strsignal(WTERMSIG(status)) + ")";
-    return "what read it ended with status " + std::to_string(WEXITSTATUS(status));
+    if (end.si_code == CLD_EXITED)
+        return "what read it ended with status " + std::to_string(end.si_status);
+    return "what read it was ended by signal " + std::to_string(end.si_status) + " (" + ::strsignal(end.si_status) +
+           ")";
 }
 
 class reader
@@ -195,12 +192,7 @@ public:
                 continue;
             wait();
             for (auto worker = workers_.begin(); worker != workers_.end();)
-                if (serve(*worker)) {
-                    ++worker;
-                } else {
-                    withdraw(worker->process);
-                    worker = workers_.erase(worker);
-                }
+                worker = serve(*worker) ? std::next(worker) : workers_.erase(worker);
             tell_progress();
         }
         for (const ::pid_t process : idle_) // their sockets are closed
@@ -218,7 +210,6 @@ private:
                 fail_board(next_++, error.what());
             return false;
         }
-        announce(workers_.back().process);
         begin(workers_.back());
         return give_board(workers_.back());
     }
