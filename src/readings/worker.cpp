@@ -27,29 +27,20 @@ using telemetry::accelerator_identity_t;
 
 struct log_line_t
 {
-    int level;
+    answer_t kind;
     std::string text;
 };
 std::vector<log_line_t> log_lines; // since the last board
+std::size_t sent_log_lines = 0;    // of these
 
-// Nothing may be thrown through the library that calls it.
-void collect_log(int level, const char* /*file*/, int /*line*/, const char* function, const char* format,
-                 std::va_list args) noexcept
-{
-    try {
-        log_lines.push_back({level, format_message(function, format, args)});
-    } catch (const std::exception&) { // no memory: the message is lost
-        return;
-    }
-}
-
-/// False when nobody listens any more.
-bool send_line(answer_t kind, std::string text)
+/// False when not all of it can be sent: nobody listens any more, or, with MSG_DONTWAIT, not yet.
+bool send_line(answer_t kind, std::string text, int flags)
 {
     text.insert(text.begin(), static_cast<char>(kind));
     text += '\n';
     for (std::size_t sent = 0; sent < text.size();) {
-        const ::ssize_t count = ::send(worker_socket, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+        const ::ssize_t count =
+            ::send(worker_socket, text.data() + sent, text.size() - sent, MSG_NOSIGNAL | (sent == 0 ? flags : 0));
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0)
@@ -57,6 +48,30 @@ bool send_line(answer_t kind, std::string text)
         sent += static_cast<std::size_t>(count);
     }
     return true;
+}
+
+/// Sends what was not sent yet.
+bool send_log_lines(int flags)
+{
+    while (sent_log_lines < log_lines.size() &&
+           send_line(log_lines[sent_log_lines].kind, log_lines[sent_log_lines].text, flags))
+        ++sent_log_lines;
+    return sent_log_lines == log_lines.size();
+}
+
+// Nothing may be thrown through the library that calls it, nor its errno be changed. Who calls may be in the middle of
+// an exchange: a line that the socket has no room for waits until the board has been read.
+void collect_log(int level, const char* /*file*/, int /*line*/, const char* function, const char* format,
+                 std::va_list args) noexcept
+{
+    const int error = errno;
+    try {
+        log_lines.push_back(
+            {level == IVRA_LOG_ERROR ? answer_t::error : answer_t::log, format_message(function, format, args)});
+        send_log_lines(MSG_DONTWAIT);
+    } catch (const std::exception&) { // no memory: the message is lost
+    }
+    errno = error;
 }
 
 /// The next line; nothing when the socket was closed.
@@ -158,8 +173,8 @@ std::string read_board(const request_t& request, const std::vector<limits_entry_
     }
     std::vector<telemetry::finding_t> findings = apply_limits(limits, request.board, request.parts, readings);
     for (const log_line_t& line : log_lines)
-        if (line.level == IVRA_LOG_ERROR)
-            findings.push_back({.health = std::nullopt, .text = "The platform's log: " + line.text});
+        if (line.kind == answer_t::error)
+            findings.push_back(make_log_finding(line.text));
     return make_board_document(request.board, readings, findings);
 }
 
@@ -175,6 +190,11 @@ std::string format_message(const char* function, const char* format, std::va_lis
     std::ranges::replace(line, '\n', ' ');
     line.erase(line.find_last_not_of(' ') + 1);
     return line;
+}
+
+telemetry::finding_t make_log_finding(const std::string& message)
+{
+    return {.health = std::nullopt, .text = "The platform's log: " + message};
 }
 
 std::string encode_request(const request_t& request)
@@ -195,11 +215,9 @@ int run_worker()
         limits = parse_limits(text, "the limits file");
     while (const std::optional<std::string> line = receive_line()) {
         log_lines.clear();
+        sent_log_lines = 0;
         const std::string document = read_board(decode_request(*line), limits);
-        bool has_listener = true;
-        for (const log_line_t& message : log_lines)
-            has_listener = has_listener && send_line(answer_t::log, message.text);
-        if (!has_listener || !send_line(answer_t::board, document))
+        if (!send_log_lines(0) || !send_line(answer_t::board, document, 0))
             break;
     }
     ivra_log_set_handler(nullptr);

@@ -143,6 +143,7 @@ struct worker_t
     descriptor socket;
     std::optional<std::size_t> board = std::nullopt; ///< that it reads
     clock::time_point begin{};
+    std::vector<telemetry::finding_t> findings{}; ///< that came of the board so far
     std::string received{};
 };
 
@@ -207,7 +208,7 @@ private:
             workers_.push_back(start_worker());
         } catch (const std::system_error& error) {
             if (workers_.empty())
-                fail_board(next_++, error.what());
+                fail_board(next_++, error.what(), {});
             return false;
         }
         begin(workers_.back());
@@ -230,6 +231,7 @@ private:
             return false;
         worker.board = next_++;
         worker.begin = clock::now();
+        worker.findings.clear();
         send(worker,
              encode_request({.board = boards_[*worker.board], .parts = options_.parts, .time = options_.timeout}));
         return true;
@@ -262,7 +264,7 @@ private:
         const ::ssize_t count = ::recv(worker.socket.get(), piece.data(), piece.size(), MSG_DONTWAIT);
         if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) {
             if (worker.board)
-                fail_board(*worker.board, end_of(worker.process));
+                fail_board(*worker.board, end_of(worker.process), worker.findings);
             return false;
         }
         if (count > 0)
@@ -270,28 +272,31 @@ private:
         for (std::size_t end; worker.board && (end = worker.received.find('\n')) != std::string::npos;) {
             const std::string line = worker.received.substr(0, end);
             worker.received.erase(0, end + 1);
-            if (line.starts_with(static_cast<char>(answer_t::log))) {
-                listeners_.log(*worker.board, line.substr(1));
+            const std::string text = line.substr(1);
+            if (!line.starts_with(static_cast<char>(answer_t::board))) {
+                if (line.starts_with(static_cast<char>(answer_t::error)))
+                    worker.findings.push_back(make_log_finding(text));
+                listeners_.log(*worker.board, text);
                 continue;
             }
-            finish(*worker.board, line.substr(1));
+            finish(*worker.board, text);
             if (!give_board(worker)) {
                 idle_.push_back(worker.process);
                 return false;
             }
         }
         if (worker.board && options_.timeout.count() != 0 && clock::now() >= worker.begin + options_.timeout) {
-            fail_board(*worker.board, telemetry::deadline_error);
+            fail_board(*worker.board, telemetry::deadline_error, worker.findings);
             return false; // it goes on, and ends when it wants to tell
         }
         return true;
     }
 
-    void fail_board(std::size_t board, const std::string& error)
+    void fail_board(std::size_t board, const std::string& error, const std::vector<telemetry::finding_t>& findings)
     {
         telemetry::board_readings_t readings;
         readings.error = error;
-        finish(board, make_board_document(boards_[board], readings, {}));
+        finish(board, make_board_document(boards_[board], readings, findings));
     }
 
     void finish(std::size_t board, const std::string& document)
