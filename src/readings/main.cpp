@@ -6,6 +6,7 @@
 #include "readings/command_line.h"
 #include "readings/document.h"
 #include "readings/limits_file.h"
+#include "readings/progress_line.h"
 #include "readings/select.h"
 #include "readings/text_screen.h"
 #include "readings/worker.h"
@@ -18,10 +19,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
+#include <chrono>
 #include <csignal>
 #include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -90,42 +90,6 @@ std::vector<telemetry::accelerator_identity_t> find_boards()
         throw std::runtime_error{"The boards of this host cannot be listed: " + platform_log.error};
     return boards;
 }
-
-/// A line on a terminal that says what is waited for, and that is wiped in the end.
-class progress_line
-{
-public:
-    ~progress_line() { wipe(); }
-
-    void show(std::size_t done, std::size_t count, const std::string& name, std::chrono::milliseconds time)
-    {
-        if (!is_terminal_ || time < patience)
-            return;
-        std::array<char, 32> seconds{};
-        std::snprintf(seconds.data(), seconds.size(), "%.1f", static_cast<double>(time.count()) / 1000);
-        // A line that a terminal of 80 columns would break could not be wiped.
-        write("\r\033[K" + std::to_string(done) + " of " + std::to_string(count) + " boards, waiting for " +
-              shortened(name, 24) + " (" + seconds.data() + " s)");
-        is_shown_ = true;
-    }
-    void wipe()
-    {
-        if (is_shown_)
-            write("\r\033[K");
-        is_shown_ = false;
-    }
-
-private:
-    static constexpr std::chrono::milliseconds patience{500};
-
-    static void write(const std::string& text)
-    {
-        [[maybe_unused]] const ::ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
-    }
-
-    bool is_terminal_ = ::isatty(STDERR_FILENO) == 1;
-    bool is_shown_ = false;
-};
 
 std::string name_of(const telemetry::accelerator_identity_t& board)
 {

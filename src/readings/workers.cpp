@@ -2,6 +2,7 @@
 
 #include "hw/signal_hold.h"
 #include "readings/document.h"
+#include "readings/progress_line.h"
 #include "readings/worker.h"
 
 #include <fcntl.h>
@@ -43,6 +44,7 @@ void end_by_signal(int signal)
 {
     if (workers_group != 0)
         ::kill(-workers_group, SIGTERM);
+    progress_line::wipe_at_end();
     std::signal(signal, SIG_DFL);
     std::raise(signal); // takes effect when this returns
 }
