@@ -33,8 +33,8 @@ struct listeners_t
 
 /// Reads boards side by side, by `jobs` processes. A board that takes longer than the timeout fails; who reads it is
 /// left to end by itself. So does one that crashes what reads it. From the call on SIGINT, SIGTERM and SIGHUP end this
-/// process at once, after all workers were told to end, those that were left behind, too; they do so when a board is not
-/// left half-way. Throws std::system_error.
+/// process at once, after all workers were told to end, those that were left behind, too; they do so when a board is
+/// not left half-way. Throws std::system_error.
 void read_boards(const std::vector<telemetry::accelerator_identity_t>& boards, const reading_options_t& options,
                  const listeners_t& listeners);
 

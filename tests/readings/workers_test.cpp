@@ -81,6 +81,27 @@ TEST(workers, a_crash_costs_its_board_and_no_other)
               (run_t{screen_without_second(crash), "", 2}));
 }
 
+TEST(workers, a_crash_loses_nothing_that_the_log_had_said_at_error_level)
+{
+    readings_rack_t rack;
+    rack.plug("m48l_xcvu7p").environment("ASAN_OPTIONS=handle_segv=0");
+    rack.environment("IVRA_VIRTUAL_TRACE=/dev/null/trace"); // which the library cannot open, and says so
+    rack.faults(R"({"call": "ivra_hw_top_get_board_name", "log": "a warning", "signal": "SIGSEGV"})");
+    const std::string log = "ivra_virtual_trace: Cannot write the trace to /dev/null/trace: Not a directory";
+    const run_t run = rack.run("--text");
+    EXPECT_EQ(run, (run_t{"Health   ID  Name\n"
+                          "unknown  0   card-0\n"
+                          "\n"
+                          "unknown: card-0: The board could not be read: "
+                          "what read it was ended by signal 11 (Segmentation fault)\n"
+                          "note: card-0: The platform's log: " +
+                              log + "\n",
+                          "", 1}));
+    const std::string shown = rack.run("--text --verbose").err;
+    EXPECT_NE(shown.find("card-0: " + log + "\n"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("card-0: ivra_hw_top_get_board_name: a warning\n"), std::string::npos) << shown;
+}
+
 TEST(workers, a_crash_of_all_is_unknown_and_a_failure)
 {
     readings_rack_t rack;
@@ -143,6 +164,78 @@ TEST(workers, are_told_to_end_by_the_signal_that_ends_the_program)
         wait_for_end(worker_of(rack));
         EXPECT_EQ(traced(rack, hanging_call).size(), 0U) << "it was not told";
     }
+}
+
+TEST(workers, that_were_left_behind_are_told_to_end_too)
+{
+    three_boards_t rack{R"("delay": "10 s")"};
+    rack.environment("IVRA_VIRTUAL_CLOCK");
+    running_t run = rack.start("--json --timeout 1 --jobs 1", {.out = stream_t::full_pipe});
+    ASSERT_TRUE(run.waits_to_write()); // all is read but the second board
+    run.signal(SIGTERM);
+    EXPECT_EQ(run.end().status, 128 + SIGTERM);
+    wait_for_end(worker_of(rack));
+    EXPECT_EQ(traced(rack, hanging_call).size(), 0U) << "it was not told";
+}
+
+TEST(workers, that_follow_a_crash_of_the_first_one_are_told_to_end)
+{
+    readings_rack_t rack;
+    for (int board = 0; board < 3; ++board)
+        rack.plug("m48l_xcvu7p");
+    rack.host(plain_host).environment("IVRA_VIRTUAL_CLOCK").environment("ASAN_OPTIONS=handle_segv=0");
+    rack.faults(R"({"call": "ivra_hw_top_get_board_name", "accelerator": "card-0", "signal": "SIGSEGV"},
+                   {"call": "ivra_hw_top_get_board_name", "accelerator": "card-2", "delay": "10 s"})");
+    running_t run = rack.start("--lines --jobs 1");
+    while (calls(rack, "ivra_hw_top_get_board_name") == 0) // the second board; the worker goes on to the third one
+        continue;
+    run.signal(SIGINT);
+    EXPECT_EQ(run.end().status, 128 + SIGINT);
+    wait_for_end(worker_of(rack));
+    EXPECT_EQ(traced(rack, "ivra_hw_top_get_board_name(0000:02:00.0").size(), 0U) << "it was not told";
+}
+
+/// A plain switch, and a board at which the log says more than a socket holds that nobody reads.
+class talkative_t : public readings_rack_t
+{
+public:
+    talkative_t()
+    {
+        plug("m48l_xcvu7p").plug("bittware_xupp3r", {{"bmc", R"({"sensors": {"only": true, "list": [
+            {"name": "12V0", "unit": "V", "value": 12, "m": 1}]}})"}});
+        host(plain_host).faults(R"({"call": "ivra_uart_read", "log": ")" + std::string(900, 'x') + "\"}");
+    }
+    std::size_t requests() const { return calls(*this, "ivra_uart_write_all"); }
+};
+const std::string sensors_of_both = "--parts sensors --lines --jobs 2";
+
+TEST(workers, go_on_with_a_board_while_nobody_hears_what_its_log_says)
+{
+    talkative_t rack;
+    ASSERT_EQ(rack.run(sensors_of_both).status, 0);
+    const std::size_t requests = rack.requests();
+    ASSERT_GT(requests, 1U);
+    ASSERT_GT(calls(rack, "ivra_uart_read"), 150U) << "of a line of almost a kilobyte each";
+    running_t run = rack.start(sensors_of_both, {.out = stream_t::full_pipe});
+    ASSERT_TRUE(run.waits_to_write());
+    while (rack.requests() < requests)
+        continue;
+    run.signal(SIGTERM);
+    run.end();
+}
+
+TEST(workers, go_on_with_a_board_when_the_program_was_killed)
+{
+    talkative_t rack;
+    ASSERT_EQ(rack.run(sensors_of_both).status, 0);
+    const std::size_t requests = rack.requests();
+    running_t run = rack.start("-a 1 " + sensors_of_both);
+    while (rack.requests() == 0)
+        continue;
+    run.signal(SIGKILL);
+    run.end();
+    wait_for_end(worker_of(rack));
+    EXPECT_EQ(rack.requests(), requests);
 }
 
 TEST(workers, take_a_signal_when_a_module_shows_its_first_page_again)
@@ -243,6 +336,53 @@ TEST(workers, that_are_waited_for_are_named_on_a_terminal)
     EXPECT_TRUE(run.err.starts_with("\r\033[K0 of 1 boards, waiting for a name?[2J that would f… (0.")) << run.err;
     EXPECT_TRUE(run.err.ends_with(" s)\r\033[K")) << run.err;
     EXPECT_EQ(run.status, 0);
+}
+
+/// A board that keeps a line on the terminal.
+class waiting_t : public readings_rack_t
+{
+public:
+    waiting_t()
+    {
+        plug("m48l_xcvu7p").host(plain_host).environment("IVRA_VIRTUAL_CLOCK");
+        faults(R"({"call": "ivra_hw_top_get_board_name", "delay": "10 s"})");
+    }
+};
+
+TEST(workers, the_line_that_names_them_is_wiped_when_a_signal_ends_the_program)
+{
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        waiting_t rack;
+        running_t run = rack.start("--check", {.err = stream_t::terminal});
+        ASSERT_TRUE(run.speaks());
+        run.signal(signal);
+        const run_t ended = run.end();
+        EXPECT_EQ(ended.status, 128 + signal);
+        EXPECT_TRUE(ended.err.starts_with("\r\033[K0 of 1 boards, waiting for card-0 (0.")) << ended.err;
+        EXPECT_TRUE(ended.err.ends_with(" s)\r\033[K")) << ended.err;
+    }
+}
+
+TEST(workers, nothing_is_wiped_where_no_line_was_shown)
+{
+    waiting_t rack;
+    running_t run = rack.start("--check", {.err = stream_t::terminal});
+    while (calls(rack, "ivra_hw_accelerator_get") == 0)
+        continue;
+    run.signal(SIGTERM);
+    const run_t ended = run.end();
+    EXPECT_EQ(ended.status, 128 + SIGTERM);
+    EXPECT_TRUE(ended.err.empty() || ended.err.find("waiting for") != std::string::npos) // on a slow machine
+        << ended.err;
+}
+
+TEST(workers, a_terminal_that_is_held_delays_no_end_by_a_signal)
+{
+    waiting_t rack;
+    running_t run = rack.start("--check", {.err = stream_t::held});
+    ASSERT_TRUE(run.waits_to_write());
+    run.signal(SIGTERM);
+    EXPECT_EQ(run.end().status, 128 + SIGTERM);
 }
 
 } // namespace

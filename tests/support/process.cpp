@@ -286,6 +286,17 @@ bool running_t::waits_to_write()
     });
 }
 
+bool running_t::speaks()
+{
+    return state_->waits_until([&] {
+        const auto written = [](const channel& c) {
+            pollfd polled{.fd = c.is_read ? c.parent.get() : -1, .events = POLLIN, .revents = 0};
+            return ::poll(&polled, 1, 0) == 1 && (polled.revents & POLLIN) != 0;
+        };
+        return written(state_->out) || written(state_->err);
+    });
+}
+
 run_t running_t::end()
 {
     run_t run;

@@ -66,6 +66,9 @@ public:
     /// Waits until it has ended or waits to write to a pipe or a terminal; true when it waits.
     bool waits_to_write();
 
+    /// Waits until it has ended or has written to a terminal; true when it has written.
+    bool speaks();
+
     /// Waits for its end. What was written is there up to now.
     run_t end();
 
