@@ -111,15 +111,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(!documents[0].HasParseError());
     rapidjson::Document host;
     const telemetry::health_t health = *telemetry::judge(board).health;
-    const std::string text = readings::make_host_document(health, 1, std::vector{line});
+    const std::string text = readings::make_host_document(health, findings, 1, std::vector{line});
     host.Parse<rapidjson::kParseValidateEncodingFlag>(text.data(), text.size());
     require(!host.HasParseError());
 
-    const std::string check = readings::make_check_line(health, documents);
+    const std::string check = readings::make_check_line(health, findings, documents);
     require(check.size() <= 8192 && check.find('\n') == std::string::npos);
     require(std::ranges::count(check, '|') <= 1);
     // No device sends anything to a terminal but text.
-    require(std::ranges::none_of(readings::make_text_screen(health, documents, false),
+    require(std::ranges::none_of(readings::make_text_screen(health, findings, documents, false),
                                  [](char letter) { return letter > 0 && letter < ' ' && letter != '\n'; }));
     return 0;
 }

@@ -107,17 +107,23 @@ void sort(std::vector<item_t>& items)
     std::ranges::stable_sort(items, std::ranges::greater{}, &item_t::health);
 }
 
-std::vector<item_t> find_findings(const std::vector<rapidjson::Document>& boards)
+std::vector<item_t> find_findings(const std::vector<telemetry::finding_t>& host,
+                                  const std::vector<rapidjson::Document>& boards)
 {
     std::vector<item_t> findings;
+    const auto add = [&findings](std::optional<health_t> health, const std::string& finding) {
+        if (!health)
+            return;
+        std::string text = plain(finding, "|");
+        if (text.size() > longest_finding)
+            text = valid_utf8(text.substr(0, longest_finding)) + "...";
+        findings.push_back({*health, text});
+    };
+    for (const telemetry::finding_t& finding : host)
+        add(finding.health, finding.text);
     for (const rapidjson::Document& board : boards)
         for_each(board, "findings", [&](const json_t& finding) {
-            if (const std::optional<health_t> health = get_health(finding)) {
-                std::string text = plain(get_name(board) + ": " + get_text(finding, "text"), "|");
-                if (text.size() > longest_finding)
-                    text = valid_utf8(text.substr(0, longest_finding)) + "...";
-                findings.push_back({*health, text});
-            }
+            add(get_health(finding), get_name(board) + ": " + get_text(finding, "text"));
         });
     sort(findings);
     return findings;
@@ -150,10 +156,13 @@ std::string summary(const std::vector<rapidjson::Document>& boards)
 
 } // namespace
 
-std::string make_check_line(health_t host, const std::vector<rapidjson::Document>& boards)
+std::string make_check_line(health_t host, const std::vector<telemetry::finding_t>& host_findings,
+                            const std::vector<rapidjson::Document>& boards)
 {
+    if (boards.empty() && !host_findings.empty())
+        return make_failure_line(host_findings.front().text);
     std::string line = std::string{row_of(host).word} + " - " + summary(boards);
-    const std::vector<item_t> findings = find_findings(boards);
+    const std::vector<item_t> findings = find_findings(host_findings, boards);
     for (std::size_t at = 0; at < std::min(findings.size(), most_findings); ++at)
         line += "; " + findings[at].text;
     if (findings.size() > most_findings)

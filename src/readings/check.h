@@ -10,8 +10,9 @@
 
 namespace ivra::bsp::readings {
 
-/// What a monitoring plugin prints: one line, without its end.
-std::string make_check_line(telemetry::health_t host, const std::vector<rapidjson::Document>& boards);
+/// What a monitoring plugin prints: one line, without its end. `findings` are those of the host.
+std::string make_check_line(telemetry::health_t host, const std::vector<telemetry::finding_t>& findings,
+                            const std::vector<rapidjson::Document>& boards);
 
 /// The line of one that could not check anything.
 std::string make_failure_line(const std::string& error);

@@ -413,13 +413,14 @@ std::string make_announcement(const std::vector<accelerator_identity_t>& boards)
     return json.text();
 }
 
-std::string make_host_document(health_t health, std::size_t board_count,
+std::string make_host_document(health_t health, const std::vector<finding_t>& findings, std::size_t board_count,
                                const std::optional<std::vector<std::string>>& boards)
 {
     json_writer json;
     json.object([&] {
         write_head(json);
         json.member("health", telemetry::get_name(health));
+        write_findings(json, findings);
         json.member("board_count", board_count);
     });
     std::string text = json.text();

@@ -18,9 +18,10 @@ std::string make_board_document(const telemetry::accelerator_identity_t& identit
 /// The boards that will be read.
 std::string make_announcement(const std::vector<telemetry::accelerator_identity_t>& boards);
 
-/// What is said of the host: `boards` are the objects of its boards, or nothing where each has a line of its own.
-std::string make_host_document(telemetry::health_t health, std::size_t board_count,
-                               const std::optional<std::vector<std::string>>& boards);
+/// What is said of the host: `findings` are its own, `boards` the objects of its boards, or nothing where each has a
+/// line of its own.
+std::string make_host_document(telemetry::health_t health, const std::vector<telemetry::finding_t>& findings,
+                               std::size_t board_count, const std::optional<std::vector<std::string>>& boards);
 
 } // namespace ivra::bsp::readings
 

@@ -27,7 +27,6 @@
 #include <exception>
 #include <iostream>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -76,19 +75,35 @@ void hear(int level, const char* /*file*/, int /*line*/, const char* function, c
     }
 }
 
-/// The boards of this host. No handle of the platform is open any more. Throws std::runtime_error where there may be
-/// boards that the platform does not list: such a host must not pass for one without any.
-std::vector<telemetry::accelerator_identity_t> find_boards()
+struct host_t
 {
     std::vector<telemetry::accelerator_identity_t> boards;
-    for (const hw::accelerator_descriptor& descriptor : hw::enumerate_accelerators())
-        boards.push_back(telemetry::get_identity(descriptor));
-    if (const std::size_t count = hw::count_accelerators(); count > boards.size())
-        throw std::runtime_error{"The platform counts " + std::to_string(count) + " boards, and lists " +
-                                 (boards.empty() ? "none" : std::to_string(boards.size()))};
-    if (boards.empty() && !platform_log.error.empty())
-        throw std::runtime_error{"The boards of this host cannot be listed: " + platform_log.error};
-    return boards;
+    std::vector<telemetry::finding_t> findings; ///< why there may be more
+};
+
+/// The boards that the platform lists. No handle of the platform is open any more. A host that may have others must not
+/// pass for one without.
+host_t find_boards()
+{
+    host_t host;
+    const auto fail = [&host](const std::string& text) {
+        host.findings.push_back({.health = telemetry::health_t::unknown, .text = text});
+        return host;
+    };
+    const std::string unlisted = "The boards of this host cannot be listed: ";
+    try {
+        // Without a filter there would be none where they are fewer than were counted.
+        for (const hw::accelerator_descriptor& descriptor : hw::enumerate_accelerators(hw::accelerator_filter{}))
+            host.boards.push_back(telemetry::get_identity(descriptor));
+        if (const std::size_t count = hw::count_accelerators(); count > host.boards.size())
+            return fail("The platform counts " + std::to_string(count) + (count == 1 ? " board" : " boards") +
+                        ", and lists " + (host.boards.empty() ? "none" : std::to_string(host.boards.size())));
+    } catch (const std::exception& error) {
+        return fail(unlisted + error.what());
+    }
+    if (host.boards.empty() && !platform_log.error.empty())
+        return fail(unlisted + platform_log.error);
+    return host;
 }
 
 std::string name_of(const telemetry::accelerator_identity_t& board)
@@ -96,20 +111,24 @@ std::string name_of(const telemetry::accelerator_identity_t& board)
     return board.name.value_or(board.uid.value_or("board-" + std::to_string(board.index.value_or(0))));
 }
 
-telemetry::health_t worst_of(const std::vector<rapidjson::Document>& boards)
+telemetry::health_t worst_of(const std::vector<rapidjson::Document>& boards,
+                             const std::vector<telemetry::finding_t>& findings)
 {
-    telemetry::health_t worst = telemetry::health_t::ok;
+    telemetry::verdict_t verdict{.health = telemetry::health_t::ok, .findings = {}};
     for (const rapidjson::Document& board : boards)
-        worst = std::max(worst, get_health(board).value_or(telemetry::health_t::unknown));
-    return worst;
+        verdict.add(get_health(board).value_or(telemetry::health_t::unknown));
+    for (const telemetry::finding_t& finding : findings)
+        verdict.add({.health = finding.health, .findings = {}});
+    return *verdict.health;
 }
 
-int status_of(const std::vector<rapidjson::Document>& boards)
+int status_of(const std::vector<rapidjson::Document>& boards, const std::vector<telemetry::finding_t>& findings)
 {
     const auto is_unread = [](const rapidjson::Document& board) { return get_text(board, "state") == "failed"; };
-    if (!boards.empty() && std::ranges::all_of(boards, is_unread))
+    const bool has_failed = !findings.empty() || std::ranges::any_of(boards, &has_failure);
+    if (has_failed && std::ranges::all_of(boards, is_unread))
         return nothing_read;
-    return std::ranges::any_of(boards, &has_failure) ? something_failed : all_read;
+    return has_failed ? something_failed : all_read;
 }
 
 /// Standard output takes nothing any more.
@@ -122,7 +141,10 @@ int run(const arguments_t& args)
     const std::string limits = args.limits_file ? read_limits_file(*args.limits_file) : "";
     if (args.limits_file)
         parse_limits(limits, *args.limits_file); // a mistake ends this before any board is touched
-    const std::vector<telemetry::accelerator_identity_t> boards = select(find_boards(), args.selectors, args.skipped);
+    const host_t host = find_boards();
+    const bool has_list = host.findings.empty() || !host.boards.empty(); // that could have the boards that are named
+    const std::vector<telemetry::accelerator_identity_t> boards =
+        has_list ? select(host.boards, args.selectors, args.skipped) : host.boards;
     if (args.announces && !(std::cout << make_announcement(boards) << std::endl))
         throw output_error{};
     std::vector<std::string> documents(boards.size());
@@ -153,22 +175,22 @@ int run(const arguments_t& args)
     std::vector<rapidjson::Document> parsed(documents.size());
     for (std::size_t at = 0; at < documents.size(); ++at)
         parsed[at].Parse(documents[at].data(), documents[at].size());
-    const telemetry::health_t health = worst_of(parsed);
+    const telemetry::health_t health = worst_of(parsed, host.findings);
     switch (args.format) {
     case format_t::json:
-        std::cout << make_host_document(health, boards.size(), documents) << '\n';
+        std::cout << make_host_document(health, host.findings, boards.size(), documents) << '\n';
         break;
     case format_t::lines:
-        std::cout << make_host_document(health, boards.size(), std::nullopt) << '\n';
+        std::cout << make_host_document(health, host.findings, boards.size(), std::nullopt) << '\n';
         break;
     case format_t::text:
-        std::cout << make_text_screen(health, parsed, args.colored);
+        std::cout << make_text_screen(health, host.findings, parsed, args.colored);
         break;
     case format_t::check:
-        std::cout << make_check_line(health, parsed) << '\n';
+        std::cout << make_check_line(health, host.findings, parsed) << '\n';
         return get_check_status(health);
     }
-    return status_of(parsed);
+    return status_of(parsed, host.findings);
 }
 
 } // namespace

@@ -143,25 +143,31 @@ std::string shortened(const std::string& text, std::size_t most)
     return beginning + "…";
 }
 
-std::string make_text_screen(health_t host, const std::vector<rapidjson::Document>& boards, bool colored)
+std::string make_text_screen(health_t host, const std::vector<telemetry::finding_t>& findings,
+                             const std::vector<rapidjson::Document>& boards, bool colored)
 {
-    if (boards.empty())
+    if (boards.empty() && findings.empty())
         return "No accelerator found\n";
     const color_map colors = get_color_map(colored);
-    std::vector<row_t> rows{{{"Health"}, {"ID"}, {"Name"}, {"Model"}, {"Serial"}, {"Hottest"}, {"Rx dBm"}}};
-    for (const rapidjson::Document& board : boards)
-        rows.push_back(make_row(board));
-    std::string screen = make_table(rows, colors);
+    std::string screen;
+    if (!boards.empty()) {
+        std::vector<row_t> rows{{{"Health"}, {"ID"}, {"Name"}, {"Model"}, {"Serial"}, {"Hottest"}, {"Rx dBm"}}};
+        for (const rapidjson::Document& board : boards)
+            rows.push_back(make_row(board));
+        screen = make_table(rows, colors);
+    }
 
-    std::vector<std::pair<std::optional<health_t>, std::string>> findings;
+    std::vector<std::pair<std::optional<health_t>, std::string>> lines;
+    for (const telemetry::finding_t& finding : findings)
+        lines.emplace_back(finding.health, printable(finding.text));
     for (const rapidjson::Document& board : boards)
         for_each(board, "findings", [&](const json_t& finding) {
-            findings.emplace_back(get_health(finding), printable(get_name(board) + ": " + get_text(finding, "text")));
+            lines.emplace_back(get_health(finding), printable(get_name(board) + ": " + get_text(finding, "text")));
         });
-    std::ranges::stable_sort(findings, [](const auto& one, const auto& other) { return one.first > other.first; });
-    if (!findings.empty())
+    std::ranges::stable_sort(lines, [](const auto& one, const auto& other) { return one.first > other.first; });
+    if (!screen.empty() && !lines.empty())
         screen += '\n';
-    for (const auto& [health, text] : findings)
+    for (const auto& [health, text] : lines)
         screen += colors.at(color_of(health)) + (health ? std::string{telemetry::get_name(*health)} : "note") +
                   colors.at(color::normal) + ": " + text + '\n';
     if (boards.size() > 1)

@@ -11,8 +11,9 @@
 
 namespace ivra::bsp::readings {
 
-/// The screen for people: a line a board, then what was found, worst first.
-std::string make_text_screen(telemetry::health_t host, const std::vector<rapidjson::Document>& boards, bool colored);
+/// The screen for people: a line a board, then what was found, worst first. `findings` are those of the host.
+std::string make_text_screen(telemetry::health_t host, const std::vector<telemetry::finding_t>& findings,
+                             const std::vector<rapidjson::Document>& boards, bool colored);
 
 /// A text for a screen, of at most so many characters: the end of a longer one is "…".
 std::string shortened(const std::string& text, std::size_t most);

@@ -115,7 +115,7 @@ std::optional<hw::accelerator_descriptor> find_board(const accelerator_identity_
         if (auto found = find_among(hw::enumerate_accelerators(filter)))
             return found;
     }
-    return find_among(hw::enumerate_accelerators());
+    return find_among(hw::enumerate_accelerators(hw::accelerator_filter{}));
 }
 
 /// A text without spaces and line ends, and back; "-" for nothing.

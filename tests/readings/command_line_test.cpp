@@ -113,7 +113,7 @@ TEST(readings_command_line, shows_the_log_of_the_platform_when_asked)
 {
     readings_rack_t no_rack;
     no_rack.file("{}}");
-    EXPECT_TRUE(no_rack.run("--text").err.starts_with("ivra-bsp readings: The boards of this host cannot be listed: "));
+    EXPECT_EQ(no_rack.run("--text").err, "");
     EXPECT_TRUE(no_rack.run("--text --verbose").err.starts_with("ivra_virtual_rack: "));
 
     readings_rack_t rack;

@@ -26,8 +26,8 @@ TEST(readings, are_one_document_where_standard_output_is_no_terminal)
     rack.plug("m48l_xcvu7p").host(plain_host);
     for (const char* words : {"", "--json"}) {
         const run_t run = rack.run(words);
-        EXPECT_EQ(without_moment(run.out),
-                  head + R"(,"health":"ok","board_count":1,"boards":[)" + "\n" + switch_document + "]}\n");
+        EXPECT_EQ(without_moment(run.out), head + R"(,"health":"ok","findings":[],"board_count":1,"boards":[)" + "\n" +
+                                               switch_document + "]}\n");
         EXPECT_EQ(run.err, "");
         EXPECT_EQ(run.status, 0);
     }
@@ -38,7 +38,7 @@ TEST(readings, are_lines_of_which_the_hosts_own_is_the_last)
     readings_rack_t rack;
     rack.plug("m48l_xcvu7p").host(plain_host);
     EXPECT_EQ(without_moment(rack.run("--lines").out),
-              switch_document + "\n" + head + R"(,"health":"ok","board_count":1})" + "\n");
+              switch_document + "\n" + head + R"(,"health":"ok","findings":[],"board_count":1})" + "\n");
 }
 
 TEST(readings, are_lines_after_one_that_announces_them)
@@ -47,9 +47,9 @@ TEST(readings, are_lines_after_one_that_announces_them)
     rack.plug("m48l_xcvu7p").plug("m48l_xcvu7p").host(plain_host);
     EXPECT_EQ(without_moment(rack.run("--lines --announce --skip 0000:01:00.0").out),
               head + R"(,"announced":[{"index":0,"name":"card-0","uid":"0000:00:00.0"}]})" + "\n" + switch_document +
-                  "\n" + head + R"(,"health":"ok","board_count":1})" + "\n");
+                  "\n" + head + R"(,"health":"ok","findings":[],"board_count":1})" + "\n");
     EXPECT_EQ(without_moment(rack.run("--lines --announce --skip 0000:00:00.0 --skip 0000:01:00.0").out),
-              head + R"(,"announced":[]})" + "\n" + head + R"(,"health":"ok","board_count":0})" + "\n");
+              head + R"(,"announced":[]})" + "\n" + head + R"(,"health":"ok","findings":[],"board_count":0})" + "\n");
 }
 
 TEST(readings, are_not_of_boards_that_are_skipped_by_what_tells_them)
@@ -83,10 +83,60 @@ TEST(readings, are_a_line_for_monitoring)
     EXPECT_EQ(rack.run("--check"), says("OK - 1 board | 'card-0 FPGA'=45.5C\n"));
 }
 
+TEST(readings, of_a_host_whose_boards_cannot_be_listed_say_why)
+{
+    readings_rack_t rack;
+    rack.plug("m48l_xcvu7p").plug("m48l_xcvu7p").host(plain_host);
+    rack.faults(R"({"call": "ivra_hw_enumerate_accelerators", "errno": "EIO"})");
+    const std::string why = "The platform counts 2 boards, and lists none";
+    const std::string host = head + R"(,"health":"unknown","findings":[{"health":"unknown","text":")" + why + "\"}]";
+    for (const char* words : {"--json", "--json -a 0", "--json -a card-1 --skip 0000:00:00.0"}) {
+        const run_t run = rack.run(words);
+        EXPECT_EQ(without_moment(run.out), host + R"(,"board_count":0,"boards":[]})" + "\n");
+        EXPECT_EQ(run.err, "");
+        EXPECT_EQ(run.status, 1);
+    }
+    const run_t lines = rack.run("--lines");
+    EXPECT_EQ(without_moment(lines.out), host + R"(,"board_count":0})" + "\n");
+    EXPECT_EQ(lines.status, 1);
+    EXPECT_EQ(rack.run("--text"), (run_t{"unknown: " + why + "\n", "", 1}));
+    EXPECT_EQ(rack.run("--check"), (run_t{"UNKNOWN - " + why + "\n", "", 3}));
+}
+
+TEST(readings, of_a_host_that_lists_fewer_boards_than_it_counts_are_those_and_a_finding)
+{
+    readings_rack_t rack;
+    rack.plug("m48l_xcvu7p").plug("m48l_xcvu7p").host(plain_host);
+    rack.faults(R"({"call": "ivra_hw_enumerate_accelerators", "short": 1})");
+    const std::string why = "The platform counts 2 boards, and lists 1";
+    const std::string host =
+        head + R"(,"health":"unknown","findings":[{"health":"unknown","text":")" + why + R"("}],"board_count":1)";
+    const run_t run = rack.run("--json");
+    EXPECT_EQ(without_moment(run.out), host + ",\"boards\":[\n" + switch_document + "]}\n");
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.status, 2);
+    const run_t lines = rack.run("--lines -a 0");
+    EXPECT_EQ(without_moment(lines.out), switch_document + "\n" + host + "}\n");
+    EXPECT_EQ(lines.status, 2);
+    EXPECT_EQ(rack.run("--text"), (run_t{"Health  ID  Name    Model        Serial       Hottest\n"
+                                         "ok      0   card-0  m48l_xcvu7p  SSJ17200123  45.5°C\n"
+                                         "\n"
+                                         "unknown: " +
+                                             why + "\n",
+                                         "", 2}));
+    EXPECT_EQ(rack.run("--check"), (run_t{"UNKNOWN - 1 board; " + why + " | 'card-0 FPGA'=45.5C\n", "", 3}));
+    EXPECT_EQ(rack.run("--json -a 1"), fails("ivra-bsp readings: No such accelerator: 1\n"));
+
+    rack.faults(R"({"call": "ivra_hw_enumerate_accelerators", "short": 1},
+                   {"call": "ivra_hw_accelerator_get", "errno": "EACCES"})");
+    EXPECT_EQ(rack.run("--json").status, 1) << "nothing could be read";
+}
+
 TEST(readings, of_a_host_without_boards_are_ok)
 {
     readings_rack_t rack;
-    EXPECT_EQ(without_moment(rack.run("--json").out), head + R"(,"health":"ok","board_count":0,"boards":[]})" + "\n");
+    EXPECT_EQ(without_moment(rack.run("--json").out),
+              head + R"(,"health":"ok","findings":[],"board_count":0,"boards":[]})" + "\n");
     EXPECT_EQ(rack.run("--text"), says("No accelerator found\n"));
     EXPECT_EQ(rack.run("--check"), says("OK - no boards\n"));
 }

@@ -201,7 +201,15 @@ TEST(readings_schema, describes_every_document_and_nothing_that_never_occurs)
         rack.plug(model, {{"i2c", R"({"cages": ["qsfp28-sr4", "prototype"]})"}}).faults(rules);
         documents.add(model + std::string{".json"}, rack.run("--json"));
     }
-    EXPECT_GE(documents.files().size(), 25U);
+    for (const char* effect : {R"("errno": "EIO")", R"("short": 1)"}) {
+        readings_rack_t rack;
+        rack.plug("xilinx_u50").plug("xilinx_u50");
+        rack.faults(R"({"call": "ivra_hw_enumerate_accelerators", )" + std::string{effect} + "}");
+        const std::string name = "listed-" + std::to_string(documents.files().size());
+        documents.add(name + ".json", rack.run("--json"));
+        documents.add(name + ".lines", rack.run("--lines --announce"));
+    }
+    EXPECT_GE(documents.files().size(), 29U);
     EXPECT_EQ(run_python(referee, documents.files()), says(std::to_string(documents.files().size()) + "\n"));
 }
 
@@ -217,12 +225,14 @@ TEST(readings_schema, refuses_what_breaks_the_contract)
         {R"("platform":)", R"("more":1,"platform":)"},
         {R"("board_count":1,)", ""},
         {R"("host":)", R"("state":"ok","host":)"},
+        {R"("findings":[],"board_count")", R"("board_count")"},
+        {R"("findings":[],"board_count")", R"("findings":[{"health":"unknown"}],"board_count")"},
         {R"("index":0)", R"("index":"0")"},
         {R"("index":0)", R"("index":0,"error":"none")"},
         {R"("uid":)", R"("uuid":)"},
         {R"("uid":"0000:00:00.0","state":"ok")", R"("uid":"0000:00:00.0","state":"failed")"},
-        {R"("findings":[])", R"("findings":["odd"])"},
-        {R"("findings":[])", R"("findings":[{"health":"ok","text":"odd"}])"},
+        {R"("findings":[],"sensors")", R"("findings":["odd"],"sensors")"},
+        {R"("findings":[],"sensors")", R"("findings":[{"health":"ok","text":"odd"}],"sensors")"},
         {R"("count":4)", R"("count":4,"last":"02:00:00:00:00:03")"},
         {R"("unit":"volts")", R"("unit":"millivolts")"},
         {R"("quantity":"voltage")", R"("quantity":"current")"},

@@ -237,11 +237,21 @@ TEST(hosts, whose_boards_cannot_be_listed_are_no_hosts_without_boards)
 {
     readings_rack_t rack;
     plug(rack, models[0]);
-    rack.faults(R"({"call": "ivra_hw_enumerate_all_accelerators", "errno": "EIO"})");
-    EXPECT_EQ(rack.run("--json"), fails("ivra-bsp readings: The platform counts 2 boards, and lists none\n"));
-    const run_t check = rack.run("--check");
-    EXPECT_TRUE(check.out.starts_with("UNKNOWN - ")) << check.out;
-    EXPECT_EQ(check.status, 3);
+    for (const auto& [fault, why] :
+         {std::pair<std::string, std::string>{R"("call": "ivra_hw_enumerate_accelerators", "errno": "EIO")",
+                                              "The platform counts 2 boards, and lists none"},
+          {R"("call": "ivra_hw_filter_create", "errno": "ENOMEM")",
+           "The boards of this host cannot be listed: Cannot allocate memory"}}) {
+        rack.faults("{" + fault + "}");
+        const run_t run = rack.run("--json");
+        EXPECT_EQ(run.err, "");
+        EXPECT_EQ(run.status, 1);
+        const rapidjson::Document document = parse(run.out);
+        EXPECT_STREQ(document["health"].GetString(), "unknown");
+        EXPECT_EQ(document["findings"][0]["text"].GetString(), why);
+        EXPECT_EQ(document["boards"].Size(), 0U);
+        EXPECT_EQ(rack.run("--check"), (run_t{"UNKNOWN - " + why + "\n", "", 3}));
+    }
 }
 
 TEST(hosts, whose_boards_the_platform_cannot_find_are_no_hosts_without_boards)
@@ -249,9 +259,11 @@ TEST(hosts, whose_boards_the_platform_cannot_find_are_no_hosts_without_boards)
     readings_rack_t rack;
     rack.file("{\"accelerators\": 1}");
     const run_t run = rack.run("--json");
-    EXPECT_EQ(run.out, "");
-    EXPECT_TRUE(run.err.starts_with("ivra-bsp readings: The boards of this host cannot be listed: ")) << run.err;
+    EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.out.find(R"("findings":[{"health":"unknown","text":"The boards of this host cannot be listed: )"),
+              std::string::npos)
+        << run.out;
     const run_t check = rack.run("--check");
     EXPECT_TRUE(check.out.starts_with("UNKNOWN - The boards of this host cannot be listed: ")) << check.out;
     EXPECT_EQ(check.status, 3);
