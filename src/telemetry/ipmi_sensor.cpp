@@ -1,5 +1,7 @@
 #include "telemetry/ipmi_sensor.h"
 
+#include "bmc/bittware/sdr.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -16,33 +18,9 @@ namespace {
 
 using board::quantity_t;
 using bytes_t = std::span<const std::uint8_t>;
+namespace field = bmc::bittware::sensor_record_field;
 
 // clang-format off
-// Offsets in a full sensor record (table 43-1).
-namespace field {
-constexpr std::size_t id               =  0; // 2 bytes, least significant first
-constexpr std::size_t type             =  3;
-constexpr std::size_t lun              =  6; // 1..0
-constexpr std::size_t number           =  7;
-constexpr std::size_t capabilities     = 11; // 3..2 access to the thresholds
-constexpr std::size_t reading_type     = 13;
-constexpr std::size_t lower_compared   = 15; // 6..4 compared: lower non-recoverable, critical, non-critical
-constexpr std::size_t upper_compared   = 17; // 6..4 compared: upper non-recoverable, critical, non-critical
-constexpr std::size_t readable         = 18; // thresholds
-constexpr std::size_t units            = 20; // 7..6 format, 5..3 rate, 2..1 use of the modifier unit, 0 percentage
-constexpr std::size_t base_unit        = 21;
-constexpr std::size_t modifier_unit    = 22;
-constexpr std::size_t linearisation    = 23; // 6..0
-constexpr std::size_t m_low            = 24;
-constexpr std::size_t m_high           = 25; // 7..6
-constexpr std::size_t b_low            = 26;
-constexpr std::size_t b_high           = 27; // 7..6
-constexpr std::size_t exponents        = 29; // 7..4 R, 3..0 B
-constexpr std::size_t name_type_length = 47; // 7..6 type, 4..0 length in characters
-constexpr std::size_t name             = 48;
-} // namespace field
-
-constexpr std::uint8_t full_sensor_record = 0x01;
 constexpr std::uint8_t threshold_sensor   = 0x01;
 
 /// A threshold: its bit in every mask of thresholds and in the comparison, where its raw value is in the record.
@@ -357,7 +335,7 @@ std::optional<health_t> get_compared(const ipmi_sensor_t& sensor, std::uint8_t c
 
 bool is_full_sensor_record(std::span<const std::uint8_t> record)
 {
-    return record.size() > field::type && record[field::type] == full_sensor_record;
+    return record.size() > field::type && record[field::type] == bmc::bittware::full_sensor_record;
 }
 
 ipmi_sensor_t decode_full_sensor_record(std::span<const std::uint8_t> record)
@@ -371,7 +349,7 @@ ipmi_sensor_t decode_full_sensor_record(std::span<const std::uint8_t> record)
         return to_signed(record[low] | (record[high] & 0xC0U) << 2, 10);
     };
     ipmi_sensor_t sensor{
-        .number = record[field::number],
+        .number = record[field::sensor_number],
         .formula = {.format = unsigned{record[field::units]} >> 6,
                     .linearisation = record[field::linearisation] & 0x7FU,
                     .m = signed_10(field::m_low, field::m_high),

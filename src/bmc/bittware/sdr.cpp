@@ -14,31 +14,14 @@ namespace ivra::bsp::bmc::bittware {
 
 namespace {
 
+namespace field = sensor_record_field;
+
 // clang-format off
 constexpr std::uint8_t record_size = 64; // bytes that are read of a record
 
 // Offsets in the reply to Get Device SDR.
 constexpr std::size_t  reply_next_id = 0; // record that follows, 2 bytes, least significant first
 constexpr std::size_t  reply_record  = 2; // what was read of the record
-
-// Offsets in a full sensor record.
-namespace field {
-constexpr std::size_t  type              =  3;
-constexpr std::size_t  sensor_number     =  7;
-constexpr std::size_t  units             = 20; // 7..6 format, 5..3 rate, 2..1 use of the modifier unit, 0 percentage
-constexpr std::size_t  base_unit         = 21;
-constexpr std::size_t  modifier_unit     = 22;
-constexpr std::size_t  linearisation     = 23; // 6..0
-constexpr std::size_t  m_low             = 24;
-constexpr std::size_t  m_high            = 25; // 7..6
-constexpr std::size_t  b_low             = 26;
-constexpr std::size_t  b_high            = 27; // 7..6
-constexpr std::size_t  exponents         = 29; // 7..4 R, 3..0 B
-constexpr std::size_t  name_type_length  = 47; // 5..0 length
-constexpr std::uint8_t name              = 48;
-} // namespace field
-
-constexpr std::uint8_t full_sensor_record = 0x01;
 
 // Reply to Get Sensor Reading.
 constexpr std::size_t  reading_size        = 3; // raw reading, status, thresholds

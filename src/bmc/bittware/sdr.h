@@ -29,6 +29,34 @@ inline constexpr std::uint8_t get_sensor_reading_command = 0x2D;
 inline constexpr std::uint16_t first_record_id = 0x0000;
 inline constexpr std::uint16_t no_more_records = 0xFFFF; ///< follows the last record
 
+// clang-format off
+/// Offsets in a full sensor record (table 43-1).
+namespace sensor_record_field {
+inline constexpr std::uint8_t id               =  0; // 2 bytes, least significant first
+inline constexpr std::uint8_t type             =  3;
+inline constexpr std::uint8_t lun              =  6; // 1..0
+inline constexpr std::uint8_t sensor_number    =  7;
+inline constexpr std::uint8_t capabilities     = 11; // 3..2 access to the thresholds
+inline constexpr std::uint8_t reading_type     = 13;
+inline constexpr std::uint8_t lower_compared   = 15; // 6..4 compared: lower non-recoverable, critical, non-critical
+inline constexpr std::uint8_t upper_compared   = 17; // 6..4 compared: upper non-recoverable, critical, non-critical
+inline constexpr std::uint8_t readable         = 18; // thresholds
+inline constexpr std::uint8_t units            = 20; // 7..6 format, 5..3 rate, 2..1 use of the modifier unit, 0 percentage
+inline constexpr std::uint8_t base_unit        = 21;
+inline constexpr std::uint8_t modifier_unit    = 22;
+inline constexpr std::uint8_t linearisation    = 23; // 6..0
+inline constexpr std::uint8_t m_low            = 24;
+inline constexpr std::uint8_t m_high           = 25; // 7..6
+inline constexpr std::uint8_t b_low            = 26;
+inline constexpr std::uint8_t b_high           = 27; // 7..6
+inline constexpr std::uint8_t exponents        = 29; // 7..4 R, 3..0 B
+inline constexpr std::uint8_t name_type_length = 47; // 7..6 type, 4..0 length in characters
+inline constexpr std::uint8_t name             = 48;
+} // namespace sensor_record_field
+// clang-format on
+
+inline constexpr std::uint8_t full_sensor_record = 0x01; ///< type of a record
+
 /// Reservation ID, record ID, offset, count.
 using get_sdr_request_t = std::array<std::uint8_t, 6>;
 
