@@ -248,6 +248,7 @@ TEST(hosts, whose_boards_cannot_be_listed_are_no_hosts_without_boards)
         EXPECT_EQ(run.status, 1);
         const rapidjson::Document document = parse(run.out);
         EXPECT_STREQ(document["health"].GetString(), "unknown");
+        ASSERT_EQ(document["findings"].Size(), 1U);
         EXPECT_EQ(document["findings"][0]["text"].GetString(), why);
         EXPECT_EQ(document["boards"].Size(), 0U);
         EXPECT_EQ(rack.run("--check"), (run_t{"UNKNOWN - " + why + "\n", "", 3}));
