@@ -207,7 +207,7 @@ struct running_t::state_t
     }
 };
 
-running_t::running_t(const std::function<void()>& body, streams_t streams) : state_{std::make_unique<state_t>()}
+running_t::running_t(function_ref<void()> body, streams_t streams) : state_{std::make_unique<state_t>()}
 {
     channel& out = state_->out = open_channel(streams.out);
     channel& err = state_->err = open_channel(streams.err);
@@ -324,7 +324,7 @@ void PrintTo(const run_t& run, std::ostream* stream)
     *stream << "status " << run.status << ", standard output:\n" << run.out << "standard error:\n" << run.err;
 }
 
-run_t run_in_child(const std::function<void()>& body, streams_t streams)
+run_t run_in_child(function_ref<void()> body, streams_t streams)
 {
     return running_t{body, streams}.end();
 }

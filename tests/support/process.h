@@ -1,7 +1,8 @@
 #ifndef IVRA_TESTS_SUPPORT_PROCESS_H
 #define IVRA_TESTS_SUPPORT_PROCESS_H
 
-#include <functional>
+#include "support/function_ref.h"
+
 #include <iosfwd>
 #include <memory>
 #include <string>
@@ -52,7 +53,7 @@ void PrintTo(const run_t& run, std::ostream* stream);
 class running_t
 {
 public:
-    explicit running_t(const std::function<void()>& body, streams_t streams = {});
+    explicit running_t(function_ref<void()> body, streams_t streams = {});
     running_t(running_t&&) noexcept;
     ~running_t();
 
@@ -78,7 +79,7 @@ private:
 };
 
 /// Runs `body` in a process of its own, which ends with it (status 0) or by what it does.
-run_t run_in_child(const std::function<void()>& body, streams_t streams = {});
+run_t run_in_child(function_ref<void()> body, streams_t streams = {});
 
 /// Runs a program. An entry of `environment` is "NAME=value", or "NAME" to remove the variable.
 run_t run_program(const std::string& program, const std::vector<std::string>& arguments,

@@ -210,7 +210,7 @@ running_t rack_t::start(const std::vector<std::string>& words, const std::vector
                      streams};
 }
 
-run_t rack_t::in_child(const std::function<void()>& body, streams_t streams)
+run_t rack_t::in_child(function_ref<void()> body, streams_t streams)
 {
     const std::vector<std::string> environment = prepare();
     run_t run = run_in_child(
@@ -240,7 +240,7 @@ void rack_t::expect_everything_released(const run_t& run) const
     }
 }
 
-std::string printed(rack_t& rack, const std::function<void()>& body)
+std::string printed(rack_t& rack, function_ref<void()> body)
 {
     const run_t run = rack.in_child([&] {
         if (const std::string end = outcome(body); end != "ok")

@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -63,7 +62,7 @@ public:
     running_t start_neighbour(const std::string& words, streams_t streams = {}) const;
 
     /// Runs `body`, which calls the platform itself, in a child process with this rack.
-    run_t in_child(const std::function<void()>& body, streams_t streams = {});
+    run_t in_child(function_ref<void()> body, streams_t streams = {});
 
     /// What the platform was asked in the last run, and what it answered.
     std::string trace() const;
@@ -94,7 +93,7 @@ struct failure_row_t
 
 /// What `body` prints, which calls the platform itself, and then how it failed, as outcome() tells it. It says nothing
 /// on standard error; the calling test fails otherwise.
-std::string printed(rack_t& rack, const std::function<void()>& body);
+std::string printed(rack_t& rack, function_ref<void()> body);
 
 /// Lines of the last run's trace that contain a piece, from the piece on.
 std::vector<std::string> traced(const rack_t& rack, const std::string& piece);

@@ -6,7 +6,6 @@
 #include "hw/mmio.h"
 #include "support/rack.h"
 
-#include <functional>
 #include <string>
 
 namespace ivra::tests {
@@ -20,7 +19,7 @@ inline hw::core root_core()
 }
 
 /// What `body` prints that is given the root core of a rack's first board; see printed().
-inline std::string printed(rack_t& rack, const std::function<void(const hw::core&)>& body)
+inline std::string printed(rack_t& rack, function_ref<void(const hw::core&)> body)
 {
     return printed(rack, [&] { body(root_core()); });
 }

@@ -47,7 +47,7 @@ std::int64_t nanoseconds(::clockid_t clock)
 
 /// Runs a story that would take hours; the system's alarm, which goes by no clock of ours, kills the process if it
 /// does.
-void at_once(const std::function<void()>& story)
+void at_once(tests::function_ref<void()> story)
 {
     ::alarm(10);
     story();

@@ -70,7 +70,7 @@ void host::plan(const std::string& json)
     ::setenv("IVRA_VIRTUAL_FAULTS", (folder / "faults.json").c_str(), 1);
 }
 
-::pid_t host::start(const std::function<void()>& story)
+::pid_t host::start(tests::function_ref<void()> story)
 {
     std::fflush(nullptr);
     const ::pid_t child = ::fork();
@@ -90,7 +90,7 @@ end_t host::end_of(::pid_t process)
     return {WEXITSTATUS(ended), 0};
 }
 
-void host::run(const std::function<void()>& story)
+void host::run(tests::function_ref<void()> story)
 {
     const end_t end = end_of(start(story));
     EXPECT_EQ(end.status, 0) << "signal " << end.signal;

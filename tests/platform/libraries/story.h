@@ -1,6 +1,8 @@
 #ifndef IVRA_TESTS_PLATFORM_STORY_H
 #define IVRA_TESTS_PLATFORM_STORY_H
 
+#include "support/function_ref.h"
+
 #include <ivra/flash.h>
 #include <ivra/hw.h>
 #include <ivra/hw_top.h>
@@ -16,7 +18,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <set>
 #include <string>
 #include <utility>
@@ -27,22 +28,30 @@ namespace ivra::platform_tests {
 /// A board with a flash of 1 MiB (sectors of 4 KiB), an I2C controller, a UART and two cores 475 with registers.
 extern const std::string board_text;
 
-/// Runs a call that is to fail, and compares what it returns and sets errno to.
-template <class Result, class Call>
-::testing::AssertionResult fails(Result result, int error, Call call, const char* text)
+/// What a call returned and set errno to.
+template <class Result>
+struct called_t
 {
-    errno = 0;
-    const bool as_expected = call() == result;
-    const int seen = errno;
-    if (as_expected && seen == error)
+    Result result;
+    int error;
+};
+template <class Result>
+called_t(Result, int) -> called_t<Result>;
+
+/// Compares what a call returned and set errno to.
+template <class Result, class Seen>
+::testing::AssertionResult fails(Result result, int error, const called_t<Seen>& seen, const char* text)
+{
+    const bool as_expected = seen.result == result;
+    if (as_expected && seen.error == error)
         return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure() << text << (as_expected ? " failed" : " returned something else") << ", errno "
-                                         << seen << " (expected " << error << ")";
+                                         << seen.error << " (expected " << error << ")";
 }
 
 #define EXPECT_FAILS(result, error, expression)                                                                        \
     EXPECT_TRUE(::ivra::platform_tests::fails(                                                                         \
-        result, error, [&] { return expression; }, #expression))
+        result, error, ::ivra::platform_tests::called_t{(errno = 0, expression), errno}, #expression))
 
 /// How a process ended.
 struct end_t
@@ -65,10 +74,10 @@ protected:
     void plan(const std::string& json);
 
     /// Starts a process that runs the story; failed expectations in it make its exit status 1.
-    static ::pid_t start(const std::function<void()>& story);
+    static ::pid_t start(tests::function_ref<void()> story);
     static end_t end_of(::pid_t process);
     /// Both, and expects the process to end well.
-    static void run(const std::function<void()>& story);
+    static void run(tests::function_ref<void()> story);
 
     /// Lines of the trace without the seconds and the process; EXPECTs that each begins with them.
     std::vector<std::string> trace() const;

@@ -21,7 +21,6 @@ namespace {
 
 using namespace ivra::virtual_platform;
 using namespace std::chrono_literals;
-using ::testing::ElementsAre;
 namespace fs = std::filesystem;
 
 struct row_t
@@ -30,6 +29,7 @@ struct row_t
     unsigned value;
 };
 using rows_t = std::vector<row_t>;
+using outputs_t = decltype(clock_status_t::outputs);
 
 const rows_t preamble = {{0x0b24, 0xc0}, {0x0b25, 0x00}, {0x0540, 0x01}};
 const rows_t postamble = {{0x0514, 0x01}, {0x001c, 0x01}, {0x0540, 0x00}, {0x0b24, 0xc3}, {0x0b25, 0x02}};
@@ -162,7 +162,7 @@ TEST_F(clock_chip, is_not_loaded_at_the_start)
 {
     EXPECT_FALSE(status().is_running);
     EXPECT_EQ(status().text, "not loaded");
-    EXPECT_THAT(status().outputs, ElementsAre("off", "off", "off", "off"));
+    EXPECT_EQ(status().outputs, (outputs_t{"off", "off", "off", "off"}));
 }
 
 TEST_F(clock_chip, runs_after_a_complete_load_with_exact_frequencies)
@@ -170,16 +170,16 @@ TEST_F(clock_chip, runs_after_a_complete_load_with_exact_frequencies)
     load(all_outputs);
     EXPECT_TRUE(status().is_running);
     EXPECT_EQ(status().text, "running");
-    EXPECT_THAT(status().outputs, ElementsAre("161.1328125 MHz", "125 MHz", "322.265625 MHz", "100 MHz"));
+    EXPECT_EQ(status().outputs, (outputs_t{"161.1328125 MHz", "125 MHz", "322.265625 MHz", "100 MHz"}));
     load(main_part({{0, 2}, {0, 4}, {0, 66}, {0, 6}}, all_dividers, 0x1));
-    EXPECT_THAT(status().outputs,
-                ElementsAre("100 MHz", "50 MHz", "3.030303030303030... MHz", "33.333333333333333... MHz"));
+    EXPECT_EQ(status().outputs,
+              (outputs_t{"100 MHz", "50 MHz", "3.030303030303030... MHz", "33.333333333333333... MHz"}));
 }
 
 TEST_F(clock_chip, an_output_that_is_switched_off_or_whose_divider_is_has_no_frequency)
 {
     load(main_part({{0, 2, 3}, {0, 2, 0}, {1, 4}, {3, 4}}, all_dividers, 0x9));
-    EXPECT_THAT(status().outputs, ElementsAre("off", "off", "off, as N1 is", "off, as a divider is 0"));
+    EXPECT_EQ(status().outputs, (outputs_t{"off", "off", "off, as N1 is", "off, as a divider is 0"}));
 }
 
 TEST_F(clock_chip, registers_are_in_pages_and_can_be_read)
@@ -197,7 +197,7 @@ TEST_F(clock_chip, a_load_that_breaks_off_shows_how_far_it_came)
 {
     const auto text_after = [this](const rows_t& rows) {
         write_rows(rows);
-        EXPECT_THAT(status().outputs, ElementsAre("off", "off", "off", "off"));
+        EXPECT_EQ(status().outputs, (outputs_t{"off", "off", "off", "off"}));
         return status().text;
     };
     load(all_outputs);
@@ -290,7 +290,7 @@ TEST_F(clock_chip, that_is_changed_outside_of_a_load_says_so)
     load(all_outputs);
     write_row({0x0250, 0x05});
     EXPECT_EQ(status().text, "changed while it was running");
-    EXPECT_THAT(status().outputs, ElementsAre("off", "off", "off", "off"));
+    EXPECT_EQ(status().outputs, (outputs_t{"off", "off", "off", "off"}));
 }
 
 TEST_F(clock_chip, registers_in_one_transfer_have_no_pause_between_them)

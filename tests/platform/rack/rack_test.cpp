@@ -26,6 +26,7 @@ using ::testing::IsEmpty;
 namespace fs = std::filesystem;
 
 using mac_t = std::array<std::uint8_t, 6>;
+using ids_t = std::vector<std::uint32_t>;
 
 /// The one accelerator of a rack with these members beside its model.
 accelerator_t accelerator_with(const std::string& members)
@@ -38,7 +39,7 @@ accelerator_t plain(const std::string& model)
     return parse_rack(R"({"accelerators": [{"model": ")" + model + R"("}]})", "my.json").accelerators.at(0);
 }
 
-std::vector<std::uint32_t> core_ids(const accelerator_t& accelerator)
+ids_t core_ids(const accelerator_t& accelerator)
 {
     std::vector<std::uint32_t> ids;
     for (const core_t& core : accelerator.cores)
@@ -245,19 +246,19 @@ TEST(rack_defaults, a_member_that_is_given_leaves_the_others_alone)
 
 TEST(rack_defaults, a_design_can_lack_its_I2C_controller_or_its_UART_or_all_cores)
 {
-    EXPECT_THAT(core_ids(accelerator_with(R"("i2c": null)")), ElementsAre(1, 16, 475));
-    EXPECT_THAT(core_ids(accelerator_with(R"("i2c": {})")), ElementsAre(1, 16, 32, 475));
-    EXPECT_THAT(core_ids(accelerator_with(R"("bmc": null)")), ElementsAre(1, 16, 32, 475));
+    EXPECT_EQ(core_ids(accelerator_with(R"("i2c": null)")), (ids_t{1, 16, 475}));
+    EXPECT_EQ(core_ids(accelerator_with(R"("i2c": {})")), (ids_t{1, 16, 32, 475}));
+    EXPECT_EQ(core_ids(accelerator_with(R"("bmc": null)")), (ids_t{1, 16, 32, 475}));
     EXPECT_THAT(core_ids(accelerator_with(R"("cores": [])")), IsEmpty());
     EXPECT_THAT(core_ids(accelerator_with(R"("cores": [], "i2c": null, "bmc": null)")), IsEmpty());
     const auto bittware = R"({"accelerators": [{"model": "ivra_fpb2", "bmc": null, "i2c": null}]})";
-    EXPECT_THAT(core_ids(parse_rack(bittware, "my.json").accelerators.at(0)), ElementsAre(1, 16));
+    EXPECT_EQ(core_ids(parse_rack(bittware, "my.json").accelerators.at(0)), (ids_t{1, 16}));
 }
 
 TEST(rack_defaults, a_design_can_have_an_I2C_controller_that_its_model_has_not)
 {
     const rack_t rack = parse_rack(R"({"accelerators": [{"model": "m48l_xcvu7p", "i2c": {}, "bmc": {}}]})", "my.json");
-    EXPECT_THAT(core_ids(rack.accelerators.at(0)), ElementsAre(1, 16, 32, 48));
+    EXPECT_EQ(core_ids(rack.accelerators.at(0)), (ids_t{1, 16, 32, 48}));
 }
 
 TEST(rack_defaults, cores_lie_in_address_order_and_never_overlap)
@@ -445,15 +446,15 @@ TEST(rack_xmc, each_model_has_its_sensors_and_a_board_of_another_sort_none)
         EXPECT_THAT(plain(model).xmcs, IsEmpty()) << model;
     const rack_t strange = parse_rack(R"({"accelerators": [{"model": "m48l_xcvu7p", "xmc": {}}]})", "my.json");
     EXPECT_THAT(strange.accelerators.at(0).xmcs.at(0).sensors, IsEmpty());
-    EXPECT_THAT(core_ids(strange.accelerators.at(0)), ElementsAre(1, 16, 475));
+    EXPECT_EQ(core_ids(strange.accelerators.at(0)), (ids_t{1, 16, 475}));
 }
 
 TEST(rack_xmc, a_board_has_a_core_for_each_xmc_and_the_cores_it_spells_out_decide_about_those_left_out)
 {
-    EXPECT_THAT(core_ids(accelerator_with(R"("xmc": null)")), ElementsAre(1, 16, 32));
-    EXPECT_THAT(core_ids(accelerator_with(R"("xmc": [])")), ElementsAre(1, 16, 32));
+    EXPECT_EQ(core_ids(accelerator_with(R"("xmc": null)")), (ids_t{1, 16, 32}));
+    EXPECT_EQ(core_ids(accelerator_with(R"("xmc": [])")), (ids_t{1, 16, 32}));
     const accelerator_t two = accelerator_with(R"("xmc": [{"error": 1}, {"error": 2}])");
-    EXPECT_THAT(core_ids(two), ElementsAre(1, 16, 32, 475, 475));
+    EXPECT_EQ(core_ids(two), (ids_t{1, 16, 32, 475, 475}));
     EXPECT_EQ(xmc_behind(two, two.cores.at(2)), nullptr);
     EXPECT_EQ(xmc_behind(two, two.cores.at(3))->error, 1U);
     EXPECT_EQ(xmc_behind(two, two.cores.at(4))->error, 2U);

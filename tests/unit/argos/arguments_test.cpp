@@ -2,7 +2,6 @@
 #include "support.h"
 
 using namespace argos;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 TEST(arguments, are_filled_in_order_each_up_to_its_maximum)
@@ -11,8 +10,8 @@ TEST(arguments, are_filled_in_order_each_up_to_its_maximum)
     console.parser.add(Argument{"one"}).add(Argument{"some"}.count(1, 2)).add(Argument{"rest"}.count(0, 9));
     const auto args = console.parser.parse({"a", "b", "c", "d", "e"});
     EXPECT_EQ(args.value("one").as_string(), "a");
-    EXPECT_THAT(args.values("some").as_strings(), ElementsAre("b", "c"));
-    EXPECT_THAT(args.values("rest").as_strings(), ElementsAre("d", "e"));
+    EXPECT_EQ(args.values("some").as_strings(), (words_t{"b", "c"}));
+    EXPECT_EQ(args.values("rest").as_strings(), (words_t{"d", "e"}));
 }
 
 TEST(arguments, that_can_take_no_value_are_passed_over)
@@ -44,7 +43,7 @@ TEST(arguments, beyond_the_last_can_be_collected)
     const auto args = console.parser.parse({"a", "b", "-x", "", "c"});
     EXPECT_EQ(args.result_code(), ResultCode::SUCCESS);
     EXPECT_TRUE(args.has("-x"));
-    EXPECT_THAT(args.unprocessed_arguments(), ElementsAre("b", "", "c"));
+    EXPECT_EQ(args.unprocessed_arguments(), (words_t{"b", "", "c"}));
 }
 
 TEST(arguments, and_options_that_are_collected_keep_the_order_of_the_command_line)
@@ -56,14 +55,14 @@ TEST(arguments, and_options_that_are_collected_keep_the_order_of_the_command_lin
         .add(Option{"-j", "--json"});
     const auto args = console.parser.parse({"--odd=1", "set", "-j", "speed", "-x", "1", "--json", "10"});
     EXPECT_EQ(args.value("command").as_string(), "set");
-    EXPECT_THAT(args.unprocessed_arguments(), ElementsAre("--odd=1", "speed", "-x", "1", "10"));
+    EXPECT_EQ(args.unprocessed_arguments(), (words_t{"--odd=1", "speed", "-x", "1", "10"}));
 }
 
 TEST(arguments, collected_words_come_before_those_that_a_stop_leaves)
 {
     Console console;
     console.parser.ignore_undefined_arguments(true).add(Option{"-s"}.type(OptionType::STOP));
-    EXPECT_THAT(console.parser.parse({"a", "-s", "b"}).unprocessed_arguments(), ElementsAre("a", "b"));
+    EXPECT_EQ(console.parser.parse({"a", "-s", "b"}).unprocessed_arguments(), (words_t{"a", "b"}));
 }
 
 TEST(argument_counts, too_few_of_a_fixed_number)
@@ -120,7 +119,7 @@ TEST(parse_errors, keep_the_remaining_words)
     console.parser.ignore_undefined_arguments(true);
     const auto args = console.parser.parse({"ignored", "--odd", "b", "-x"});
     EXPECT_EQ(args.result_code(), ResultCode::ERROR);
-    EXPECT_THAT(args.unprocessed_arguments(), ElementsAre("ignored", "b", "-x"));
+    EXPECT_EQ(args.unprocessed_arguments(), (words_t{"ignored", "b", "-x"}));
     EXPECT_FALSE(args.stop_option().has_value());
 }
 
@@ -176,7 +175,7 @@ TEST(argument_iterator, stays_at_its_end)
     EXPECT_FALSE(stopped.next());
     EXPECT_FALSE(stopped.next());
     EXPECT_EQ(stopped.result().code, ResultCode::SPECIAL_OPTION);
-    EXPECT_THAT(stopped.result().unprocessed, ElementsAre("-a"));
+    EXPECT_EQ(stopped.result().unprocessed, (words_t{"-a"}));
     EXPECT_EQ(errors.str(), "");
 }
 

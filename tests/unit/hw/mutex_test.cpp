@@ -65,7 +65,7 @@ TEST(board_mutex, that_cannot_be_locked_or_unlocked_is_a_system_error)
 }
 
 /// Runs `body` while another process holds the lock.
-void while_held_elsewhere(const std::function<void()>& body)
+void while_held_elsewhere(tests::function_ref<void()> body)
 {
     int ready[2];
     int done[2];

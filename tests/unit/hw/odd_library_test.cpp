@@ -16,7 +16,6 @@
 
 #include <array>
 #include <cstring>
-#include <functional>
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -76,7 +75,7 @@ std::string all_x(std::size_t room)
 }
 
 /// What `body` prints on a host with a Bittware board, under a fault plan of one rule.
-std::string printed(const std::string& fault, const std::function<void(const core&)>& body)
+std::string printed(const std::string& fault, tests::function_ref<void(const core&)> body)
 {
     tests::rack_t rack;
     rack.plug("bittware_xupp3r").faults(fault);

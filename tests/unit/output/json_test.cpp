@@ -5,7 +5,6 @@
 
 #include <rapidjson/document.h>
 
-#include <functional>
 #include <stdexcept>
 
 namespace ivra::bsp {
@@ -14,7 +13,7 @@ namespace {
 const std::string end_of_success = R"(},"status":{"success":true},"log":[]})"
                                    "\n";
 
-std::string document(const std::function<void(output&)>& body)
+std::string document(tests::function_ref<void(output&)> body)
 {
     const tests::run_t run = tests::run_in_child([&] {
         output& out = output::get();

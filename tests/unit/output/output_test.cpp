@@ -13,7 +13,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -38,7 +37,7 @@ using tests::run_t;
 using tests::stream_t;
 using tests::streams_t;
 
-run_t run(const std::function<void(output&)>& body, streams_t streams = {})
+run_t run(tests::function_ref<void(output&)> body, streams_t streams = {})
 {
     return tests::run_in_child(
         [&] {
@@ -65,7 +64,7 @@ TEST(output_text, messages_go_to_standard_output_and_errors_to_standard_error)
 }
 
 /// What each write to standard output had, in their order.
-std::vector<std::string> writes(const std::function<void(output&)>& body)
+std::vector<std::string> writes(tests::function_ref<void(output&)> body)
 {
     std::array<int, 2> ends{};
     EXPECT_EQ(::pipe2(ends.data(), O_DIRECT | O_CLOEXEC), 0); // each read gets what one write gave
@@ -347,7 +346,7 @@ TEST(platform_log, line_breaks_at_the_end_of_a_message_are_dropped)
 
 TEST(platform_log, goes_to_the_library_again_when_the_process_ends)
 {
-    const auto end_with_a_message = [](const std::function<void()>& end) {
+    const auto end_with_a_message = [](tests::function_ref<void()> end) {
         return tests::run_in_child([&] {
             // Registered before the output exists, and so called after it is gone.
             std::atexit([] {

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -69,7 +68,7 @@ TEST(table_sep, repeats_a_line_two_wider_than_each_column)
     EXPECT_EQ(get_table_sep({0}, {"<", "|", ">"}), "<──>");
 }
 
-std::string printed(const std::function<void(output&)>& body, color_mode_t mode = color_mode_t::never)
+std::string printed(tests::function_ref<void(output&)> body, color_mode_t mode = color_mode_t::never)
 {
     const tests::run_t run = tests::run_in_child([&] {
         ::unsetenv("COLORTERM");

@@ -12,7 +12,6 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -150,7 +149,7 @@ using tests::outcome;
 using enum board::transceiver_speed_t;
 
 /// Runs `body` on a board, in a process of its own; what is expected there in vain fails here.
-tests::run_t run_on_a_board(const std::function<void(const hw::core&)>& body)
+tests::run_t run_on_a_board(tests::function_ref<void(const hw::core&)> body)
 {
     tests::rack_t rack;
     rack.plug("xilinx_u50").environment("IVRA_LOG_LEVEL=0");
@@ -158,7 +157,7 @@ tests::run_t run_on_a_board(const std::function<void(const hw::core&)>& body)
     return rack.in_child([&] { body(tests::root_core()); });
 }
 
-void on_a_board(const std::function<void(const hw::core&)>& body)
+void on_a_board(tests::function_ref<void(const hw::core&)> body)
 {
     const tests::run_t run = run_on_a_board(body);
     EXPECT_EQ(run.out, "");
@@ -166,7 +165,7 @@ void on_a_board(const std::function<void(const hw::core&)>& body)
     EXPECT_EQ(run.status, 0);
 }
 
-void on_its_bus(const std::function<void(v6::i2c::bus&)>& body)
+void on_its_bus(tests::function_ref<void(v6::i2c::bus&)> body)
 {
     on_a_board([&](const hw::core& root) {
         auto bus = v6::i2c::i2c{root}.get_bus(0);
