@@ -82,9 +82,10 @@ namespace {
 void transfer(call& c, const ivra_i2c_bus& bus, std::uint8_t device, std::span<const std::uint8_t> written,
               std::span<std::uint8_t> read)
 {
-    ivra_i2c& controller = *bus.controller;
-    const std::size_t answers = i2c_bus{controller.device()->i2c, *bus.description, controller.state().i2c()}.transfer(
-        device, written, read, device_now());
+    mapped_file& file = bus.controller->state().i2c();
+    const file_lock lock{file};
+    const i2c_t& i2c = bus.controller->board().i2c; // as it is now that nobody else uses it
+    const std::size_t answers = i2c_bus{i2c, *bus.description, file}.transfer(device, written, read, device_now());
     require(answers != 0, ENXIO);
     if (answers > 1)
         c.remark("warning: several devices answered at once");

@@ -1,5 +1,6 @@
 #include "rack/change_words.h"
 
+#include "rack/changes.h"
 #include "json/names.h"
 #include "json/text.h"
 
@@ -10,6 +11,7 @@
 #include <cstdint>
 #include <iterator>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -44,7 +46,7 @@ std::string there_are(const std::vector<std::string>& known, const std::string& 
 struct change_t
 {
     accelerator_t& board;
-    const std::vector<std::filesystem::path>& folders;
+    const change_context_t& context;
     std::vector<std::string> remarks{};
 
     /// Reads what is said over a value, with the codec of racks.
@@ -52,7 +54,7 @@ struct change_t
     void read(T& value, const json::value_t& said, const Codec& as)
     {
         const std::filesystem::path nowhere;
-        json::reading reading{nowhere, folders, json::remarks_t::wanted};
+        json::reading reading{nowhere, context.folders, json::remarks_t::wanted};
         as.read(json::node_t{said, reading}, value);
         if (reading.has_mistake())
             throw change_error{std::string{reading.mistake_found()}};
@@ -93,7 +95,7 @@ struct unit_word_t
     std::string_view word;
     quantity_kind_t kind;
     double scale; ///< base units that it is
-    std::string_view example = "";
+    std::string_view example{};
 };
 
 using enum quantity_kind_t;
@@ -307,6 +309,238 @@ void tell_sensors(const bmc_t& original, const bmc_t& now, std::vector<std::stri
                             value_text(before));
 }
 
+// ---- modules ----
+
+cage_t& cage_of(const change_t& change, const std::string& number)
+{
+    std::vector<cage_t>& cages = change.board.i2c.cages;
+    const bool is_number =
+        !number.empty() && number.size() < 4 && number.find_first_not_of("0123456789") == number.npos;
+    const std::uint64_t place = is_number ? parse_digits(number, 10) : UINT64_MAX;
+    if (cages.empty())
+        expected("a board with cages");
+    if (place >= cages.size())
+        expected("the number of a cage, 0 to " + std::to_string(cages.size() - 1));
+    return cages[place];
+}
+
+struct monitor_unit_t
+{
+    std::string_view word;
+    std::string_view monitors; ///< that have it
+    double scale;              ///< of the unit that racks have
+};
+
+// clang-format off
+constexpr monitor_unit_t monitor_units[] = {
+    {"",          "temperature vcc rx_power tx_power tx_bias", 1},
+    {"C",         "temperature",       1},
+    {"°C",        "temperature",       1},
+    {"degrees C", "temperature",       1},
+    {"V",         "vcc",               1},
+    {"mV",        "vcc",               1e-3},
+    {"mW",        "rx_power tx_power", 1},
+    {"uW",        "rx_power tx_power", 1e-3},
+    {"W",         "rx_power tx_power", 1e3},
+    {"mA",        "tx_bias",           1},
+    {"A",         "tx_bias",           1e3},
+};
+// clang-format on
+
+std::string monitor_expectation(const std::string& monitor)
+{
+    std::string units;
+    for (const monitor_unit_t& unit : monitor_units)
+        if (!unit.word.empty() && unit.monitors.find(monitor) != std::string_view::npos)
+            units += (units.empty() ? "" : ", ") + std::string{unit.word};
+    return "numbers, with or without one of the units " + units;
+}
+
+/// One value, or several, one for each lane, with a unit behind the last one.
+json::value_t monitor_values(const std::string& monitor, const std::string& text)
+{
+    std::string_view rest = text;
+    json::list_t values;
+    for (;;) {
+        const std::optional<double> value = take_number(rest);
+        if (!value)
+            break;
+        values.push_back({*value});
+        if (rest.starts_with(' '))
+            rest.remove_prefix(1);
+    }
+    const auto* const unit = std::ranges::find(monitor_units, rest, &monitor_unit_t::word);
+    const bool has_unit = unit != std::end(monitor_units) && unit->monitors.find(monitor) != std::string_view::npos;
+    if (values.empty() || !has_unit)
+        expected(monitor_expectation(monitor));
+    for (json::value_t& value : values)
+        value = {*value.as<double>() * unit->scale};
+    return values.size() == 1 ? values.front() : json::value_t{std::move(values)};
+}
+
+void module_monitor(change_t& change, const words_t& words)
+{
+    cage_t& cage = cage_of(change, words[1]);
+    if (!cage.module)
+        expected("a cage with a module, which " + words[1] + " is not");
+    const std::string& monitor = words[2];
+    const words_t monitors{monitor_members.begin(), monitor_members.end()};
+    if (std::ranges::find(monitors, monitor) == monitors.end())
+        expected("a monitor; " + there_are(monitors, monitor));
+    const bool is_limit = std::ranges::find(limit_names, words[3]) != limit_names.end();
+    json::value_t value = monitor_values(monitor, joined(words.begin() + (is_limit ? 4 : 3), words.end()));
+    if (is_limit) {
+        value = {json::object_t{{words[3], std::move(value)}}};
+        value = {json::object_t{{"limits", {json::object_t{{monitor, std::move(value)}}}}}};
+    } else {
+        value = {json::object_t{{monitor, std::move(value)}}};
+    }
+    change.read(*cage.module, value, monitors_codec);
+}
+
+/// What is in the cage from now on; nobody has touched it.
+void put_into(change_t& change, cage_t& cage, const json::value_t& what)
+{
+    change.read(cage, what, cage_codec);
+    cage.plugged = change.context.number;
+}
+
+void unplug(change_t& change, const words_t& words)
+{
+    put_into(change, cage_of(change, words[1]), {std::string{"empty"}});
+}
+
+void plug(change_t& change, const words_t& words)
+{
+    const std::string module = joined(words.begin() + 2, words.end());
+    cage_t& cage = cage_of(change, words[1]);
+    try {
+        put_into(change, cage,
+                 module.starts_with('{') ? json::parse(module, "MODULE", "a module") : json::value_t{module});
+    } catch (const file_error& error) {
+        throw change_error{error.what()};
+    }
+}
+
+/// Whether it is the same one by what it says of itself.
+bool is_same_module(const module_t& module, const module_t& other)
+{
+    return module.map == other.map && std::ranges::all_of(text_fields(module.map), [&](const text_field_t& field) {
+               return text_of(module, field) == text_of(other, field);
+           });
+}
+
+void tell_cages(const i2c_t& original, const i2c_t& now, std::vector<std::string>& lines)
+{
+    for (std::size_t at = 0; at < now.cages.size(); ++at) {
+        const cage_t& before = original.cages.at(at);
+        const cage_t& cage = now.cages[at];
+        if (cage.module == before.module && cage.acknowledges == before.acknowledges)
+            continue;
+        const std::string number = std::to_string(at);
+        if (!cage.module)
+            lines.push_back("unplug " + number);
+        else if (before.module && is_same_module(*cage.module, *before.module))
+            lines.push_back("module " + number + " with other values");
+        else
+            lines.push_back("plug " + number + " with another module");
+    }
+}
+
+// ---- the rest ----
+
+/// Which of two words it is.
+bool is_first(const std::string& word, const char* first, const char* second)
+{
+    if (word != first && word != second)
+        expected(std::string{first} + " or " + second);
+    return word == first;
+}
+
+void power_good(change_t& change, const words_t& words)
+{
+    const bool is_good = is_first(words[1], "good", "bad");
+    for (xmc_t& xmc : change.xmcs())
+        xmc.power_good = is_good;
+}
+
+void ready(change_t& change, const words_t& words)
+{
+    if (words[1] != "after")
+        expected("ready after TIME");
+    duration_t time;
+    change.read(time, {joined(words.begin() + 2, words.end())}, codec::duration);
+    for (xmc_t& xmc : change.xmcs()) {
+        xmc.ready_after = {time, time};
+        xmc.restarted_at = change.context.now;
+    }
+}
+
+void silent(change_t& change, const words_t& words)
+{
+    change.bmc().silent = is_first(words[1], "on", "off");
+}
+
+/// A member of the BMC as a rack says it.
+void bmc_member(change_t& change, const char* member, const std::string& value)
+{
+    change.read(change.bmc(), {json::object_t{{member, {value}}}}, bmc_codec);
+}
+
+void boot_image_next(change_t& change, const words_t& words)
+{
+    bmc_member(change, "boot_image", words[1]);
+    change.bmc().boot_image_change = change.context.number;
+}
+
+void configured_from(change_t& change, const words_t& words)
+{
+    bmc_member(change, "configured_from", words[1]);
+}
+
+void fpga_temperature(change_t& change, const words_t& words)
+{
+    change.board.fpga.temperature = quantity(joined(words.begin() + 1, words.end()), celsius, "");
+}
+
+void undo(change_t& change, const words_t&)
+{
+    change.board = undone(change.context.original, change.board, change.context.number);
+}
+
+/// An image by its name, or in hexadecimal.
+std::string image_text(std::span<const code_name_t> names, std::uint8_t code)
+{
+    const auto row = std::ranges::find(names, code, &code_name_t::value);
+    return row == names.end() ? "0x" + hex_pair(code) : std::string{row->name};
+}
+
+void tell_members(const accelerator_t& original, const accelerator_t& now, std::vector<std::string>& lines)
+{
+    if (now.fpga.temperature != original.fpga.temperature)
+        lines.push_back("fpga-temperature " + value_text(now.fpga.temperature, celsius) + ", not " +
+                        value_text(original.fpga.temperature, celsius));
+    if (!now.xmcs.empty()) {
+        const xmc_t& xmc = now.xmcs.front();
+        const xmc_t& before = original.xmcs.at(0);
+        if (xmc.power_good != before.power_good)
+            lines.push_back(xmc.power_good ? "power-good good" : "power-good bad");
+        if (xmc.restarted_at != before.restarted_at)
+            lines.push_back("ready after " +
+                            (xmc.ready_after[1] ? duration_text(*xmc.ready_after[1]) : std::string{"never"}));
+    }
+    if (!now.bmc)
+        return;
+    const bmc_t& before = original.bmc.value();
+    if (now.bmc->silent != before.silent)
+        lines.push_back(now.bmc->silent ? "silent on" : "silent off");
+    if (now.bmc->boot_image_change != 0)
+        lines.push_back("boot-image " + image_text(boot_images, now.bmc->boot_image));
+    if (now.bmc->configured_from != before.configured_from)
+        lines.push_back("configured-from " + image_text(configurations, now.bmc->configured_from) + ", not " +
+                        image_text(configurations, before.configured_from));
+}
+
 // ---- all ----
 
 struct change_row_t
@@ -322,25 +556,45 @@ constexpr std::size_t any_number = SIZE_MAX;
 constexpr change_row_t change_rows[] = {
     {"sensor", "NAME VALUE", "what a sensor measures: 85 C, 0.9 V, 1200 rpm, or\n"
                              "unavailable, of a BMC; NAME may be a record ID", 2, any_number, &sensor_value},
+    {"module", "CAGE MONITOR [LIMIT] VALUE...",
+                             "\nwhat a module measures, or a limit of that:\n"
+                             "module 0 temperature 78 C\n"
+                             "module 0 temperature high_alarm 75 C\n"
+                             "module 0 rx_power 0.5 0.4 0.1 0.6 mW", 3, any_number, &module_monitor},
+    {"unplug", "CAGE", "take the module out of a cage", 1, 1, &unplug},
+    {"plug", "CAGE MODULE", "put a module into a cage, as a rack says it", 2, any_number, &plug},
+    {"power-good", "good|bad", "what an XMC says of the power", 1, 1, &power_good},
+    {"ready", "after TIME", "an XMC starts again, and is ready then, or never", 2, any_number, &ready},
+    {"silent", "on|off", "whether a BMC answers nothing", 1, 1, &silent},
+    {"boot-image", "IMAGE", "what a BMC boots next: primary, backup, none", 1, 1, &boot_image_next},
+    {"configured-from", "IMAGE", "what it says that the FPGA was configured from", 1, 1, &configured_from},
+    {"fpga-temperature", "VALUE", "of the FPGA's die, as its design says it", 1, any_number, &fpga_temperature},
+    {"reset", "", "undo all changes of the board", 0, 0, &undo},
 };
 // clang-format on
 
 } // namespace
 
+static std::string usage_of(const change_row_t& row)
+{
+    return std::string{row.name} + (row.arguments.empty() ? "" : " ") + std::string{row.arguments};
+}
+
 std::vector<std::string> make_change(accelerator_t& board, const std::vector<std::string>& words,
-                                     const std::vector<std::filesystem::path>& folders)
+                                     const change_context_t& context)
 {
     std::vector<std::string> names;
     for (const change_row_t& row : change_rows)
-        names.emplace_back(row.name);
+        if (names.empty() || names.back() != row.name)
+            names.emplace_back(row.name);
     const std::string name = words.empty() ? "" : words.front();
     const auto* const row = std::ranges::find(change_rows, name, &change_row_t::name);
     if (row == std::end(change_rows))
         throw no_change_error{"expected what to change; " + there_are(names, name)};
     if (words.size() <= row->fewest || words.size() - 1 > row->most)
-        throw no_change_error{"expected " + std::string{row->name} + ' ' + std::string{row->arguments}};
+        throw no_change_error{"expected " + usage_of(*row)};
     accelerator_t changed = board;
-    change_t change{changed, folders};
+    change_t change{changed, context};
     row->make(change, words);
     board = std::move(changed);
     return std::move(change.remarks);
@@ -353,6 +607,8 @@ std::vector<std::string> told_changes(const accelerator_t& original, const accel
         tell_sensors(original.xmcs.at(at), board.xmcs[at], lines);
     if (board.bmc)
         tell_sensors(original.bmc.value(), *board.bmc, lines);
+    tell_cages(original.i2c, board.i2c, lines);
+    tell_members(original, board, lines);
     return lines;
 }
 
@@ -361,8 +617,8 @@ std::string known_changes()
     constexpr std::size_t column = 30;
     std::string text;
     for (const change_row_t& row : change_rows) {
-        std::string line = "  " + std::string{row.name} + ' ' + std::string{row.arguments};
-        line.resize(std::max(line.size() + 1, column), ' ');
+        std::string line = "  " + usage_of(row);
+        line.resize(std::max(line.size(), column), ' ');
         std::string_view rest = row.summary;
         for (std::size_t end = 0; end != std::string_view::npos;) {
             end = rest.find('\n');

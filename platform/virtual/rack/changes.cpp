@@ -47,9 +47,34 @@ struct by_place
 template <class Codec>
 by_place(const char*, Codec) -> by_place<Codec>;
 
+constexpr codec::whole change_number{"a number", 0, std::numeric_limits<std::int64_t>::max()};
+
 /// Nanoseconds of device_time.
 constexpr codec::whole nanoseconds{"a number of nanoseconds", std::numeric_limits<std::int64_t>::min(),
                                    std::numeric_limits<std::int64_t>::max()};
+
+constexpr struct
+{
+    static std::string sentence() { return nanoseconds.sentence(); }
+    static void read(const json::node_t& node, device_time& value)
+    {
+        std::int64_t count = value.count();
+        nanoseconds.read(node, count);
+        value = device_time{count};
+    }
+    static json::value_t write(device_time value) { return codec::whole::write(value.count()); }
+} device_moment;
+
+} // namespace
+
+/// What is in it may name no file: it is all there.
+static void describe(auto& visit, cage_t& cage)
+{
+    visit("holds", cage, cage_codec);
+    visit("plugged", cage.plugged, change_number);
+}
+
+namespace {
 
 /// What can change of a board.
 struct changeable_t
@@ -57,16 +82,37 @@ struct changeable_t
     accelerator_t board;
 };
 
+/// How many sensors each controller has, which never changes.
+std::vector<std::size_t> sensor_counts(const accelerator_t& board)
+{
+    std::vector<std::size_t> counts;
+    for (const xmc_t& xmc : board.xmcs)
+        counts.push_back(xmc.sensors.size());
+    if (board.bmc)
+        counts.push_back(board.bmc->sensors.size());
+    return counts;
+}
+
 void describe(auto& visit, changeable_t& changeable)
 {
     accelerator_t& board = changeable.board;
+    const std::vector<std::size_t> counts = sensor_counts(board);
     visit("fpga_temperature", board.fpga.temperature, codec::real{"a number of degrees Celsius"});
     visit("xmcs", board.xmcs, by_place{R"(XMCs by their places: { "0": ... })", xmc_codec});
+    device_time restarted_at = board.xmcs.empty() ? device_time::min() : board.xmcs.front().restarted_at;
+    visit("xmcs_restarted_at", restarted_at, device_moment);
+    for (xmc_t& xmc : board.xmcs)
+        xmc.restarted_at = restarted_at;
+    visit("cages", board.i2c.cages,
+          by_place{R"(cages by their places: { "0": ... })",
+                   codec::record<cage_t>{R"(what is in a cage: { "holds": ..., "plugged": 1 })"}});
     if (board.bmc) {
         visit("bmc", *board.bmc, bmc_codec);
+        visit("boot_image_change", board.bmc->boot_image_change, change_number);
         visit("bmc_sensors", board.bmc->sensors,
               by_place{R"(sensors by their places: { "3": ... })", bmc_sensor_codec});
     }
+    visit.check({}, sensor_counts(board) == counts, "no sensors beside those that there are");
 }
 
 constexpr codec::record<changeable_t> changeable{R"(what has changed of a board: { "xmcs": ..., "bmc": ... })"};
@@ -84,18 +130,6 @@ constexpr struct
     }
     static json::value_t write(const json::value_t& value) { return value; }
 } unread;
-
-constexpr struct
-{
-    static std::string sentence() { return nanoseconds.sentence(); }
-    static void read(const json::node_t& node, device_time& value)
-    {
-        std::int64_t count = value.count();
-        nanoseconds.read(node, count);
-        value = device_time{count};
-    }
-    static json::value_t write(device_time value) { return codec::whole::write(value.count()); }
-} device_moment;
 
 } // namespace
 
@@ -167,6 +201,16 @@ json::object_t sensor_difference(const bmc_sensor_t& from, const bmc_sensor_t& t
     return members;
 }
 
+json::object_t cage_difference(const cage_t& from, const cage_t& to)
+{
+    json::object_t members;
+    if (from.module != to.module || from.acknowledges != to.acknowledges)
+        members.push_back({"holds", cage_codec.write(to)});
+    if (from.plugged != to.plugged)
+        members.push_back({"plugged", {to.plugged}});
+    return members;
+}
+
 json::object_t bmc_difference(const bmc_t& from, const bmc_t& to)
 {
     json::object_t members = differing_members(bmc_codec.write(from), bmc_codec.write(to));
@@ -186,8 +230,17 @@ json::value_t difference(const accelerator_t& from, const accelerator_t& to)
         if (from.xmcs.at(at) != to.xmcs[at])
             add_if_any(xmcs, std::to_string(at), xmc_difference(from.xmcs[at], to.xmcs[at]));
     add_if_any(members, "xmcs", std::move(xmcs));
+    if (!to.xmcs.empty() && from.xmcs.front().restarted_at != to.xmcs.front().restarted_at)
+        members.push_back({"xmcs_restarted_at", codec::whole::write(to.xmcs.front().restarted_at.count())});
+    json::object_t cages;
+    for (std::size_t at = 0; at < to.i2c.cages.size(); ++at)
+        if (from.i2c.cages.at(at) != to.i2c.cages[at])
+            add_if_any(cages, std::to_string(at), cage_difference(from.i2c.cages[at], to.i2c.cages[at]));
+    add_if_any(members, "cages", std::move(cages));
     if (to.bmc && from.bmc != to.bmc) {
         add_if_any(members, "bmc", bmc_difference(from.bmc.value(), *to.bmc));
+        if (from.bmc->boot_image_change != to.bmc->boot_image_change)
+            members.push_back({"boot_image_change", {to.bmc->boot_image_change}});
         json::object_t sensors;
         for (std::size_t at = 0; at < to.bmc->sensors.size(); ++at)
             add_if_any(sensors, std::to_string(at), sensor_difference(from.bmc->sensors.at(at), to.bmc->sensors[at]));
@@ -203,6 +256,19 @@ void apply_difference(accelerator_t& board, const json::value_t& difference, con
     changeable.read({difference, reading}, over);
     reading.finish();
     board = std::move(over.board);
+}
+
+accelerator_t undone(const accelerator_t& original, const accelerator_t& board, std::uint64_t number)
+{
+    accelerator_t undone = original;
+    for (std::size_t at = 0; at < undone.i2c.cages.size(); ++at) {
+        cage_t& cage = undone.i2c.cages[at];
+        const cage_t& now = board.i2c.cages.at(at);
+        cage.plugged = now.plugged;
+        if (now.plugged != original.i2c.cages[at].plugged && cage != now)
+            cage.plugged = number;
+    }
+    return undone;
 }
 
 std::string changes_text(const accelerator_t& original, const changes_t& changes, device_time now)

@@ -4,6 +4,7 @@
 #include "memory/clock.h"
 #include "rack/rack.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -31,6 +32,9 @@ json::value_t difference(const accelerator_t& from, const accelerator_t& to);
 /// What is different about a board is read over it, with the codecs of racks. `file` is named in errors, which are
 /// file_error.
 void apply_difference(accelerator_t& board, const json::value_t& difference, const std::filesystem::path& file);
+
+/// The board as its rack says it. Modules that come back into their cages do with this number, which no change has.
+accelerator_t undone(const accelerator_t& original, const accelerator_t& board, std::uint64_t number);
 
 /// The text that remembers changes of a board, of which `original` is what its rack says; "" is no change.
 std::string changes_text(const accelerator_t& original, const changes_t& changes, device_time now);

@@ -67,7 +67,7 @@ bool is_plain(char character)
 /// The whole text of a board's origin file. The number in the first line changes whenever the files do.
 std::string origin_text(const rack_t& rack, const accelerator_t& accelerator)
 {
-    return "ivra-virtual board state 5\n" + rack.file.string() + "\n" + accelerator.uid + "\n" + accelerator.text +
+    return "ivra-virtual board state 6\n" + rack.file.string() + "\n" + accelerator.uid + "\n" + accelerator.text +
            "\n";
 }
 
@@ -140,12 +140,6 @@ void write_start_values(const fs::path& path, const std::vector<core_t>& cores)
     }
 }
 
-void write_start_values(const fs::path& path, const i2c_t& i2c)
-{
-    const std::vector<std::uint8_t> values = start_values(i2c);
-    mapped_file{create_file(path, values.size()), path, file_access::read_write}.write(0, values);
-}
-
 /// Builds a board's folder beside its place and moves it there in one step; the lock is held.
 void build(const rack_t& rack, const accelerator_t& accelerator)
 {
@@ -162,7 +156,7 @@ void build(const rack_t& rack, const accelerator_t& accelerator)
         create_file(fresh / bmc_file_name, bmc_file::file_size);
         const fs::path changes = fresh / changes_file_name;
         changes_file::prepare({create_file(changes, changes_file::file_size), changes, file_access::read_write});
-        write_start_values(fresh / i2c_file, accelerator.i2c);
+        create_file(fresh / i2c_file, places_of(accelerator.i2c).size);
         create_file(fresh / parameters_file, board_state::parameters_size);
         if (::rename(folder.c_str(), old.c_str()) < 0 && errno != ENOENT)
             fail(errno, "Cannot replace", folder);
@@ -359,12 +353,17 @@ const accelerator_t& board_state::read_board()
 {
     // Deliberate: a generation that comes meanwhile is read the next time, once more at worst.
     const std::uint64_t generation = changes_.generation();
-    changes_t changes = read_changes(changes_.open(file_access::read_only));
-    changed_ = std::make_unique<const accelerator_t>(std::move(changes.board));
+    changes_t now = changes();
+    changed_ = std::make_unique<const accelerator_t>(std::move(now.board));
     board_ = changed_.get();
     generation_ = generation;
-    next_change_ = changes.to_come.empty() ? std::nullopt : std::optional{changes.to_come.front().at};
+    next_change_ = now.to_come.empty() ? std::nullopt : std::optional{now.to_come.front().at};
     return *board_;
+}
+
+changes_t board_state::changes() const
+{
+    return read_changes(changes_.open(file_access::read_only));
 }
 
 void board_state::change(const std::function<std::uint64_t(changes_t& changes, std::uint64_t number)>& make)
@@ -372,23 +371,28 @@ void board_state::change(const std::function<std::uint64_t(changes_t& changes, s
     mapped_file file = changes_.open(file_access::read_write);
     const file_lock lock{file};
     const std::uint64_t before = changes_.generation();
-    changes_t changes = read_changes(file);
-    const std::uint64_t last = make(changes, before + 1);
-    changes_.write(file, next_generation(before, last), changes_text(*original_, changes, device_now()));
+    changes_t now = read_changes(file);
+    const std::uint64_t last = make(now, before + 1);
+    changes_.write(file, next_generation(before, last), changes_text(*original_, now, device_now()));
 }
 
 bool board_state::undo_changes()
 {
     mapped_file file = changes_.open(file_access::read_write);
     const file_lock lock{file};
-    const std::uint64_t before = changes_.generation();
+    const std::uint64_t number = changes_.generation() + 1;
+    changes_t none{*original_, {}};
     bool is_changed = true;
     try {
-        is_changed = !changes_.read(file, before).empty();
-    } catch (const file_error&) { // whatever it holds
+        const changes_t now = read_changes(file);
+        none.board = undone(*original_, now.board, number);
+        is_changed = now.board != none.board || !now.to_come.empty();
+    } catch (const file_error&) { // whatever it holds, as long as no module is taken for the one before it
+        for (cage_t& cage : none.board.i2c.cages)
+            cage.plugged = number;
     }
     if (is_changed)
-        changes_.write(file, next_generation(before, before + 1), "");
+        changes_.write(file, next_generation(number - 1, number), changes_text(*original_, none, device_now()));
     return is_changed;
 }
 

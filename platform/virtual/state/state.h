@@ -65,6 +65,9 @@ public:
         return changes_.generation() == generation_ && !is_change_due() ? *board_ : read_board();
     }
 
+    /// The same, and what is going to change.
+    changes_t changes() const;
+
     /// Makes changes, for every process at once: all or, when it throws, none. `make` gets the board as it is and what
     /// is to come, and a number that no change before has, and returns the highest of such numbers, from that one on,
     /// that it has used. Throws std::system_error, file_error and what `make` throws.

@@ -1,6 +1,7 @@
 #include "commands.h"
 #include "output.h"
 
+#include "memory/clock.h"
 #include "rack/change_words.h"
 #include "state/state.h"
 #include "json/text.h"
@@ -34,13 +35,14 @@ void undo(board_state& state, const std::string& name)
 
 void change_board(const rack_t& rack, const std::string& name, const std::vector<std::string>& words)
 {
-    board_state state = board_state::open(rack, accelerator_called(rack, name));
+    const accelerator_t& accelerator = accelerator_called(rack, name);
+    board_state state = board_state::open(rack, accelerator);
     if (words == std::vector<std::string>{"reset"})
         return undo(state, name);
     try {
         std::vector<std::string> remarks;
         state.change([&](changes_t& changes, std::uint64_t number) {
-            remarks = make_change(changes.board, words, folders_of(rack.file));
+            remarks = make_change(changes.board, words, {accelerator, folders_of(rack.file), number, device_now()});
             return number;
         });
         for (const std::string& remark : remarks)

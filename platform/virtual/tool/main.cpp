@@ -255,13 +255,11 @@ std::string model_list()
     return text + '\n';
 }
 
-constexpr const char* reset_line = "  reset                       undo all changes of the board\n";
-
 std::string command_help(const command_t& command)
 {
     return "USAGE\n  ivra-virtual " + std::string{command.name} + ' ' + std::string{command.arguments} + "\n\n" +
            std::string{command.help} + (command.run == &new_rack ? model_list() : "") +
-           (command.run == &change_command ? "\nWHAT\n" + known_changes() + reset_line : "");
+           (command.run == &change_command ? "\nWHAT\n" + known_changes() : "");
 }
 
 std::size_t parse_count(const std::string& text)

@@ -27,6 +27,9 @@ using namespace std::chrono_literals;
 constexpr std::uint64_t reset = 0x20010;
 constexpr std::uint64_t fpga_temperature = 0x28108; // maximum, average, current
 constexpr std::uint64_t fan_speed = 0x28174;
+constexpr std::uint64_t status = 0x28018;
+constexpr std::uint64_t control = 0x28028;
+constexpr std::uint64_t power_good = 0x28380;
 constexpr std::uint64_t supply_current = 0x280d8;
 
 /// A board with an XMC, on a clock of the test's own.
@@ -172,6 +175,8 @@ TEST_F(changes, that_cannot_be_read_are_an_error_that_says_how_to_undo_them)
         {text(R"({"made_at":0,"difference":{"xmcs":{"":{}}},"to_come":[]})"), "/xmcs/: expected the place of one of 1"},
         {text(R"({"made_at":0,"difference":{"xmcs":{"0":{"sensors":{"FPGA_TEMP":[1,2]}}}},"to_come":[]})"),
          "/xmcs/0/sensors/FPGA_TEMP: expected three 32-bit numbers"},
+        {text(R"({"made_at":0,"difference":{"xmcs":{"0":{"sensors":{"HBM_1V2":[1,2,3]}}}},"to_come":[]})"),
+         "expected no sensors beside those that there are"},
         {text(R"({"made_at":0,"difference":{"bmc":{}},"to_come":[]})"), "/bmc: unknown member"},
         {text(R"({"made_at":0,"difference":{},"to_come":[{"at":2,"difference":{}},{"at":1,"difference":{}}]})"),
          "/to_come/1/at: expected a time that is not before the one before it"},
@@ -202,6 +207,192 @@ TEST_F(changes, that_cannot_be_read_are_an_error_that_says_how_to_undo_them)
             EXPECT_EQ(values(core, fpga_temperature), (values_t{51, 44, 45}));
         });
     }
+}
+
+// ---- controllers ----
+
+TEST_F(changes, of_an_xmc_turn_its_power_bad_and_good)
+{
+    run([&] {
+        const opened board;
+        ivra_hw_core* const core = ready(board);
+        EXPECT_EQ(read_word(core, power_good), 0U);
+        expect_change("power-good bad");
+        EXPECT_EQ(read_word(core, power_good), 1U);
+        expect_change("power-good good");
+        EXPECT_EQ(read_word(core, power_good), 0U);
+    });
+}
+
+TEST_F(changes, of_an_xmc_start_it_again)
+{
+    run([&] {
+        const opened board;
+        ivra_hw_core* const core = ready(board);
+        const std::uint64_t is_ready = read_word(core, status);
+        EXPECT_NE(is_ready, 0U);
+        expect_change("ready after 3 s");
+        EXPECT_EQ(read_word(core, status), 0U) << "at once, though its reset was released long ago";
+        EXPECT_EQ(values(core, fpga_temperature), (values_t{0, 0, 0}));
+        std::this_thread::sleep_for(2999ms);
+        EXPECT_EQ(read_word(core, status), 0U);
+        std::this_thread::sleep_for(1ms);
+        EXPECT_EQ(read_word(core, status), is_ready);
+        expect_change("ready after never");
+        std::this_thread::sleep_for(1000s);
+        EXPECT_EQ(read_word(core, status), 0U);
+        EXPECT_EQ(change("reset").status, 0);
+        EXPECT_EQ(read_word(core, status), is_ready);
+    });
+}
+
+TEST_F(changes, of_an_xmc_make_a_packet_wait_that_was_posted_meanwhile)
+{
+    run([&] {
+        const opened board;
+        ivra_hw_core* const core = ready(board);
+        expect_change("ready after 3 s");
+        write_word(core, 0x29010, 4U << 24U); // asks for the card's information
+        write_word(core, control, 0x20);
+        std::this_thread::sleep_for(3029ms);
+        EXPECT_EQ(read_word(core, control), 0x20U);
+        std::this_thread::sleep_for(1ms); // it takes 30 ms when it is ready
+        EXPECT_EQ(read_word(core, control), 0U);
+    });
+}
+
+TEST_F(changes, of_the_fpga_are_its_temperature)
+{
+    run([&] {
+        const opened board;
+        ivra_hw_top* const top = ivra_hw_top_create(board.root);
+        double celsius = 0;
+        expect_change("fpga-temperature 97.5 C");
+        EXPECT_EQ(ivra_hw_top_get_temperature(top, &celsius), 0);
+        EXPECT_EQ(celsius, 97.5);
+        ivra_hw_top_destroy(top);
+    });
+}
+
+// ---- modules ----
+
+/// The first cage of a U200, behind channel 0 of a multiplexer that pin 0 switches on.
+class cage
+{
+public:
+    explicit cage(const opened& board) : i2c_{ivra_i2c_create(board.root)}, bus_{ivra_i2c_get_bus(i2c_, 0)}
+    {
+        EXPECT_EQ(ivra_i2c_write_control_pins(i2c_, 1), 0);
+        const std::uint8_t channel = 1;
+        EXPECT_EQ(ivra_i2c_bus_write(bus_, 0x74, &channel, 1), 1);
+    }
+    ~cage()
+    {
+        ivra_i2c_bus_destroy(bus_);
+        ivra_i2c_destroy(i2c_);
+    }
+    cage(const cage&) = delete;
+    cage& operator=(const cage&) = delete;
+
+    std::uint8_t byte(std::uint8_t at) const
+    {
+        std::uint8_t value = 0;
+        EXPECT_EQ(ivra_i2c_bus_read_register(bus_, 0x50, at, &value, 1), 1);
+        return value;
+    }
+    std::uint16_t word(std::uint8_t at) const { return static_cast<std::uint16_t>(byte(at) << 8U | byte(at + 1U)); }
+    void set(std::uint8_t at, std::uint8_t value) const
+    {
+        EXPECT_EQ(ivra_i2c_bus_write_register(bus_, 0x50, at, &value, 1), 1);
+    }
+
+private:
+    ivra_i2c* i2c_;
+    ivra_i2c_bus* bus_;
+};
+
+/// QSFP+ and QSFP28, SFF-8636.
+constexpr std::uint8_t temperature = 22;
+constexpr std::uint8_t receive_power = 34;
+constexpr std::uint8_t power_control = 93;
+constexpr std::uint8_t page_select = 127;
+constexpr std::uint8_t high_alarm_of_temperature = 128; // on page 03
+constexpr std::uint8_t identifier = 0;
+constexpr std::uint8_t qsfp28 = 0x11;
+constexpr std::uint8_t qsfp_dd = 0x18;
+
+class changed_modules : public changes
+{
+protected:
+    changed_modules()
+    {
+        plug({R"({"name": "card", "model": "xilinx_u200", "uid": "0000:01:00.0",
+                  "i2c": {"cages": [{"module": "qsfp28-sr4", "temperature": 30}, "empty"]}})"});
+    }
+};
+
+TEST_F(changed_modules, measure_something_else_and_keep_what_the_host_has_set)
+{
+    run([&] {
+        const opened board;
+        const cage module{board};
+        EXPECT_EQ(module.word(temperature), 30 * 256);
+        module.set(power_control, 3);
+        expect_change("module 0 temperature 78");
+        EXPECT_EQ(module.word(temperature), 78 * 256);
+        expect_change("module 0 temperature -3.5 C");
+        EXPECT_EQ(module.word(temperature), 0xfc80); // SFF-8636 table 6-7: signed, in steps of 1/256 degree
+        expect_change("module 0 rx_power 0.5 0.4 0.1 0 mW");
+        EXPECT_EQ(module.word(receive_power), 5000); // in steps of 0.1 uW
+        EXPECT_EQ(module.word(receive_power + 4), 1000);
+        EXPECT_EQ(module.word(receive_power + 6), 0);
+        expect_change("module 0 temperature high_alarm 90");
+        module.set(page_select, 3);
+        EXPECT_EQ(module.word(high_alarm_of_temperature), 90 * 256);
+        EXPECT_EQ(module.byte(power_control), 3);
+        EXPECT_EQ(change("reset").status, 0);
+        EXPECT_EQ(module.word(temperature), 30 * 256);
+        EXPECT_EQ(module.byte(power_control), 3) << "it was never taken out";
+    });
+}
+
+TEST_F(changed_modules, come_and_go_and_a_new_one_was_touched_by_nobody)
+{
+    run([&] {
+        const opened board;
+        const cage module{board};
+        module.set(power_control, 3);
+        expect_change("unplug 0");
+        EXPECT_EQ(module.byte(identifier), 0xff);
+        expect_change("plug 0 qsfpdd-dr4");
+        EXPECT_EQ(module.byte(identifier), qsfp_dd);
+        const std::uint8_t as_plugged = module.byte(26);
+        module.set(26, as_plugged ^ 0x10U);
+        expect_change(R"(plug 0 {"module":"qsfp28-sr4","temperature":40})");
+        EXPECT_EQ(module.byte(identifier), qsfp28);
+        EXPECT_EQ(module.word(temperature), 40 * 256);
+        EXPECT_EQ(module.byte(power_control), 0);
+        expect_change("plug 0 qsfpdd-dr4");
+        EXPECT_EQ(module.byte(26), as_plugged);
+        EXPECT_EQ(change("reset").status, 0);
+        EXPECT_EQ(module.word(temperature), 30 * 256);
+        EXPECT_EQ(module.byte(power_control), 0) << "the first one has come back without current";
+        module.set(power_control, 3);
+        EXPECT_EQ(change("reset"), ivra::tests::says("Nothing to undo: card is as its rack says\n"));
+        EXPECT_EQ(module.byte(power_control), 3);
+    });
+}
+
+TEST_F(changed_modules, in_cages_that_were_empty_leave_those_beside_them_alone)
+{
+    run([&] {
+        const opened board;
+        const cage module{board};
+        module.set(power_control, 3);
+        expect_change("plug 1 sfp-10g-sr");
+        EXPECT_EQ(module.byte(power_control), 3);
+        EXPECT_EQ(module.word(temperature), 30 * 256);
+    });
 }
 
 TEST_F(changes, end_with_the_state_of_the_board)

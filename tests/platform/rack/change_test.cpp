@@ -27,7 +27,7 @@ protected:
         folder = fs::canonical(::mkdtemp(name.data()));
         std::ofstream{folder / "rack.json"} << R"({"accelerators": [
             {"name": "alveo", "model": "xilinx_u200", "xmc": {"sensors": {"FPGA_TEMP": [45, 44, 51]}}},
-            {"name": "bitt", "model": "bittware_xupp3r", "bmc": {"sensors": {"only": true, "list": [
+            {"name": "bitt", "model": "bittware_xupp3r", "i2c": {"cages": ["empty", "qsfp28-sr4"]}, "bmc": {"sensors": {"only": true, "list": [
                 {"name": "12V0", "unit": "V", "value": 12, "m": 1, "r_exp": -1},
                 {"name": "twin", "unit": "degrees C", "value": 20},
                 {"name": "twin", "unit": "degrees C", "value": 21, "id": "0x1f"},
@@ -89,6 +89,20 @@ TEST_F(change, says_values_as_people_do_and_shows_what_differs_from_the_rack)
         {"bitt sensor 0x1f 30 C", "sensor twin 30 C, not 21 C"},
         {"bitt sensor flow 4", "sensor flow 4, not 3"},
         {"bitt sensor load 60", "sensor load 60, not 50"},
+        {"alveo power-good bad", "power-good bad"},
+        {"alveo ready after 3 s", "ready after 3 s"},
+        {"alveo ready after never", "ready after never"},
+        {"alveo fpga-temperature 99 C", "fpga-temperature 99 C, not 45.5 C"},
+        {"alveo plug 0 sfp-10g-lr", "plug 0 with another module"},
+        {"bitt unplug 1", "unplug 1"},
+        {"bitt module 1 temperature 70", "module 1 with other values"},
+        {"bitt module 1 tx_bias 7 7 7 6.5 mA", "module 1 with other values"},
+        {"bitt module 1 vcc 3200 mV", "module 1 with other values"},
+        {"bitt module 1 temperature high_warning 60 C", "module 1 with other values"},
+        {"bitt silent on", "silent on"},
+        {"bitt boot-image backup", "boot-image backup"},
+        {"bitt boot-image 0x07", "boot-image 0x07"},
+        {"bitt configured-from backup", "configured-from backup, not primary"},
     };
     for (const row_t& row : rows) {
         EXPECT_EQ(make(row.words), says("")) << row.words;
@@ -141,6 +155,26 @@ TEST_F(change, that_cannot_be_made_says_what_was_expected_and_changes_nothing)
         {"alveo sensor FPGA_TEMP 85", "expected a number and its unit, such as \"85 C\""},
         {"alveo sensor FPGA_TEMP -5 C", "expected a value from 0 to 4.29497e+09 C, as its register has 32 bits"},
         {"alveo sensor VCCINT 4294968 V", "expected a value from 0 to 4.29497e+06 V, as its register has 32 bits"},
+        {"alveo power-good maybe", "expected good or bad"},
+        {"alveo silent on", "expected a board with a BMC"},
+        {"bitt power-good bad", "expected a board with a card management controller"},
+        {"alveo ready after 3", "expected a time such as \"1.5 s\", \"30 ms\" or \"50 us\", or \"never\""},
+        {"alveo ready in 3 s", "expected ready after TIME"},
+        {"bitt boot-image third", "expected none, primary or backup, or the byte that it says, such as \"0x04\""},
+        {"bare unplug 0", "expected a board with cages"},
+        {"bitt unplug 4", "expected the number of a cage, 0 to 3"},
+        {"bitt unplug -1", "expected the number of a cage, 0 to 3"},
+        {"bitt module 0 temperature 3", "expected a cage with a module, which 0 is not"},
+        {"bitt module 1 temp 3", "expected a monitor; there are temperature, vcc, rx_power, tx_power, tx_bias"},
+        {"bitt module 1 temperature hot", "expected numbers, with or without one of the units C, °C, degrees C"},
+        {"bitt module 1 temperature 3 V", "expected numbers, with or without one of the units C, °C, degrees C"},
+        {"bitt module 1 temperature 200", "expected a number from -128 to 127.996"},
+        {"bitt module 1 vcc 3 3", "expected a number of volts"},
+        {"bitt module 1 rx_power 1 2", "expected a number, or a list of 4, one for each lane"},
+        {"bitt module 1 temperature high_alarm 1",
+         "expected limits that rise in the order low_alarm, low_warning, high_warning, high_alarm"},
+        {"bitt plug 0 {\"module\"}",
+         "MODULE: line 1, column 10: not JSON: Missing a colon after a name of object member"},
         {"alveo sensor FPGA_TEMP unavailable",
          "expected a value, as a card management controller has one for every sensor"},
     };
@@ -163,7 +197,8 @@ TEST_F(change, of_words_that_say_none_is_64)
         const char* what;
     } rows[] = {
         {"bitt", "expected RACK ACCELERATOR WHAT..."},
-        {"bitt sensr 12V0 12 V", "expected what to change; there are sensor"},
+        {"bitt sensr 12V0 12 V", "expected what to change; there are sensor, module, unplug, plug, power-good, "
+                                 "ready, silent, boot-image, configured-from, fpga-temperature, reset"},
         {"bitt sensor", "expected sensor NAME VALUE"},
         {"bitt sensor 12V0", "expected sensor NAME VALUE"},
         {"bitt sensor 12V0 --help=me", "unknown option \"--help=me\""},

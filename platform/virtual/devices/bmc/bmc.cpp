@@ -221,7 +221,7 @@ bmc::result_t bmc::oem_set(bytes_t data)
     if (data[3] != next_image || !is_image)
         return {wrong_field, std::string{manufacturer}};
     memory_.boot_image = data[4];
-    memory_.boot_image_chosen = 1;
+    memory_.boot_image_chosen = config_.boot_image_change + 1;
     return {good, std::string{manufacturer}};
 }
 

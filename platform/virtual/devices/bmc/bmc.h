@@ -45,7 +45,11 @@ public:
     /// is network function and LUN, sequence, command, completion code, data. Nothing: there is none.
     std::optional<answer_t> take(std::string_view request);
 
-    std::uint8_t boot_image() const { return memory_.boot_image_chosen != 0 ? memory_.boot_image : config_.boot_image; }
+    std::uint8_t boot_image() const
+    {
+        const bool is_chosen = memory_.boot_image_chosen == config_.boot_image_change + 1;
+        return is_chosen ? static_cast<std::uint8_t>(memory_.boot_image) : config_.boot_image;
+    }
 
 private:
     struct command_t;

@@ -58,10 +58,11 @@ struct bmc_t
 {
     duration_t latency = std::chrono::milliseconds{5}; ///< from the stop byte of a request to the answer
     bool silent = false;
-    std::uint8_t boot_image = 0;      ///< as the OEM command says it, at the start
-    std::uint8_t configured_from = 1; ///< as the OEM command says it
-    std::size_t depth = 16;           ///< bytes that the host's FIFO holds
-    std::vector<std::size_t> pieces;  ///< how many bytes of an answer successive reads give; then as they come
+    std::uint8_t boot_image = 0;         ///< as the OEM command says it, at the start
+    std::uint64_t boot_image_change = 0; ///< tells it from what it was before: what the host chose then is gone
+    std::uint8_t configured_from = 1;    ///< as the OEM command says it
+    std::size_t depth = 16;              ///< bytes that the host's FIFO holds
+    std::vector<std::size_t> pieces;     ///< how many bytes of an answer successive reads give; then as they come
     bmc_fru_t fru;
     std::vector<bmc_sensor_t> sensors;
     std::vector<bmc_answer_t> answers;

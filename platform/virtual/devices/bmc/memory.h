@@ -35,8 +35,8 @@ struct bmc_memory_t
     std::uint8_t in_frame = 0;
     std::uint8_t after_escape = 0;
 
-    std::uint8_t boot_image_chosen = 0; ///< whether the host has
-    std::uint8_t boot_image = 0;
+    std::uint16_t boot_image = 0;        ///< that the host has chosen
+    std::uint64_t boot_image_chosen = 0; ///< 1 + bmc_t::boot_image_change as it was then; 0: none was
 
     // For the host, in order: `waiting` bytes of `queue` have arrived in its FIFO.
     std::uint32_t waiting = 0;

@@ -3,7 +3,6 @@
 #include "devices/clock_generator/clock_generator.h"
 
 #include <algorithm>
-#include <iterator>
 #include <string>
 
 namespace ivra::virtual_platform {
@@ -183,24 +182,9 @@ i2c_places_t places_of(const i2c_t& i2c)
     places.eeprom = take(1);
     places.clock = take(clock_memory_size);
     places.multiplexers = take(multiplexers);
-    for (const cage_t& cage : i2c.cages)
-        places.cages.push_back(
-            take(cage_counters + (cage.module ? block_size * cage.module->blocks.size() : std::size_t{0})));
+    for (std::size_t number = 0; number < i2c.cages.size(); ++number)
+        places.cages.push_back(take(cage_size));
     return places;
-}
-
-std::vector<std::uint8_t> start_values(const i2c_t& i2c)
-{
-    const i2c_places_t places = places_of(i2c);
-    std::vector<std::uint8_t> values(places.size);
-    for (std::size_t number = 0; number < i2c.cages.size(); ++number) {
-        if (!i2c.cages[number].module)
-            continue;
-        auto to = values.begin() + static_cast<std::ptrdiff_t>(places.cages[number] + cage_counters);
-        for (const auto& [block, bytes] : i2c.cages[number].module->blocks)
-            to = std::ranges::copy(bytes, to).out;
-    }
-    return values;
 }
 
 template struct json::codec::record<i2c_t>;

@@ -78,15 +78,17 @@ struct i2c_places_t
     std::uint64_t eeprom = 0;         ///< its address counter
     std::uint64_t clock = 0;          ///< clock_memory_size bytes
     std::uint64_t multiplexers = 0;   ///< one byte each
-    std::vector<std::uint64_t> cages; ///< address counters of 0x50 and 0x51, then the blocks of the module in order
+    std::vector<std::uint64_t> cages; ///< cage_size bytes each
     std::uint64_t size = 0;
 };
 
 i2c_places_t places_of(const i2c_t& i2c);
-/// The whole file as it is when the board is new.
-std::vector<std::uint8_t> start_values(const i2c_t& i2c);
 
-inline constexpr std::size_t cage_counters = 2;
+// What is remembered of a cage: of which module it is, 1 + cage_t::plugged, or 0 (8 bytes, in the machine's order), the
+// address counters of 0x50 and 0x51, and the bytes of the module that the host can write.
+inline constexpr std::size_t cage_counters = 8;
+inline constexpr std::size_t cage_written = cage_counters + 2;
+inline constexpr std::size_t cage_size = cage_written + most_writable;
 
 extern template struct json::codec::record<i2c_t>;
 

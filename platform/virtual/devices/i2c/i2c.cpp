@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <array>
-#include <iterator>
+#include <bit>
 #include <memory>
 #include <optional>
 #include <string>
@@ -112,14 +112,58 @@ private:
     const std::string& contents_;
 };
 
+/// Bytes that are remembered of what is in a cage: the address counters, and what the host can write.
+using cage_bytes_t = std::array<std::uint8_t, cage_size - cage_counters>;
+
+constexpr std::size_t written_at = cage_written - cage_counters;
+
+/// Those of the module that is in it now; nothing when they are of another one.
+std::optional<cage_bytes_t> remembered_bytes(const cage_t& cage, std::uint64_t place, const mapped_file& file)
+{
+    std::array<std::uint8_t, cage_size> all{};
+    file.read(place, all);
+    std::array<std::uint8_t, cage_counters> owner{};
+    std::copy_n(all.begin(), owner.size(), owner.begin());
+    if (std::bit_cast<std::uint64_t>(owner) != cage.plugged + 1)
+        return std::nullopt;
+    cage_bytes_t bytes{};
+    std::copy_n(all.begin() + cage_counters, bytes.size(), bytes.begin());
+    return bytes;
+}
+
+/// The module in a cage as the host has left it.
+module_t remembered_module(const cage_t& cage, const std::optional<cage_bytes_t>& bytes)
+{
+    module_t module = cage.module.value();
+    if (bytes)
+        set_writable_bytes(module, std::span{*bytes}.subspan(written_at));
+    return module;
+}
+
+/// The same for its use: from now on it is remembered what the host does to it. That it counts is told last: a process
+/// that is killed on the way leaves a module that nobody has touched.
+module_t used_module(const cage_t& cage, std::uint64_t place, mapped_file& file)
+{
+    using owner_t = std::array<std::uint8_t, cage_counters>;
+    const auto bytes = remembered_bytes(cage, place, file);
+    if (!bytes) {
+        cage_bytes_t first{};
+        std::ranges::copy(writable_bytes(cage.module.value()), first.begin() + written_at);
+        file.write(place, owner_t{});
+        file.write(place + cage_counters, first);
+        file.write(place, std::bit_cast<owner_t>(cage.plugged + 1));
+    }
+    return remembered_module(cage, bytes);
+}
+
 /// One address of a module.
 class module_target final : public memory_target
 {
 public:
-    module_target(const i2c_t& i2c, std::size_t cage, bool is_second_device, mapped_file& file)
-        : memory_target{file, places_of(i2c).cages.at(cage) + (is_second_device ? 1U : 0U)}, file_{file},
-          start_{places_of(i2c).cages.at(cage) + cage_counters}, plugged_{*i2c.cages.at(cage).module},
-          module_{remembered(i2c, cage, file)}, is_second_device_{is_second_device}
+    module_target(const cage_t& cage, std::uint64_t place, bool is_second_device, mapped_file& file)
+        : memory_target{file, place + cage_counters + (is_second_device ? 1U : 0U)}, file_{file},
+          written_{place + cage_written}, plugged_{*cage.module}, module_{used_module(cage, place, file)},
+          is_second_device_{is_second_device}
     {
     }
 
@@ -130,9 +174,7 @@ private:
         const std::optional<std::uint8_t> written = written_byte(module_, place, value);
         if (!written)
             return;
-        const auto block = module_.blocks.find(static_cast<unsigned>(place / block_size));
-        const auto before = static_cast<std::uint64_t>(std::distance(module_.blocks.begin(), block));
-        store_byte(file_, start_ + block_size * before + place % block_size, *written);
+        store_byte(file_, written_ + writable_index(module_, place), *written);
         module_.set_byte(place, *written);
     }
 
@@ -142,7 +184,7 @@ private:
     }
 
     mapped_file& file_;
-    std::uint64_t start_;
+    std::uint64_t written_;
     const module_t& plugged_; ///< as it was
     module_t module_;
     bool is_second_device_;
@@ -171,15 +213,15 @@ private:
 };
 
 /// The module in a cage, when it has something at an address.
-std::unique_ptr<i2c_target> module_at(const i2c_t& i2c, std::size_t cage, std::uint8_t address, mapped_file& file)
+std::unique_ptr<i2c_target> module_at(const cage_t& cage, std::uint64_t place, std::uint8_t address, mapped_file& file)
 {
-    const std::optional<module_t>& module = i2c.cages.at(cage).module;
+    const std::optional<module_t>& module = cage.module;
     const bool is_second_device = address == diagnostics_address;
     if (!module || (address != module_address && !is_second_device))
         return nullptr;
     if (is_second_device && (module->map != memory_map_t::sfp || !module->has_block(a2(0) / block_size)))
         return nullptr;
-    return std::make_unique<module_target>(i2c, cage, is_second_device, file);
+    return std::make_unique<module_target>(cage, place, is_second_device, file);
 }
 
 /// A device that is there at an address; null: it does not answer.
@@ -197,7 +239,7 @@ std::unique_ptr<i2c_target> target_of(const i2c_t& i2c, const i2c_device_t& devi
             return std::make_unique<eeprom_target>(file, places.eeprom, *i2c.mac_eeprom);
         break;
     case i2c_kind_t::cage:
-        return module_at(i2c, device.number, address, file);
+        return module_at(i2c.cages.at(device.number), places.cages.at(device.number), address, file);
     case i2c_kind_t::clock_generator:
         return std::make_unique<clock_target>(file, places.clock);
     }
@@ -216,15 +258,8 @@ bool is_empty_cage(const i2c_t& i2c, const i2c_device_t& device, std::uint8_t ad
 
 module_t remembered(const i2c_t& i2c, std::size_t cage, const mapped_file& file)
 {
-    module_t module = i2c.cages.at(cage).module.value();
-    std::vector<std::uint8_t> bytes(block_size * module.blocks.size());
-    file.read(places_of(i2c).cages.at(cage) + cage_counters, bytes);
-    auto from = bytes.begin();
-    for (auto& [block, values] : module.blocks) {
-        std::copy_n(from, block_size, values.begin());
-        from += block_size;
-    }
-    return module;
+    const cage_t& of = i2c.cages.at(cage);
+    return remembered_module(of, remembered_bytes(of, places_of(i2c).cages.at(cage), file));
 }
 
 std::uint32_t control_pins(const i2c_t& i2c, const mapped_file& file)
@@ -261,7 +296,6 @@ bool i2c_bus::is_reachable(const i2c_device_t& device) const
 std::size_t i2c_bus::transfer(std::uint8_t address, std::span<const std::uint8_t> written, std::span<std::uint8_t> read,
                               device_time now)
 {
-    const file_lock lock{file_};
     std::vector<std::unique_ptr<i2c_target>> targets;
     bool is_empty_cage_there = false;
     for (const i2c_device_t& device : bus_.devices) {

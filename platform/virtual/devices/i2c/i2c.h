@@ -26,7 +26,7 @@ public:
 
     /// One transfer with whatever answers at a 7-bit address: bytes that are written, and then, after a repeated start,
     /// bytes that are read. Returns how many devices answered, and does nothing when none did. Bytes of several are
-    /// those that all of them let be ones. Throws std::system_error.
+    /// those that all of them let be ones. The file is locked. Throws std::system_error.
     std::size_t transfer(std::uint8_t address, std::span<const std::uint8_t> written, std::span<std::uint8_t> read,
                          device_time now);
 

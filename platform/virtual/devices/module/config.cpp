@@ -150,15 +150,10 @@ struct dumps_t
 };
 
 constexpr std::size_t text_count = 5;
-constexpr std::size_t monitor_count = 5;
+constexpr std::size_t monitor_count = monitor_members.size(); // in the order in which a description has them
 constexpr const char* text_members[text_count] = {"vendor_name", "vendor_pn", "vendor_rev", "vendor_sn", "date_code"};
 
-/// One monitor by its name, in the order in which a description has them.
-constexpr const char* monitor_members[monitor_count] = {"temperature", "vcc", "rx_power", "tx_power", "tx_bias"};
-
-/// In the order in which every map has them.
-constexpr std::size_t limit_count = 4;
-constexpr std::array<const char*, limit_count> limit_names{"high_alarm", "low_alarm", "high_warning", "low_warning"};
+constexpr std::size_t limit_count = limit_names.size(); // in the order in which every map has them
 
 /// The limits of one monitor.
 struct limits_t
@@ -361,7 +356,7 @@ void describe(auto& visit, all_limits_t& limits)
     constexpr codec::record<limits_t> limits_of_one{
         R"({ "high_alarm": ..., "low_alarm": ..., "high_warning": ..., "low_warning": ... })"};
     for (std::size_t at = 0; at < monitor_count; ++at)
-        visit(monitor_members[at], limits.of.at(at), codec::given{limits_of_one});
+        visit(monitor_members.at(at), limits.of.at(at), codec::given{limits_of_one});
 }
 
 void describe(auto& visit, module_said_t& said)
@@ -382,15 +377,17 @@ void describe(auto& visit, module_said_t& said)
           codec::list{"a list of temperature, vcc, rx_power, tx_power and tx_bias",
                       codec::names<std::string_view>{monitor_names}, monitor_count});
     visit("bias_multiplier", said.bias_multiplier, given{multiplier});
-    visit(monitor_members[0], said.monitors.at(0), given{single{{"a number of degrees Celsius"}}});
-    visit(monitor_members[1], said.monitors.at(1), given{single{{"a number of volts"}}});
+    visit(monitor_members.at(0), said.monitors.at(0), given{single{{"a number of degrees Celsius"}}});
+    visit(monitor_members.at(1), said.monitors.at(1), given{single{{"a number of volts"}}});
     for (std::size_t at = 2; at < monitor_count; ++at)
-        visit(monitor_members[at], said.monitors.at(at), given{lanes_codec});
+        visit(monitor_members.at(at), said.monitors.at(at), given{lanes_codec});
     visit("limits", said.limits,
           codec::record<all_limits_t>{R"(limits: { "temperature": { "high_alarm": 75, "low_alarm": -5, ... } })"});
     visit("bytes", said.bytes,
           bytes_by_name{R"(bytes by their place: { "26": "40", "01:160": "1f" }, or of an SFP { "A0:92": "68" })"});
 }
+
+constexpr codec::record<module_said_t> monitors{R"(what a module measures: { "temperature": 78, "limits": { ... } })"};
 
 constexpr codec::record<module_said_t> module_file{
     R"(a module: { "map": "qsfp", "vendor_name": ..., "temperature": ... })"};
@@ -737,7 +734,7 @@ void applier::set_fields(bool is_new)
     const std::set<std::size_t> spelt_out = set_bytes(); // monitors may depend on them
     for (const monitor_t& monitor : row.monitors) {
         const auto* const name = std::ranges::find(monitor_members, std::string_view{monitor.member});
-        const auto number = static_cast<std::size_t>(name - std::begin(monitor_members));
+        const auto number = static_cast<std::size_t>(name - monitor_members.begin());
         const auto& lanes = said_.monitors.at(number);
         if (lanes)
             set_monitor(monitor, *lanes);
@@ -932,7 +929,7 @@ void cage_codec_t::read(const json::node_t& node, cage_t& cage)
     const auto* text = node.as<std::string>();
     if (text != nullptr && !is_name(*text))
         return node.expected(sentence());
-    cage = {text == nullptr || *text != "silent", std::nullopt};
+    cage = {text == nullptr || *text != "silent", std::nullopt, cage.plugged};
     if (text != nullptr && (*text == "empty" || *text == "silent"))
         return;
     cage.module = module_of(node);
@@ -951,6 +948,19 @@ json::value_t cage_codec_t::write(const cage_t& cage)
         members.push_back({"captured", {true}});
     members.push_back({"memory", memory_of(module)});
     return {std::move(members)};
+}
+
+std::string monitors_codec_t::sentence()
+{
+    return monitors.what;
+}
+
+void monitors_codec_t::read(const json::node_t& node, module_t& module)
+{
+    module_said_t said;
+    monitors.read(node, said);
+    if (is_good(node))
+        applier{node, said, module}.set_fields(false);
 }
 
 json::value_t cage_codec_t::schema()

@@ -45,6 +45,17 @@ constexpr range_t writable[] = {
 };
 // clang-format on
 
+constexpr std::size_t writable_size(memory_map_t map)
+{
+    std::size_t size = 0;
+    for (const range_t& range : writable)
+        size += range.map == map ? range.last - range.first + 1 : 0;
+    return size;
+}
+
+static_assert(writable_size(memory_map_t::sfp) <= most_writable && writable_size(memory_map_t::qsfp) <= most_writable &&
+              writable_size(memory_map_t::cmis) == most_writable);
+
 // SFF-8636, byte 93.
 constexpr std::size_t qsfp_power_control = 93;
 constexpr std::uint8_t qsfp_override = 0x01;
@@ -194,6 +205,42 @@ std::optional<std::uint8_t> written_byte(const module_t& module, std::size_t pla
         (is_flat(module) || !module.has_block(value + std::size_t{1})))
         return std::uint8_t{0};
     return value;
+}
+
+std::vector<std::uint8_t> writable_bytes(const module_t& module)
+{
+    std::vector<std::uint8_t> bytes;
+    for (const range_t& range : writable)
+        for (std::size_t place = range.first; range.map == module.map && place <= range.last; ++place)
+            bytes.push_back(module.byte(place));
+    return bytes;
+}
+
+void set_writable_bytes(module_t& module, std::span<const std::uint8_t> bytes)
+{
+    std::size_t index = 0;
+    for (const range_t& range : writable) { // each lies in one block
+        if (range.map != module.map)
+            continue;
+        const std::size_t size = range.last - range.first + 1;
+        const auto block = module.blocks.find(static_cast<unsigned>(range.first / block_size));
+        if (block != module.blocks.end())
+            std::ranges::copy(bytes.subspan(index, size), block->second.begin() + range.first % block_size);
+        index += size;
+    }
+}
+
+std::size_t writable_index(const module_t& module, std::size_t place)
+{
+    std::size_t index = 0;
+    for (const range_t& range : writable) {
+        if (range.map != module.map)
+            continue;
+        if (is_within(place, range.first, range.last))
+            return index + (place - range.first);
+        index += range.last - range.first + 1;
+    }
+    return index;
 }
 
 } // namespace ivra::virtual_platform

@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace ivra::virtual_platform {
 
@@ -77,6 +78,14 @@ std::uint8_t visible_byte(const module_t& module, const module_t& start, std::si
 
 /// What becomes of a byte that its host writes; nothing: it stays as it is.
 std::optional<std::uint8_t> written_byte(const module_t& module, std::size_t place, std::uint8_t value);
+
+/// How many bytes of a module a host can write, at most.
+inline constexpr std::size_t most_writable = 273;
+/// Those that the host can write, one after the other, and the same put back; bytes behind them are not looked at.
+std::vector<std::uint8_t> writable_bytes(const module_t& module);
+void set_writable_bytes(module_t& module, std::span<const std::uint8_t> bytes);
+/// Where a place that can be written is among them.
+std::size_t writable_index(const module_t& module, std::size_t place);
 
 } // namespace ivra::virtual_platform
 

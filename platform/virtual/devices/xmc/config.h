@@ -73,6 +73,8 @@ struct xmc_t
     bool power_good = true;
     xmc_card_t card;
     std::vector<xmc_sensor_t> sensors; ///< others read as 0
+    /// When it started again by itself, if that was after its reset was released; a time of device_time.
+    std::chrono::nanoseconds restarted_at = std::chrono::nanoseconds::min();
 
     bool operator==(const xmc_t&) const = default;
 };

@@ -102,6 +102,13 @@ device_time since(std::int64_t then, device_time now)
     return then < 0 || now.count() < then ? device_time::max() : now - device_time{then};
 }
 
+/// When it started last: with its reset, or by itself.
+std::int64_t started_at(const xmc_t& config, const core_t& core, const register_file& registers, device_time now)
+{
+    const std::int64_t then = registers.kept(core, released_at);
+    return config.restarted_at <= now ? std::max(then, std::int64_t{config.restarted_at.count()}) : then;
+}
+
 bool has_come(const duration_t& after, device_time elapsed)
 {
     return after && elapsed >= *after;
@@ -112,7 +119,7 @@ std::array<bool, 2> bits_of(const xmc_t& config, const core_t& core, const regis
 {
     if ((registers.read(core, reset_register) & reset_released) == 0)
         return {false, false};
-    const device_time elapsed = since(registers.kept(core, released_at), now);
+    const device_time elapsed = since(started_at(config, core, registers, now), now);
     return {has_come(config.ready_after[0], elapsed), has_come(config.ready_after[1], elapsed)};
 }
 
@@ -256,7 +263,7 @@ bool xmc::is_answer_due(device_time now) const
         return false;
     // A packet that was posted too early waits until it is ready.
     const device_time ready_after = std::max(*config_.ready_after[0], *config_.ready_after[1]);
-    const device_time since_ready = since(registers_.kept(core_, released_at), now) - ready_after;
+    const device_time since_ready = since(started_at(config_, core_, registers_, now), now) - ready_after;
     return std::min(since_ready, since(registers_.kept(core_, posted_at), now)) >= *config_.answer_after;
 }
 
