@@ -30,6 +30,10 @@ void serve_bmc(const rack_t& rack, const std::string& name);
 /// usage_error for words that say no change, std::runtime_error and std::system_error.
 void change_board(const rack_t& rack, const std::string& name, const std::vector<std::string>& words);
 
+/// Sets changes of boards that come at the times that a file says, counted from now. All of them, or when it throws
+/// file_error none. Throws std::system_error.
+void play(const rack_t& rack, const std::filesystem::path& file);
+
 /// Each makes boards forget, those of a rack file (which need not exist any more) or all, and says which. Nothing is
 /// removed when the folder holds anything but states of boards. Throws std::runtime_error.
 void reset_rack(const std::filesystem::path& rack_file);

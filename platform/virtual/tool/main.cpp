@@ -110,6 +110,12 @@ int change_command(const words_t& words)
     return exit_success;
 }
 
+int play_command(const words_t& words)
+{
+    play(load_rack(words.arguments[0]), words.arguments[1]);
+    return exit_success;
+}
+
 int run_command_on_rack(const words_t& words)
 {
     return run_on_rack(words.arguments.empty() ? std::nullopt : std::optional{words.arguments.front()}, words.command);
@@ -211,6 +217,14 @@ constexpr command_t commands[] = {
      "once and for every process that has it open, until reset undoes all of it.\n"
      "The rack file stays as it is; show tells what differs from it.\n",
      3, any_number, false, false, &change_command},
+    {"play", "RACK FILE", "Change boards at times that a file says",
+     "Sets changes that come at their times, counted from now, and returns at once;\n"
+     "show tells which are to come, and a board's reset drops them. A line of FILE is\n"
+     "a time, an accelerator and words as change has them:\n"
+     "\n"
+     "  0 s    virtual-u200    sensor FPGA_TEMP 85 C   # hot\n"
+     "  2.5 s  virtual-xupp3r  silent on\n",
+     2, 2, false, false, &play_command},
     {"bmc", "RACK ACCELERATOR", "Let IPMI programs talk to a board's BMC",
      "Serves the BMC of an accelerator, given by name, uid or index, on a\n"
      "pseudo-terminal, and prints its name, for example for\n"

@@ -242,6 +242,24 @@ std::string temperature_text(double celsius)
     return text;
 }
 
+/// "in 2.5 s: silent on", counted from now.
+std::vector<std::string> lines_to_come(const std::optional<board_state>& state)
+{
+    std::vector<std::string> lines;
+    if (!state)
+        return lines;
+    changes_t changes = state->changes();
+    const device_time now = device_now();
+    for (const changes_t::step_t& step : changes.to_come) {
+        accelerator_t next = changes.board;
+        apply_difference(next, step.difference, "");
+        for (const std::string& line : told_changes(changes.board, next))
+            lines.push_back("in " + duration_text(std::max(step.at - now, device_time{})) + ": " + line);
+        changes.board = std::move(next);
+    }
+    return lines;
+}
+
 std::string state_text(const rack_t& rack, const accelerator_t& accelerator, const std::optional<board_state>& state)
 {
     std::error_code ignored;
@@ -280,6 +298,7 @@ void show_accelerator(const rack_t& rack, std::size_t index)
     text += field("BMC", bmc_lines(accelerator.bmc, state));
     text += field("XMC", xmc_lines(accelerator, state));
     text += field("Changed", told_changes(original, accelerator));
+    text += field("To come", lines_to_come(state));
     text += field("State", {state_text(rack, accelerator, state)});
     print('\n' + text);
 }

@@ -395,6 +395,111 @@ TEST_F(changed_modules, in_cages_that_were_empty_leave_those_beside_them_alone)
     });
 }
 
+// ---- times ----
+
+class played_changes : public changes
+{
+protected:
+    run_t play(const std::string& text) const
+    {
+        std::ofstream{folder / "file.play"} << text;
+        return ivra::tests::run_program(IVRA_VIRTUAL_COMMAND, {"play", rack, folder / "file.play"});
+    }
+};
+
+TEST_F(played_changes, come_at_their_times_on_a_stepped_clock)
+{
+    run([&] {
+        const opened board;
+        ivra_hw_core* const core = ready(board);
+        EXPECT_EQ(play("0 s card sensor FPGA_TEMP 60 C\n"
+                       "1.5 s card sensor FPGA_TEMP 85 C\n"
+                       "1.5 s card power-good bad\n"
+                       "2 s card reset\n"),
+                  ivra::tests::says("Set 4 changes, the last one in 2 s\n"));
+        EXPECT_EQ(values(core, fpga_temperature).back(), 60U);
+        std::this_thread::sleep_for(1499ms);
+        EXPECT_EQ(values(core, fpga_temperature).back(), 60U);
+        EXPECT_EQ(read_word(core, power_good), 0U);
+        std::this_thread::sleep_for(1ms);
+        EXPECT_EQ(values(core, fpga_temperature).back(), 85U);
+        EXPECT_EQ(read_word(core, power_good), 1U);
+        std::this_thread::sleep_for(500ms);
+        EXPECT_EQ(values(core, fpga_temperature), (values_t{51, 44, 45}));
+        EXPECT_EQ(read_word(core, power_good), 0U);
+    });
+}
+
+TEST_F(played_changes, go_on_after_a_change_that_comes_between_them_and_end_with_a_reset)
+{
+    run([&] {
+        const opened board;
+        ivra_hw_core* const core = ready(board);
+        EXPECT_EQ(
+            play("1 s card sensor FPGA_TEMP 70 C\n2 s card sensor FPGA_TEMP 80 C\n3 s card power-good bad\n").status,
+            0);
+        std::this_thread::sleep_for(1s);
+        EXPECT_EQ(values(core, fpga_temperature).back(), 70U);
+        expect_change("sensor FAN_SPEED 0 rpm");
+        EXPECT_EQ(values(core, fpga_temperature).back(), 70U);
+        std::this_thread::sleep_for(1s);
+        EXPECT_EQ(values(core, fpga_temperature).back(), 80U);
+        EXPECT_EQ(values(core, fan_speed).back(), 0U);
+        EXPECT_EQ(change("reset").status, 0);
+        std::this_thread::sleep_for(1s);
+        EXPECT_EQ(read_word(core, power_good), 0U) << "what was to come is undone, too";
+    });
+}
+
+TEST_F(played_changes, are_all_made_when_the_host_was_started_again_since_then)
+{
+    std::this_thread::sleep_for(1s);
+    EXPECT_EQ(play("0 s card sensor FPGA_TEMP 60 C\n100 s card sensor FPGA_TEMP 85 C\n").status, 0);
+    std::ofstream{folder / "clock", std::ios::binary} << std::string(8, '\0');
+    run([] {
+        const opened board;
+        EXPECT_EQ(values(ready(board), fpga_temperature).back(), 85U);
+    });
+}
+
+TEST_F(played_changes, with_a_mistake_are_none_at_all)
+{
+    const std::string file = (folder / "file.play").string();
+    const struct
+    {
+        std::string text;
+        std::string what;
+    } rows[] = {
+        {"x card power-good bad", "line 1, column 1: expected a time such as \"1.5 s\", \"30 ms\" or \"0 s\""},
+        {"never card power-good bad", "line 1, column 1: expected a time such as \"1.5 s\", \"30 ms\" or \"0 s\""},
+        {"1 card power-good bad", "line 1, column 1: expected a time such as \"1.5 s\", \"30 ms\" or \"0 s\""},
+        {"2 s card power-good bad\n1 s card power-good good",
+         "line 2, column 1: expected a time of at least 2 s, that of the line before it"},
+        {"# ü\n\n  1s ", "line 3, column 5: expected an accelerator and what changes of it behind the time"},
+        {"1s card", "line 1, column 8: expected what changes of the accelerator"},
+        {"1s nobody power-good bad", "line 1, column 4: " + rack.string() +
+                                         " has no accelerator of the name, uid or index \"nobody\"; there are card"},
+        {"0 s card power-good bad\n1s \"card\" power-good so", "line 2, column 11: expected good or bad"},
+        {"1s \"ü\" power-good 'so", "line 1, column 19: expected another ' on this line"},
+        {"1s card sensor FPGA_TMP 2 C", "line 1, column 9: expected a sensor of the board; there are FPGA_TEMP"},
+    };
+    for (const auto& row : rows) {
+        const run_t result = play(row.text);
+        EXPECT_THAT(result.err, ::testing::StartsWith("ivra-virtual: " + file + ": " + row.what)) << row.text;
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(change("reset"), ivra::tests::says("Nothing to undo: card is as its rack says\n"));
+    }
+}
+
+TEST_F(played_changes, are_shown_before_they_come)
+{
+    EXPECT_EQ(play("# a comment\n1 s 'card' sensor \"FPGA_TEMP\" 60 C # another one\r\n2 s 0 power-good bad").status,
+              0);
+    EXPECT_THAT(shown(), ::testing::HasSubstr("   To come        in 1 s: sensor FPGA_TEMP 60 C, not 45 C\n"
+                                              "                  in 2 s: power-good bad\n"));
+    EXPECT_EQ(play(""), ivra::tests::says("Nothing to play\n"));
+}
+
 TEST_F(changes, end_with_the_state_of_the_board)
 {
     expect_change("sensor FPGA_TEMP 85 C");
