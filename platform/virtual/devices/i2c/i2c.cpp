@@ -115,7 +115,7 @@ private:
 /// Bytes that are remembered of what is in a cage: the address counters, and what the host can write.
 using cage_bytes_t = std::array<std::uint8_t, cage_size - cage_counters>;
 
-constexpr std::size_t written_at = cage_written - cage_counters;
+constexpr std::size_t host_bytes_at = cage_written - cage_counters;
 
 /// Those of the module that is in it now; nothing when they are of another one.
 std::optional<cage_bytes_t> remembered_bytes(const cage_t& cage, std::uint64_t place, const mapped_file& file)
@@ -136,7 +136,7 @@ module_t remembered_module(const cage_t& cage, const std::optional<cage_bytes_t>
 {
     module_t module = cage.module.value();
     if (bytes)
-        set_writable_bytes(module, std::span{*bytes}.subspan(written_at));
+        set_writable_bytes(module, std::span{*bytes}.subspan(host_bytes_at));
     return module;
 }
 
@@ -148,7 +148,7 @@ module_t used_module(const cage_t& cage, std::uint64_t place, mapped_file& file)
     const auto bytes = remembered_bytes(cage, place, file);
     if (!bytes) {
         cage_bytes_t first{};
-        std::ranges::copy(writable_bytes(cage.module.value()), first.begin() + written_at);
+        std::ranges::copy(writable_bytes(cage.module.value()), first.begin() + host_bytes_at);
         file.write(place, owner_t{});
         file.write(place + cage_counters, first);
         file.write(place, std::bit_cast<owner_t>(cage.plugged + 1));
