@@ -197,6 +197,7 @@ json::object_t sensor_difference(const bmc_sensor_t& from, const bmc_sensor_t& t
     if (from == to)
         return {};
     json::object_t members = differing_members(bmc_sensor_codec.write(from), bmc_sensor_codec.write(to));
+    std::erase_if(members, [](const json::member_t& member) { return member.name == "name"; });
     members.insert(members.begin(), {"name", codec::text::write(to.name)});
     return members;
 }
