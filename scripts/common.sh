@@ -86,6 +86,7 @@ run_tests() {
 }
 
 build_packages=(g++ cmake ninja-build rapidjson-dev)
-test_packages=(freeipmi-tools ipmitool libgtest-dev libgmock-dev libbenchmark-dev python3-jsonschema python3-pyipmi util-linux
+exporter_packages=(libmicrohttpd-dev prometheus-cpp-dev zlib1g-dev)
+test_packages=("${exporter_packages[@]}" freeipmi-tools ipmitool libgtest-dev libgmock-dev libbenchmark-dev python3-jsonschema python3-pyipmi util-linux
     valgrind)
 check_packages=(clang clang-format clang-tidy libclang-rt-14-dev)

@@ -1,0 +1,133 @@
+#include "exporter.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+namespace ivra::tests {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// The port on which a process listens; 0: none yet.
+std::uint16_t find_port(::pid_t process)
+{
+    std::set<std::string> sockets;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator{"/proc/" + std::to_string(process) + "/fd", error})
+        sockets.insert(fs::read_symlink(entry.path(), error).string());
+    std::ifstream table{"/proc/" + std::to_string(process) + "/net/tcp"};
+    for (std::string line; std::getline(table, line);) {
+        std::istringstream stream{line};
+        std::string number, local, remote, state, queue, timer, retransmit, user, timeout, inode;
+        stream >> number >> local >> remote >> state >> queue >> timer >> retransmit >> user >> timeout >> inode;
+        if (state == "0A" && sockets.contains("socket:[" + inode + "]"))
+            return static_cast<std::uint16_t>(std::stoul(local.substr(local.find(':') + 1), nullptr, 16));
+    }
+    return 0;
+}
+
+} // namespace
+
+connection_t::connection_t(std::uint16_t port) : socket_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)}
+{
+    ::sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(::connect(socket_, reinterpret_cast<const ::sockaddr*>(&address), sizeof address), 0);
+}
+
+connection_t::~connection_t()
+{
+    ::close(socket_);
+}
+
+connection_t& connection_t::send(const std::string& text)
+{
+    EXPECT_EQ(::send(socket_, text.data(), text.size(), MSG_NOSIGNAL), static_cast<::ssize_t>(text.size()));
+    return *this;
+}
+
+std::string connection_t::receive()
+{
+    std::string text;
+    std::array<char, 65536> piece{};
+    for (::ssize_t count; (count = ::recv(socket_, piece.data(), piece.size(), 0)) > 0;)
+        text.append(piece.data(), static_cast<std::size_t>(count));
+    return text;
+}
+
+exporter_t::exporter_t()
+{
+    program(IVRA_BSP_EXPORTER);
+}
+
+exporter_t& exporter_t::reader(const std::string& script)
+{
+    const fs::path bin = folder() / "bin";
+    fs::create_directories(bin);
+    fs::copy_file(IVRA_BSP_EXPORTER, bin / "ivra-bsp-exporter", fs::copy_options::overwrite_existing);
+    std::ofstream{bin / "ivra-bsp-readings"} << "#!/bin/sh\n" << script;
+    fs::permissions(bin / "ivra-bsp-readings", fs::perms::owner_all);
+    program((bin / "ivra-bsp-exporter").string());
+    return *this;
+}
+
+exporter_t& exporter_t::serve(const std::string& words)
+{
+    running_.emplace(start("--listen 127.0.0.1:0" + (words.empty() ? "" : " " + words)));
+    for (int patience = 30'000; (port_ = find_port(running_->process())) == 0; --patience) {
+        if (patience == 0) {
+            ADD_FAILURE() << "does not listen";
+            break;
+        }
+        ::usleep(1000);
+    }
+    return *this;
+}
+
+run_t exporter_t::stop(int signal)
+{
+    running_->signal(signal);
+    return running_->end();
+}
+
+reply_t exporter_t::get(const std::string& path, const std::string& headers) const
+{
+    return to_reply(
+        connection_t{port_}.send("GET " + path + " HTTP/1.1\r\nHost: localhost\r\n" + headers + "\r\n").receive());
+}
+
+reply_t to_reply(const std::string& text)
+{
+    const std::size_t line = text.find("\r\n"), end = text.find("\r\n\r\n");
+    if (end == std::string::npos)
+        return {.status = text, .headers = "", .body = ""};
+    return {.status = text.substr(0, line),
+            .headers = end == line ? "" : text.substr(line + 2, end - line),
+            .body = text.substr(end + 4)};
+}
+
+std::string samples(const std::string& metrics)
+{
+    std::string text;
+    std::istringstream stream{metrics};
+    for (std::string line; std::getline(stream, line);)
+        if (!line.starts_with('#') && !line.starts_with("ivra_exporter_") &&
+            !line.starts_with("ivra_board_collect_seconds"))
+            text += line + '\n';
+    return text;
+}
+
+} // namespace ivra::tests
