@@ -30,17 +30,25 @@ constexpr cage_bus_t xupvv8_buses[] = {
     {.bus = 0, .multiplexer = 0x72, .channels = xupvv8_channels},
 };
 
-bool answers(v6::i2c::bus& bus, std::uint8_t device)
+enum class presence_t
 {
-    std::uint8_t byte = 0;
-    const auto count = bus.read(device, &byte, 1);
-    return count.has_value() && count.value() == 1;
-}
+    there,
+    absent,
+    unknown, ///< it could not be found out
+};
 
-/// Of an optional bus that is not there, or whose multiplexer is not, the cages are none.
-bool is_there(hw::result<v6::i2c::bus>& bus, const cage_bus_t& cages)
+/// Of the bus, if it is optional, and of its multiplexer.
+presence_t get_presence(hw::result<v6::i2c::bus>& bus, const cage_bus_t& cages)
 {
-    return !cages.optional || (bus.has_value() && answers(bus.value(), cages.multiplexer));
+    if (!cages.optional)
+        return presence_t::there;
+    if (!bus.has_value())
+        return bus.error() == std::errc::no_such_device ? presence_t::absent : presence_t::unknown;
+    std::uint8_t byte = 0;
+    const auto count = bus.value().read(cages.multiplexer, &byte, 1);
+    if (count.has_value())
+        return count.value() == 1 ? presence_t::there : presence_t::unknown;
+    return v6::i2c::is_no_answer(count.error()) ? presence_t::absent : presence_t::unknown;
 }
 
 /// Calls `lead`, which leads to a cage or throws, and then the visitor. Whether to go on.
@@ -56,14 +64,17 @@ bool visit_cage(unsigned number, Lead lead, const cage_visitor_t& visitor)
     return visitor(cage);
 }
 
-void walk_cages(v6::i2c::i2c& i2c, const cage_walk_t& walk, const cage_visitor_t& visitor)
+/// Where it is unknown whether there are cages, `are_unknown_ones_visited`.
+void walk_cages(v6::i2c::i2c& i2c, const cage_walk_t& walk, bool are_unknown_ones_visited,
+                const cage_visitor_t& visitor)
 {
     if (walk.enable_i2c)
         enable_i2c(i2c);
     unsigned number = 0;
     for (const cage_bus_t& cages : walk.buses) {
         auto found = i2c.get_bus(cages.bus);
-        if (!is_there(found, cages))
+        const presence_t presence = get_presence(found, cages);
+        if (presence == presence_t::absent || (presence == presence_t::unknown && !are_unknown_ones_visited))
             continue;
         const auto bus = [&]() -> v6::i2c::bus& { return found.access_value_or_throw(cannot_get_i2c_bus); };
         if (cages.channels.empty() && !visit_cage(++number, bus, visitor))
@@ -79,11 +90,11 @@ void walk_cages(v6::i2c::i2c& i2c, const cage_walk_t& walk, const cage_visitor_t
     }
 }
 
-/// The same for what one cage out of reach ends.
+/// The same for what one cage out of reach ends. Cages that are not known to be there are none.
 template <class Visitor>
 void visit_buses(v6::i2c::i2c& i2c, const cage_walk_t& walk, Visitor visitor)
 {
-    walk_cages(i2c, walk, [&](const cage_t& cage) {
+    walk_cages(i2c, walk, false, [&](const cage_t& cage) {
         if (cage.failure)
             throw std::system_error{*cage.failure};
         visitor(*cage.bus);
@@ -133,7 +144,7 @@ void visit_cages(std::optional<v6::i2c::i2c>& i2c, const cage_walk_t& walk, cons
     require_i2c(i2c, "visit cages");
     mutex guard = make_i2c_mutex(*i2c);
     locked(guard, [&] {
-        walk_cages(*i2c, walk, [&](const cage_t& cage) {
+        walk_cages(*i2c, walk, true, [&](const cage_t& cage) {
             const hw::signal_hold hold; // no module is left on another page
             return visitor(cage);
         });

@@ -61,9 +61,9 @@ void set_qsfp_power_mode(std::optional<v6::i2c::i2c>& i2c, const cage_walk_t& wa
                          transceiver::qsfp_power_mode_t mode);
 
 /// Visits each cage under one lock, until the visitor says to stop. A bus or a channel of a multiplexer that does not
-/// work costs the cages behind it only. Signals are held back during each visit, and take effect between two of them.
-/// Throws std::runtime_error without an I2C controller, std::system_error when its lock cannot be had or the board's
-/// I2C cannot be enabled, and what the visitor throws.
+/// work costs the cages behind it only, also where it cannot be found out whether they are there. Signals are held back
+/// during each visit, and take effect between two of them. Throws std::runtime_error without an I2C controller,
+/// std::system_error when its lock cannot be had or the board's I2C cannot be enabled, and what the visitor throws.
 void visit_cages(std::optional<v6::i2c::i2c>& i2c, const cage_walk_t& walk, const cage_visitor_t& visitor);
 
 } // namespace ivra::bsp::board

@@ -2,6 +2,7 @@
 
 #include "hw/own.h"
 
+#include <cerrno>
 #include <utility>
 
 namespace ivra::v6::i2c {
@@ -71,6 +72,13 @@ hw::result<std::size_t> bus::write_register(std::uint8_t device, std::uint8_t re
                                             std::size_t size)
 {
     return transferred(ivra_i2c_bus_write_register(handle_.get(), device, reg, buffer, size));
+}
+
+bool is_no_answer(const std::error_code& error)
+{
+    // The platform says ENXIO; a driver below it may say EREMOTEIO.
+    return error == std::error_code{ENXIO, std::generic_category()} ||
+           error == std::error_code{EREMOTEIO, std::generic_category()};
 }
 
 } // namespace ivra::v6::i2c

@@ -58,6 +58,9 @@ private:
     std::shared_ptr<ivra_i2c_bus> handle_;
 };
 
+/// Whether a transfer failed because no device acknowledged its address, and not half-way.
+bool is_no_answer(const std::error_code& error);
+
 } // namespace ivra::v6::i2c
 
 #endif

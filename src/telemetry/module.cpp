@@ -45,12 +45,6 @@ std::error_code error_of(const hw::result<std::size_t>& transferred, std::size_t
     return transferred.value() == size ? std::error_code{} : std::error_code{EIO, std::generic_category()};
 }
 
-bool is_no_answer(const std::error_code& error)
-{
-    return error == std::error_code{ENXIO, std::generic_category()} ||
-           error == std::error_code{EREMOTEIO, std::generic_category()};
-}
-
 /// Reads places, on the pages that they are on.
 class module_reader
 {
@@ -230,7 +224,7 @@ module_t read_module(v6::i2c::bus& bus)
     module_reader reader{bus};
     std::vector<std::uint8_t> identifier;
     if (const std::error_code error = reader.transfer(identifier_place, identifier)) {
-        module.state = is_no_answer(error) ? module_state_t::empty : module_state_t::failed;
+        module.state = v6::i2c::is_no_answer(error) ? module_state_t::empty : module_state_t::failed;
         if (module.state == module_state_t::failed)
             module.error = "Cannot read " + text_of(identifier_place) + ": " + error.message();
         return module;

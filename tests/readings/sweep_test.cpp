@@ -233,6 +233,31 @@ TEST(hosts, with_failing_boards_have_one_document_with_the_others_complete)
     }
 }
 
+TEST(hosts, have_every_cage_that_a_failure_does_not_tell_absent)
+{
+    const struct
+    {
+        const char* fault;
+        const char* health;
+        const char* fifth; ///< cage
+    } rows[] = {
+        {R"({"call": "ivra_i2c_bus_read", "nth": 1, "errno": "EIO"})", "critical", "ok"},
+        {R"({"call": "ivra_i2c_get_bus", "nth": 5, "errno": "EIO"})", "unknown", "failed"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.fault);
+        readings_rack_t rack;
+        rack.plug("bittware_xupp3r",
+                  {{"i2c", R"({"cages": ["empty", "empty", "empty", "empty", "sfp-dark-receiver"]})"}});
+        rack.host(plain_host).faults(row.fault);
+        const rapidjson::Document document = parse(rack.run("--json --parts modules").out);
+        EXPECT_STREQ(document["health"].GetString(), row.health);
+        const rapidjson::Value& modules = document["boards"][0]["modules"];
+        ASSERT_EQ(modules.Size(), 8U);
+        EXPECT_STREQ(modules[4]["state"].GetString(), row.fifth);
+    }
+}
+
 TEST(hosts, whose_boards_cannot_be_listed_are_no_hosts_without_boards)
 {
     readings_rack_t rack;

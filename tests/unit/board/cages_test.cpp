@@ -89,13 +89,41 @@ TEST(cages, are_out_of_reach_one_by_one)
          "1: " + no_bus + "2: " + no_bus + "3: " + no_bus + "4: " + no_bus},
         {"bittware_xupp3r", R"({"call": "ivra_i2c_get_bus", "nth": 2, "errno": "EIO"})",
          "1: 3\n2: " + no_bus + "3: 255\n4: 24\n"},
-        {"bittware_xupp3r", R"({"call": "ivra_i2c_get_bus", "nth": 5, "errno": "EIO"})",
-         "1: 3\n2: 13\n3: 255\n4: 24\n"},
     };
     for (const auto& row : rows) {
         tests::rack_t rack;
         plug(rack, row.model).faults(row.fault);
         EXPECT_EQ(visited(rack), row.expected) << row.fault;
+    }
+}
+
+TEST(cages, that_may_be_there_are_visited_and_reported_only_if_they_are)
+{
+    const std::string first = "1: 3\n2: 13\n3: 255\n4: 24\n";
+    const std::string more = "5: 3\n6: 13\n7: 255\n8: 24\n";
+    const std::string no_bus = "Cannot get I2C bus: Input/output error\n";
+    const struct
+    {
+        std::string fault;
+        std::string expected;
+    } rows[] = {
+        {R"({"call": "ivra_i2c_get_bus", "nth": 5, "errno": "ENODEV"})", ""},
+        {R"({"call": "ivra_i2c_get_bus", "nth": 5, "errno": "EIO"})",
+         "5: " + no_bus + "6: " + no_bus + "7: " + no_bus + "8: " + no_bus},
+        {R"({"call": "ivra_i2c_bus_read", "errno": "ENXIO"})", ""},
+        {R"({"call": "ivra_i2c_bus_read", "errno": "EREMOTEIO"})", ""},
+        {R"({"call": "ivra_i2c_bus_read", "errno": "EIO"})", more},
+        {R"({"call": "ivra_i2c_bus_read", "short": 0})", more},
+    };
+    for (const auto& row : rows) {
+        tests::rack_t rack;
+        plug(rack, "bittware_xupp3r", modules + ", " + modules).faults(row.fault);
+        EXPECT_EQ(visited(rack), first + row.expected) << row.fault;
+        const std::string count = tests::printed(rack, [] {
+            board b{hw::enumerate_accelerators().at(0)};
+            std::cout << b.get_transceivers().size();
+        });
+        EXPECT_EQ(count, "4") << row.fault;
     }
 }
 
