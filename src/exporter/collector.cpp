@@ -116,11 +116,8 @@ void collector::take_announcement(reader_t reader, const std::string& line)
     if (!format.IsUint() || format.GetUint() != known_format)
         return refuse(reader, "what reads the boards does not speak format 1 of their documents");
     const json_t& announced = get_member(document, "announced");
-    if (!announced.IsArray()) {
-        std::string why = "what reads the boards does not say which there are";
-        for_each(document, "findings", [&why](const json_t& finding) { why = get_text(finding, "text"); });
-        return refuse(reader, why);
-    }
+    if (!announced.IsArray())
+        return refuse(reader, "what reads the boards does not say which there are");
     readers_[reader].is_announced = true;
     host_ = get_text(document, "host");
     version_ = get_text(document, "version");
@@ -154,7 +151,7 @@ void collector::take_document(reader_t reader, const std::string& line, time_poi
     const rapidjson::Document document = parse(line);
     if (!get_member(document, "state").IsString()) {
         if (get_member(document, "health").IsString())
-            readers_[reader].is_done = true; // the host's own line
+            take_host(reader, document);
         else
             ++refused_lines_;
         return;
@@ -176,6 +173,17 @@ void collector::take_document(reader_t reader, const std::string& line, time_poi
         known.late = now;
         wait_longer(known, now);
     }
+}
+
+void collector::take_host(reader_t reader, const json_t& document)
+{
+    readers_[reader].is_done = true;
+    if (reader != current_)
+        return;
+    for_each(document, "findings", [this](const json_t& finding) { // there are boards that it could not list
+        error_ = get_text(finding, "text");
+        is_listed_ = false;
+    });
 }
 
 void collector::refuse(reader_t reader, const std::string& why)

@@ -1,6 +1,8 @@
 #ifndef IVRA_EXPORTER_COLLECTOR_H
 #define IVRA_EXPORTER_COLLECTOR_H
 
+#include "text/json.h"
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -39,7 +41,7 @@ struct board_t
 struct snapshot_t
 {
     std::vector<board_t> boards;                ///< in the order of the host
-    bool is_listed = false;                     ///< whether the boards of the host are known
+    bool is_listed = false;                     ///< whether the boards of the host are known, all of them
     std::string error;                          ///< why they are not
     double seconds = 0;                         ///< that the collection took; up to now when it goes on
     std::chrono::system_clock::time_point time; ///< when it ended; now when it goes on
@@ -104,6 +106,7 @@ private:
 
     void take_announcement(reader_t reader, const std::string& line);
     void take_document(reader_t reader, const std::string& line, time_point now);
+    void take_host(reader_t reader, const json_t& document);
     void end(time_point now);
     void refuse(reader_t reader, const std::string& why);
     void wait_longer(known_board_t& known, time_point now) const;

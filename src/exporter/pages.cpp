@@ -148,6 +148,15 @@ std::string make_document(const snapshot_t& snapshot)
     add(json, "host", snapshot.host);
     add(json, "platform", snapshot.platform);
     add(json, "health", std::string{judge(snapshot, parse_boards(snapshot))});
+    json.Key("findings");
+    json.StartArray();
+    if (!snapshot.is_listed) {
+        json.StartObject();
+        add(json, "health", "unknown");
+        add(json, "text", snapshot.error);
+        json.EndObject();
+    }
+    json.EndArray();
     json.Key("board_count");
     json.Uint64(snapshot.boards.size());
     json.EndObject();

@@ -276,8 +276,18 @@ TEST(collector, says_why_the_boards_are_not_known)
     EXPECT_EQ(error(R"({"format":"1","announced":[]})"), other_format);
     EXPECT_EQ(error("{\"format\":1,\"host\":\"\xFF\",\"announced\":[]}"), other_format) << "no UTF-8";
     EXPECT_EQ(error(R"({"format":1})"), "what reads the boards does not say which there are");
-    EXPECT_EQ(error(R"({"format":1,"findings":[{"text":"They cannot be listed"}],"boards":[]})"),
-              "They cannot be listed");
+}
+
+TEST(collector, says_that_there_may_be_more_boards_than_were_listed)
+{
+    host_t host;
+    const auto reader = host.scrape();
+    host.announce(reader, {"a"}).read(reader, "a");
+    host.say(reader, R"({"format":1,"health":"unknown","board_count":1,"findings":[{"text":"One is missing"}]})");
+    EXPECT_TRUE(host.boards.is_complete());
+    EXPECT_EQ(host.state(), "a");
+    EXPECT_FALSE(host.boards.make_snapshot(host.now).is_listed);
+    EXPECT_EQ(host.boards.make_snapshot(host.now).error, "One is missing");
 }
 
 TEST(collector, counts_lines_that_are_no_documents_of_announced_boards)

@@ -56,6 +56,18 @@ std::string read_file(const fs::path& file)
     return text.str();
 }
 
+/// The document follows the schema of ivra-bsp-readings, by another program's judgement.
+void expect_valid(const std::string& document)
+{
+    const char* const script = R"python(
+import json, sys
+from jsonschema import Draft202012Validator
+for error in Draft202012Validator(json.load(open(sys.argv[1]))).iter_errors(json.loads(sys.argv[2])):
+    print("/".join(map(str, error.absolute_path)), error.message[:200])
+)python";
+    EXPECT_EQ(run_program("/usr/bin/python3", {"-c", script, IVRA_SCHEMA, document}), says(""));
+}
+
 TEST(exporter, serves_the_boards_of_a_host)
 {
     exporter_t exporter;
@@ -72,9 +84,10 @@ TEST(exporter, serves_the_boards_of_a_host)
 
     const reply_t document = exporter.get("/readings.json");
     EXPECT_THAT(document.headers, HasSubstr("Content-Type: application/json\r\n"));
-    EXPECT_THAT(document.body, HasSubstr(R"("health":"ok","board_count":1,"boards":[)"
+    EXPECT_THAT(document.body, HasSubstr(R"("health":"ok","findings":[],"board_count":1,"boards":[)"
                                          "\n"
                                          R"({"index":0,"name":"card-0","uid":"0000:00:00.0","state":"ok","model")"));
+    expect_valid(document.body);
     EXPECT_THAT(exporter.get("/").body, HasSubstr("<td class=\"health ok\">ok</td><td>0</td><td>card-0</td>"));
     EXPECT_EQ(exporter.get("/-/healthy").body, "OK\n");
     EXPECT_EQ(exporter.stop(SIGTERM),
@@ -139,6 +152,7 @@ TEST(exporter, answers_in_time_without_a_board_that_never_answers)
     EXPECT_THAT(document,
                 HasSubstr(R"({"index":1,"uid":"b","state":"failed","error":"an earlier collection still waits )"
                           R"(for it, or did so a moment ago","health":"unknown","findings":[]}]})"));
+    expect_valid(document);
     EXPECT_EQ(exporter.stop(SIGTERM).status, 0);
     std::ofstream{exporter.folder() / "bin/gate"} << "now\n"; // the held reader was left alone
 }
@@ -170,6 +184,21 @@ TEST(exporter, starts_without_boards_and_where_they_cannot_be_told)
         EXPECT_THAT(exporter.get("/").body, HasSubstr(error.empty() ? "<p>No accelerator found</p>" : error));
         EXPECT_EQ(exporter.stop(SIGINT).status, 0);
     }
+}
+
+TEST(exporter, says_that_the_boards_of_its_host_cannot_be_listed)
+{
+    exporter_t exporter;
+    exporter.file("{}}");
+    exporter.serve();
+    EXPECT_THAT(exporter.get("/metrics").body, HasSubstr("\nivra_exporter_collect_success 0\n"));
+    EXPECT_THAT(exporter.get("/").body, HasSubstr("The boards of this host cannot be listed: "));
+    const std::string document = exporter.get("/readings.json").body;
+    EXPECT_THAT(document,
+                HasSubstr(R"("health":"unknown","findings":[{"health":"unknown","text":"The boards of this host )"
+                          "cannot be listed: "));
+    EXPECT_THAT(document, HasSubstr(R"("board_count":0,"boards":[]})"));
+    expect_valid(document);
 }
 
 TEST(exporter, does_not_start_with_what_it_cannot_do)
