@@ -10,9 +10,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <optional>
+#include <sstream>
 #include <thread>
+#include <utility>
 
-#include <sys/mman.h>
+#include <fcntl.h>
 
 namespace ivra::platform_tests {
 
@@ -43,13 +46,18 @@ protected:
                   "xmc": {"sensors": {"FPGA_TEMP": [45, 44, 51]}}})"});
     }
 
-    run_t change(const std::string& words) const
+    std::vector<std::string> arguments_of(const std::string& words) const
     {
         std::vector<std::string> arguments{"change", rack, "card"};
         std::istringstream stream{words};
         for (std::string word; stream >> word;)
             arguments.push_back(word);
-        return ivra::tests::run_program(IVRA_VIRTUAL_COMMAND, arguments);
+        return arguments;
+    }
+
+    run_t change(const std::string& words) const
+    {
+        return ivra::tests::run_program(IVRA_VIRTUAL_COMMAND, arguments_of(words));
     }
 
     void expect_change(const std::string& words) const { EXPECT_EQ(change(words), ivra::tests::says("")) << words; }
@@ -138,6 +146,23 @@ TEST_F(changes, of_several_processes_at_once_are_all_made)
         EXPECT_EQ(values(core, supply_current).back(), 2500U);
         EXPECT_EQ(values(core, 0x280f0).back(), 900U);
     });
+}
+
+TEST_F(changes, wait_for_one_that_is_being_made)
+{
+    expect_change("sensor FPGA_TEMP 85 C");
+    const vp::mapped_file changing{vp::open_own_file(AT_FDCWD, file().c_str(), file(), O_RDWR), file(),
+                                   vp::file_access::read_write};
+    std::optional<vp::file_lock> lock{std::in_place, changing};
+    for (const char* const words : {"sensor FAN_SPEED 7 rpm", "reset"}) {
+        ivra::tests::running_t second{
+            [&] { ivra::tests::exec_program(IVRA_VIRTUAL_COMMAND, arguments_of(words), {}); }};
+        EXPECT_TRUE(second.waits_for_a_lock()) << words;
+        EXPECT_THAT(shown(), ::testing::HasSubstr("sensor FPGA_TEMP 85 C")) << "readers do not wait";
+        lock.reset();
+        EXPECT_EQ(second.end().status, 0);
+        lock.emplace(changing);
+    }
 }
 
 TEST_F(changes, that_were_not_finished_are_none)
@@ -380,6 +405,18 @@ TEST_F(changed_modules, come_and_go_and_a_new_one_was_touched_by_nobody)
         module.set(power_control, 3);
         EXPECT_EQ(change("reset"), ivra::tests::says("Nothing to undo: card is as its rack says\n"));
         EXPECT_EQ(module.byte(power_control), 3);
+    });
+}
+
+TEST_F(changed_modules, come_back_without_what_was_set_also_when_nobody_looked_meanwhile)
+{
+    run([&] {
+        const opened board;
+        const cage module{board};
+        module.set(power_control, 3);
+        expect_change("unplug 0");
+        EXPECT_EQ(change("reset").status, 0);
+        EXPECT_EQ(module.byte(power_control), 0);
     });
 }
 
