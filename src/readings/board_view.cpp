@@ -1,6 +1,8 @@
 #include "readings/board_view.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <map>
 #include <string_view>
 
 namespace ivra::bsp::readings {
@@ -9,6 +11,15 @@ namespace {
 
 constexpr telemetry::health_t healths[] = {telemetry::health_t::ok, telemetry::health_t::unknown,
                                            telemetry::health_t::warning, telemetry::health_t::critical};
+
+std::string get_name(const json_t& board)
+{
+    for (const char* member : {"name", "uid"})
+        if (std::string text = get_text(board, member); !text.empty())
+            return text;
+    const std::string index = get_count(board, "index");
+    return index.empty() ? "(unknown)" : "board-" + index;
+}
 
 } // namespace
 
@@ -48,13 +59,18 @@ bool has_failure(const json_t& board)
     return failed;
 }
 
-std::string get_name(const json_t& board)
+std::vector<std::string> get_names(const std::vector<rapidjson::Document>& boards)
 {
-    for (const char* member : {"name", "uid"})
-        if (std::string text = get_text(board, member); !text.empty())
-            return text;
-    const std::string index = get_count(board, "index");
-    return index.empty() ? "(unknown)" : "board-" + index;
+    std::vector<std::string> names;
+    std::map<std::string, std::size_t> counts;
+    for (const rapidjson::Document& board : boards)
+        ++counts[names.emplace_back(get_name(board))];
+    for (std::size_t at = 0; at < boards.size(); ++at) {
+        const std::string uid = get_text(boards[at], "uid");
+        if (counts[names[at]] > 1)
+            names[at] += " (" + (uid.empty() ? get_count(boards[at], "index") : uid) + ')';
+    }
+    return names;
 }
 
 } // namespace ivra::bsp::readings

@@ -26,8 +26,8 @@ std::vector<located_reading_t> get_readings(const json_t& board);
 /// Whether the board, or anything of it, could not be read.
 bool has_failure(const json_t& board);
 
-/// What people call a board: its name, else its uid, else its index.
-std::string get_name(const json_t& board);
+/// What people call each of the boards: its name, else its uid, else its index; those of one name by uid or index, too.
+std::vector<std::string> get_names(const std::vector<rapidjson::Document>& boards);
 
 } // namespace ivra::bsp::readings
 

@@ -75,15 +75,21 @@ std::string range(const json_t& reading, const char* lower, const char* upper)
     return (low ? decimal(*low) : "~") + ":" + (high ? decimal(*high) : "");
 }
 
-std::string performance(const json_t& board, const located_reading_t& located)
+/// What tells a reading from the others of its board: of sensors of one name each has its record.
+std::string label_of(const located_reading_t& located, const std::vector<located_reading_t>& readings)
 {
-    const json_t& reading = located.reading;
+    const auto label = [](const located_reading_t& some) {
+        return some.where + (some.where.empty() ? "" : " ") + get_text(some.reading, "name");
+    };
+    const std::string record = get_count(located.reading, "record"), own = label(located);
+    const bool is_alone = record.empty() || std::ranges::count(readings, own, label) == 1;
+    return is_alone ? own : own + " (" + record + ')';
+}
+
+std::string performance(const std::string& label, const json_t& reading)
+{
     const std::string unit = get_text(reading, "unit");
     const auto* const row = std::ranges::find(unit_rows, unit, &unit_row_t::unit);
-    std::string label = get_name(board);
-    if (!located.where.empty())
-        label += ' ' + located.where;
-    label += ' ' + get_text(reading, "name");
     std::string item = "'" + plain(label, "'=|") + "'=" + decimal(*get_number(reading, "value")) +
                        (row == std::end(unit_rows) ? "" : row->symbol);
     const std::string warning = range(reading, "lower_non_critical", "upper_non_critical");
@@ -108,7 +114,7 @@ void sort(std::vector<item_t>& items)
 }
 
 std::vector<item_t> find_findings(const std::vector<telemetry::finding_t>& host,
-                                  const std::vector<rapidjson::Document>& boards)
+                                  const std::vector<rapidjson::Document>& boards, const std::vector<std::string>& names)
 {
     std::vector<item_t> findings;
     const auto add = [&findings](std::optional<health_t> health, const std::string& finding) {
@@ -121,21 +127,25 @@ std::vector<item_t> find_findings(const std::vector<telemetry::finding_t>& host,
     };
     for (const telemetry::finding_t& finding : host)
         add(finding.health, finding.text);
-    for (const rapidjson::Document& board : boards)
-        for_each(board, "findings", [&](const json_t& finding) {
-            add(get_health(finding), get_name(board) + ": " + get_text(finding, "text"));
+    for (std::size_t at = 0; at < boards.size(); ++at)
+        for_each(boards[at], "findings", [&](const json_t& finding) {
+            add(get_health(finding), names[at] + ": " + get_text(finding, "text"));
         });
     sort(findings);
     return findings;
 }
 
-std::vector<item_t> find_performance(const std::vector<rapidjson::Document>& boards)
+std::vector<item_t> find_performance(const std::vector<rapidjson::Document>& boards,
+                                     const std::vector<std::string>& names)
 {
     std::vector<item_t> items;
-    for (const rapidjson::Document& board : boards)
-        for (const located_reading_t& located : get_readings(board))
+    for (std::size_t at = 0; at < boards.size(); ++at) {
+        const std::vector<located_reading_t> readings = get_readings(boards[at]);
+        for (const located_reading_t& located : readings)
             if (get_number(located.reading, "value"))
-                items.push_back({get_health(located.reading).value_or(health_t::ok), performance(board, located)});
+                items.push_back({get_health(located.reading).value_or(health_t::ok),
+                                 performance(names[at] + ' ' + label_of(located, readings), located.reading)});
+    }
     sort(items);
     return items;
 }
@@ -162,13 +172,14 @@ std::string make_check_line(health_t host, const std::vector<telemetry::finding_
     if (boards.empty() && !host_findings.empty())
         return make_failure_line(host_findings.front().text);
     std::string line = std::string{row_of(host).word} + " - " + summary(boards);
-    const std::vector<item_t> findings = find_findings(host_findings, boards);
+    const std::vector<std::string> names = get_names(boards);
+    const std::vector<item_t> findings = find_findings(host_findings, boards, names);
     for (std::size_t at = 0; at < std::min(findings.size(), most_findings); ++at)
         line += "; " + findings[at].text;
     if (findings.size() > most_findings)
         line += "; and " + std::to_string(findings.size() - most_findings) + " more";
 
-    const std::vector<item_t> items = find_performance(boards);
+    const std::vector<item_t> items = find_performance(boards, names);
     std::string data;
     std::size_t count = 0;
     for (; count < items.size() && line.size() + data.size() + items[count].text.size() < most_bytes; ++count)

@@ -160,9 +160,10 @@ std::string make_text_screen(health_t host, const std::vector<telemetry::finding
     std::vector<std::pair<std::optional<health_t>, std::string>> lines;
     for (const telemetry::finding_t& finding : findings)
         lines.emplace_back(finding.health, printable(finding.text));
-    for (const rapidjson::Document& board : boards)
-        for_each(board, "findings", [&](const json_t& finding) {
-            lines.emplace_back(get_health(finding), printable(get_name(board) + ": " + get_text(finding, "text")));
+    const std::vector<std::string> names = get_names(boards);
+    for (std::size_t at = 0; at < boards.size(); ++at)
+        for_each(boards[at], "findings", [&](const json_t& finding) {
+            lines.emplace_back(get_health(finding), printable(names[at] + ": " + get_text(finding, "text")));
         });
     std::ranges::stable_sort(lines, [](const auto& one, const auto& other) { return one.first > other.first; });
     if (!screen.empty() && !lines.empty())

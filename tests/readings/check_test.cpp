@@ -19,5 +19,26 @@ TEST(readings_check, lets_no_name_be_taken_for_anything_else)
     EXPECT_EQ(run.status, 3);
 }
 
+TEST(readings_check, tells_boards_of_one_name_and_sensors_of_one_name_apart)
+{
+    readings_rack_t rack;
+    for (const char* uid : {R"("a")", R"("b")"})
+        rack.plug("m48l_xcvu7p", {{"name", R"("twin")"}, {"uid", uid}});
+    rack.host(plain_host);
+    EXPECT_EQ(rack.run("--check"), says("OK - 2 boards | 'twin (a) FPGA'=45.5C 'twin (b) FPGA'=45.5C\n"));
+    rack.faults(R"({"call": "ivra_hw_top_get_temperature", "accelerator": "b", "errno": "EIO"})");
+    const std::string finding = "twin (b): FPGA temperature could not be read: Input/output error";
+    EXPECT_EQ(rack.run("--check").out, "UNKNOWN - 2 boards, 1 unknown; " + finding + " | 'twin (a) FPGA'=45.5C\n");
+    const std::string screen = rack.run("--text").out;
+    EXPECT_NE(screen.find("\nunknown: " + finding + '\n'), std::string::npos) << screen;
+
+    readings_rack_t other;
+    other.plug("bittware_xupvv8", {{"bmc", R"({"sensors": {"only": true, "list": [
+        {"name": "TEMP", "unit": "degrees C", "value": 40}, {"name": "FPGA", "unit": "degrees C", "value": 41},
+        {"name": "TEMP", "unit": "degrees C", "available": false}]}})"}});
+    EXPECT_EQ(other.run("--check --parts identity,sensors"),
+              says("OK - 1 board | 'card-0 TEMP (1)'=40C 'card-0 FPGA (2)'=41C 'card-0 FPGA'=45.5C\n"));
+}
+
 } // namespace
 } // namespace ivra::tests
