@@ -3,8 +3,10 @@
 #include "readings/text_screen.h"
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdio>
@@ -20,6 +22,12 @@ constexpr std::string_view wiping = "\r\033[K";
 /// From before the line is written until it has been wiped.
 std::atomic<bool> is_shown{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
+
+std::size_t get_columns()
+{
+    ::winsize size{};
+    return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
 
 void write_to_terminal(std::string_view text)
 {
@@ -37,11 +45,11 @@ void progress_line::show(std::size_t done, std::size_t count, const std::string&
         return;
     std::array<char, 32> seconds{};
     std::snprintf(seconds.data(), seconds.size(), "%.1f", static_cast<double>(time.count()) / 1000);
-    // A line that a terminal of 80 columns would break could not be wiped.
-    const std::string line = std::string{wiping} + std::to_string(done) + " of " + std::to_string(count) +
-                             " boards, waiting for " + shortened(name, 24) + " (" + seconds.data() + " s)";
+    const std::string line = std::to_string(done) + " of " + std::to_string(count) + " boards, waiting for " +
+                             shortened(name, 24) + " (" + seconds.data() + " s)";
     is_shown = true;
-    write_to_terminal(line);
+    // A line that the terminal would break could not be wiped.
+    write_to_terminal(std::string{wiping} + shortened(line, std::max<std::size_t>(get_columns(), 2) - 1));
 }
 
 void progress_line::wipe()

@@ -338,6 +338,20 @@ TEST(workers, that_are_waited_for_are_named_on_a_terminal)
     EXPECT_EQ(run.status, 0);
 }
 
+TEST(workers, the_line_that_names_them_fits_into_a_narrow_terminal)
+{
+    readings_rack_t rack;
+    rack.plug("m48l_xcvu7p")
+        .host(plain_host)
+        .program("/bin/sh")
+        .environment("IVRA_VIRTUAL_CLOCK")
+        .faults(R"({"call": "ivra_hw_top_get_board_name", "delay": "800 ms"})");
+    const std::vector<std::string> words{"-c", "stty columns 30 <&2; exec " IVRA_BSP_READINGS " --check"};
+    const run_t run = rack.run(words, {.err = stream_t::terminal});
+    EXPECT_TRUE(run.err.starts_with("\r\033[K0 of 1 boards, waiting for c…\r\033[K")) << run.err;
+    EXPECT_EQ(run.status, 0);
+}
+
 /// A board that keeps a line on the terminal.
 class waiting_t : public readings_rack_t
 {
