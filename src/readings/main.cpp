@@ -174,7 +174,7 @@ int run(const arguments_t& args)
 
     std::vector<rapidjson::Document> parsed(documents.size());
     for (std::size_t at = 0; at < documents.size(); ++at)
-        parsed[at].Parse(documents[at].data(), documents[at].size());
+        parsed[at].Parse<rapidjson::kParseFullPrecisionFlag>(documents[at].data(), documents[at].size());
     const telemetry::health_t health = worst_of(parsed, host.findings);
     switch (args.format) {
     case format_t::json:

@@ -40,5 +40,13 @@ TEST(readings_check, tells_boards_of_one_name_and_sensors_of_one_name_apart)
               says("OK - 1 board | 'card-0 TEMP (1)'=40C 'card-0 FPGA (2)'=41C 'card-0 FPGA'=45.5C\n"));
 }
 
+TEST(readings_check, gives_every_digit_of_a_value)
+{
+    readings_rack_t rack;
+    rack.plug("bittware_xupvv8", {{"bmc", R"({"sensors": {"only": true, "list": [
+        {"name": "PERIOD", "linearisation": "1/x", "raw": 6}]}})"}});
+    EXPECT_EQ(rack.run("--check --parts sensors"), says("OK - 1 board | 'card-0 PERIOD'=0.16666666666666666\n"));
+}
+
 } // namespace
 } // namespace ivra::tests

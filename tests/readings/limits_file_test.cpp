@@ -143,6 +143,13 @@ TEST(limits_file, names_sensors_and_any_of_six_limits)
     EXPECT_EQ(parse_limits(R"({"sensors": []})", "my.json").size(), 0U);
 }
 
+TEST(limits_file, gives_the_double_that_is_nearest_to_a_number)
+{
+    const std::string number = "99999999999999999999999999";
+    EXPECT_EQ(parse_limits(limits("\"upper_critical\": " + number), "my.json")[0].limits[limit_t::upper_critical],
+              1e26);
+}
+
 TEST(limits_file, is_what_its_schema_says)
 {
     const std::string script = "import json, jsonschema, sys\n"
