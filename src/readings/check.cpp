@@ -1,12 +1,14 @@
 #include "readings/check.h"
 
 #include "readings/board_view.h"
+#include "readings/text_screen.h"
 #include "text/text.h"
 
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstddef>
+#include <initializer_list>
 #include <optional>
 #include <string_view>
 
@@ -19,7 +21,7 @@ using telemetry::health_t;
 /// Engines cut what is longer.
 constexpr std::size_t most_bytes = 8000;
 constexpr std::size_t most_findings = 3;
-constexpr std::size_t longest_finding = 160;
+constexpr std::size_t longest_finding = 160; // characters
 
 struct verdict_row_t
 {
@@ -64,12 +66,18 @@ std::string decimal(double value)
     return {text.data(), end};
 }
 
-/// "11:13", "~:85" or "11:"; empty without limits.
-std::string range(const json_t& reading, const char* lower, const char* upper)
+/// The first of these limits that a reading has.
+std::optional<double> get_limit(const json_t& reading, std::initializer_list<const char*> names)
 {
-    const json_t& limits = get_member(reading, "limits");
-    const std::optional<double> low = get_number(limits, lower);
-    const std::optional<double> high = get_number(limits, upper);
+    for (const char* name : names)
+        if (const std::optional<double> limit = get_number(get_member(reading, "limits"), name))
+            return limit;
+    return std::nullopt;
+}
+
+/// "11:13", "~:85" or "11:"; empty without limits.
+std::string range(std::optional<double> low, std::optional<double> high)
+{
     if (!low && !high)
         return {};
     return (low ? decimal(*low) : "~") + ":" + (high ? decimal(*high) : "");
@@ -92,8 +100,10 @@ std::string performance(const std::string& label, const json_t& reading)
     const auto* const row = std::ranges::find(unit_rows, unit, &unit_row_t::unit);
     std::string item = "'" + plain(label, "'=|") + "'=" + decimal(*get_number(reading, "value")) +
                        (row == std::end(unit_rows) ? "" : row->symbol);
-    const std::string warning = range(reading, "lower_non_critical", "upper_non_critical");
-    const std::string critical = range(reading, "lower_critical", "upper_critical");
+    const std::string warning =
+        range(get_limit(reading, {"lower_non_critical"}), get_limit(reading, {"upper_non_critical"}));
+    const std::string critical = range(get_limit(reading, {"lower_critical", "lower_non_recoverable"}),
+                                       get_limit(reading, {"upper_critical", "upper_non_recoverable"}));
     if (!warning.empty() || !critical.empty())
         item += ';' + warning;
     if (!critical.empty())
@@ -120,10 +130,7 @@ std::vector<item_t> find_findings(const std::vector<telemetry::finding_t>& host,
     const auto add = [&findings](std::optional<health_t> health, const std::string& finding) {
         if (!health)
             return;
-        std::string text = plain(finding, "|");
-        if (text.size() > longest_finding)
-            text = valid_utf8(text.substr(0, longest_finding)) + "...";
-        findings.push_back({*health, text});
+        findings.push_back({*health, shortened(plain(finding, "|"), longest_finding)});
     };
     for (const telemetry::finding_t& finding : host)
         add(finding.health, finding.text);

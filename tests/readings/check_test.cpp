@@ -40,6 +40,18 @@ TEST(readings_check, tells_boards_of_one_name_and_sensors_of_one_name_apart)
               says("OK - 1 board | 'card-0 TEMP (1)'=40C 'card-0 FPGA (2)'=41C 'card-0 FPGA'=45.5C\n"));
 }
 
+TEST(readings_check, cuts_a_long_finding_between_characters)
+{
+    readings_rack_t rack;
+    std::string name;
+    for (int count = 0; count < 100; ++count)
+        name += "é°";
+    rack.plug("m48l_xcvu7p", {{"name", '"' + name + '"'}}).host(plain_host);
+    rack.faults(R"({"call": "ivra_hw_top_get_temperature", "errno": "EIO"})");
+    std::string shown = name.substr(0, 79 * 4) + "é…";
+    EXPECT_EQ(rack.run("--check").out, "UNKNOWN - 1 board, 1 unknown; " + shown + '\n');
+}
+
 TEST(readings_check, gives_every_digit_of_a_value)
 {
     readings_rack_t rack;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <fstream>
 #include <string>
+#include <utility>
 
 namespace ivra::tests {
 namespace {
@@ -72,6 +73,20 @@ TEST(limits, of_an_operator_stand_beside_the_value)
               begin + R"("quantity":"voltage","unit":"volts","state":"ok","value":11.962,"peak":11.984,)"
                       R"("limits":{"lower_non_critical":11.5,"upper_critical":13.0,"set_by":"file"},"health":"ok")");
     EXPECT_NE(rack.run_limited(limits, "--check").out.find(" 'card-0 12V_PEX'=11.962V;11.5:;~:13 "), std::string::npos);
+}
+
+TEST(limits, beyond_which_a_value_is_critical_are_a_range_for_monitoring)
+{
+    limits_rack_t rack;
+    const std::pair<const char*, const char*> rows[] = {
+        {R"("upper_non_recoverable": 14)", ";;~:14 "},
+        {R"("lower_non_recoverable": 10, "upper_non_critical": 13)", ";~:13;10: "},
+        {R"("lower_non_recoverable": 10, "lower_critical": 11, "upper_non_recoverable": 14)", ";;11:14 "},
+    };
+    for (const auto& [limits, range] : rows) {
+        const std::string line = rack.run_limited(limits, "--check").out;
+        EXPECT_NE(line.find(std::string{" 'card-0 12V_PEX'=11.962V"} + range), std::string::npos) << line;
+    }
 }
 
 TEST(limits, of_an_operator_guard_the_fpga_of_any_board)
