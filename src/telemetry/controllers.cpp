@@ -193,7 +193,7 @@ private:
         for (bool is_reserved = false;;) {
             const auto low = [](std::size_t value) { return static_cast<std::uint8_t>(value & 0xFFU); };
             const auto high = [](std::size_t value) { return static_cast<std::uint8_t>(value >> 8 & 0xFFU); };
-            const ipmi_response_t response = commands_.ipmi_request(
+            ipmi_response_t response = commands_.ipmi_request(
                 bmc::bittware::sensor_netfn, bmc::bittware::get_sdr_command,
                 {low(reservation_), high(reservation_), low(id), high(id), low(record.bytes.size()), low(piece_)});
             if ((response.code == request_length_exceeded || response.code == cannot_return_so_many) &&
@@ -218,7 +218,8 @@ private:
             if (response.data.size() < reply_record)
                 throw std::runtime_error{"Incomplete sensor record received from BMC"};
             record.next = little_endian(std::span{response.data}.subspan(reply_next_id));
-            return {response.data.begin() + reply_record, response.data.end()};
+            response.data.erase(response.data.begin(), response.data.begin() + reply_record);
+            return std::move(response.data);
         }
     }
 
