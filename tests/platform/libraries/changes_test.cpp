@@ -30,7 +30,7 @@ using namespace std::chrono_literals;
 constexpr std::uint64_t reset = 0x20010;
 constexpr std::uint64_t fpga_temperature = 0x28108; // maximum, average, current
 constexpr std::uint64_t fan_speed = 0x28174;
-constexpr std::uint64_t status = 0x28018;
+constexpr std::uint64_t status_register = 0x28018;
 constexpr std::uint64_t control = 0x28028;
 constexpr std::uint64_t power_good = 0x28380;
 constexpr std::uint64_t supply_current = 0x280d8;
@@ -254,20 +254,20 @@ TEST_F(changes, of_an_xmc_start_it_again)
     run([&] {
         const opened board;
         ivra_hw_core* const core = ready(board);
-        const std::uint64_t is_ready = read_word(core, status);
+        const std::uint64_t is_ready = read_word(core, status_register);
         EXPECT_NE(is_ready, 0U);
         expect_change("ready after 3 s");
-        EXPECT_EQ(read_word(core, status), 0U) << "at once, though its reset was released long ago";
+        EXPECT_EQ(read_word(core, status_register), 0U) << "at once, though its reset was released long ago";
         EXPECT_EQ(values(core, fpga_temperature), (values_t{0, 0, 0}));
         std::this_thread::sleep_for(2999ms);
-        EXPECT_EQ(read_word(core, status), 0U);
+        EXPECT_EQ(read_word(core, status_register), 0U);
         std::this_thread::sleep_for(1ms);
-        EXPECT_EQ(read_word(core, status), is_ready);
+        EXPECT_EQ(read_word(core, status_register), is_ready);
         expect_change("ready after never");
         std::this_thread::sleep_for(1000s);
-        EXPECT_EQ(read_word(core, status), 0U);
+        EXPECT_EQ(read_word(core, status_register), 0U);
         EXPECT_EQ(change("reset").status, 0);
-        EXPECT_EQ(read_word(core, status), is_ready);
+        EXPECT_EQ(read_word(core, status_register), is_ready);
     });
 }
 
