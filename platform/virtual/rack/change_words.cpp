@@ -561,7 +561,7 @@ constexpr change_row_t change_rows[] = {
                              "module 0 temperature 78 C\n"
                              "module 0 temperature high_alarm 75 C\n"
                              "module 0 rx_power 0.5 0.4 0.1 0.6 mW", 3, any_number, &module_monitor},
-    {"unplug", "CAGE", "take the module out of a cage", 1, 1, &unplug},
+    {"unplug", "CAGE", "take the module out of a cage, counted from 0", 1, 1, &unplug},
     {"plug", "CAGE MODULE", "put a module into a cage, as a rack says it", 2, any_number, &plug},
     {"power-good", "good|bad", "what an XMC says of the power", 1, 1, &power_good},
     {"ready", "after TIME", "an XMC starts again, and is ready then, or never", 2, any_number, &ready},
