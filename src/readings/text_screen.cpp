@@ -82,11 +82,11 @@ struct cell_t
 };
 using row_t = std::vector<cell_t>;
 
-row_t make_row(const json_t& board)
+row_t make_row(const json_t& board, std::size_t longest_name)
 {
     return {{get_text(board, "health"), color_of(get_health(board))},
             {get_count(board, "index")},
-            {shortened(get_text(board, "name"), 18)},
+            {shortened(get_text(board, "name"), longest_name)},
             {shortened(get_text(board, "model"), 15)},
             {shortened(get_text(board, "serial"), 16)},
             {hottest(board)},
@@ -98,14 +98,39 @@ std::size_t width(const std::string& text)
     return strlen_utf8(valid_utf8(text));
 }
 
-/// Columns as wide as their widest cell; those in which no board has anything are left out.
-std::string make_table(const std::vector<row_t>& rows, const color_map& colors)
+/// A row of titles, and one for each board.
+std::vector<row_t> make_rows(const std::vector<rapidjson::Document>& boards, std::size_t longest_name)
+{
+    std::vector<row_t> rows{{{"Health"}, {"ID"}, {"Name"}, {"Model"}, {"Serial"}, {"Hottest"}, {"Rx dBm"}}};
+    for (const rapidjson::Document& board : boards)
+        rows.push_back(make_row(board, longest_name));
+    return rows;
+}
+
+/// Of columns as wide as their widest cell; 0: no board has anything in it, and it is left out.
+std::vector<std::size_t> get_widths(const std::vector<row_t>& rows)
 {
     std::vector<std::size_t> widths(rows.front().size());
     for (std::size_t column = 0; column < widths.size(); ++column)
         for (std::size_t at = 1; at < rows.size(); ++at)
             if (!rows[at][column].text.empty())
                 widths[column] = std::max({widths[column], width(rows[at][column].text), width(rows[0][column].text)});
+    return widths;
+}
+
+/// Names give way to what else there is on a screen of 80 columns.
+std::string make_table(const std::vector<rapidjson::Document>& boards, const color_map& colors)
+{
+    constexpr std::size_t screen = 80, longest_name = 18, shortest_name = 8, between = 2;
+    std::vector<row_t> rows = make_rows(boards, longest_name);
+    std::vector<std::size_t> widths = get_widths(rows);
+    std::size_t total = 0;
+    for (const std::size_t column : widths)
+        total += column == 0 ? 0 : column + (total == 0 ? 0 : between);
+    if (total > screen) {
+        rows = make_rows(boards, longest_name - std::min(total - screen, longest_name - shortest_name));
+        widths = get_widths(rows);
+    }
     std::string table;
     for (const row_t& row : rows) {
         std::string line;
@@ -119,7 +144,7 @@ std::string make_table(const std::vector<row_t>& rows, const color_map& colors)
                 line += cell.text;
             else
                 line += colors.at(cell.text_color) + cell.text + colors.at(color::normal);
-            gap = widths[column] - width(cell.text) + 2;
+            gap = widths[column] - width(cell.text) + between;
         }
         table += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
     }
@@ -150,12 +175,8 @@ std::string make_text_screen(health_t host, const std::vector<telemetry::finding
         return "No accelerator found\n";
     const color_map colors = get_color_map(colored);
     std::string screen;
-    if (!boards.empty()) {
-        std::vector<row_t> rows{{{"Health"}, {"ID"}, {"Name"}, {"Model"}, {"Serial"}, {"Hottest"}, {"Rx dBm"}}};
-        for (const rapidjson::Document& board : boards)
-            rows.push_back(make_row(board));
-        screen = make_table(rows, colors);
-    }
+    if (!boards.empty())
+        screen = make_table(boards, colors);
 
     std::vector<std::pair<std::optional<health_t>, std::string>> lines;
     for (const telemetry::finding_t& finding : findings)

@@ -76,6 +76,17 @@ TEST(readings, are_a_screen_on_a_terminal)
     EXPECT_EQ(rack.run("-c never", {.out = stream_t::terminal}), says(screen));
 }
 
+TEST(readings, are_a_screen_of_80_columns_into_which_names_fit)
+{
+    readings_rack_t rack;
+    rack.plug("bittware_xupp3r", {{"name", R"("a name of twenty-two l")"},
+                                  {"bmc", R"({"fru": {"serial": "0123456789ABCDEF"}})"},
+                                  {"i2c", R"({"cages": ["sfp-10g-sr"]})"}});
+    EXPECT_EQ(rack.run("--text"),
+              says("Health  ID  Name              Model            Serial            Hottest  Rx dBm\n"
+                   "ok      0   a name of twent…  bittware_xupp3r  0123456789ABCDEF  45.5°C   -3.0\n"));
+}
+
 TEST(readings, are_a_line_for_monitoring)
 {
     readings_rack_t rack;
