@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
 #include <utility>
 
 namespace ivra::bsp::telemetry {
@@ -54,12 +55,13 @@ constexpr unit_row_t unit_rows[] = {
     {board::quantity_t::fan_speed, "RPM"},  {board::quantity_t::optical_power, "mW", 1000},
 };
 
-std::string to_text(double value, const reading_t& reading)
+std::string to_text(double value, const reading_t& reading, int digits)
 {
     const auto* const row = std::ranges::find(unit_rows, reading.quantity, &unit_row_t::quantity);
     const bool is_known = row != std::end(unit_rows);
     const std::string unit = is_known ? row->symbol : reading.unit;
     text_stream stream;
+    stream.precision(digits);
     stream << value * (is_known ? row->per_base_unit : 1);
     if (!unit.empty())
         stream << ' ' << unit;
@@ -73,6 +75,16 @@ bool is_beyond(double value, double limit, bool is_upper, authority_t authority)
     return is_upper ? value > limit : value < limit;
 }
 
+/// As many digits as tell a value from a limit; six where they do not matter.
+int get_digits(double value, double limit, const reading_t& reading)
+{
+    int digits = 6;
+    while (digits < std::numeric_limits<double>::max_digits10 && value != limit &&
+           to_text(value, reading, digits) == to_text(limit, reading, digits))
+        ++digits;
+    return digits;
+}
+
 void judge_by_limits(const reading_t& reading, const std::string& what, verdict_t& verdict)
 {
     if (std::ranges::none_of(reading.limits.values, &std::optional<double>::has_value))
@@ -84,8 +96,9 @@ void judge_by_limits(const reading_t& reading, const std::string& what, verdict_
             const char* relation = *reading.value == *limit ? " has reached the "
                                    : row.is_upper           ? " is above the "
                                                             : " is below the ";
-            verdict.add(row.health, what + ": " + to_text(*reading.value, reading) + relation + row.name +
-                                        " limit of " + to_text(*limit, reading) + " set by " +
+            const int digits = get_digits(*reading.value, *limit, reading);
+            verdict.add(row.health, what + ": " + to_text(*reading.value, reading, digits) + relation + row.name +
+                                        " limit of " + to_text(*limit, reading, digits) + " set by " +
                                         get_name(reading.limits.authority));
             return;
         }

@@ -57,6 +57,9 @@ TEST(limits, of_an_operator_judge_a_sensor_that_has_none)
          "CRITICAL - 1 board, 1 critical; card-0: 12V_PEX: 11.962 V is above the upper critical limit of 11.95 V set "
          "by "
          "the limits file -> 2"},
+        {R"("upper_non_critical": 11.96199999)",
+         "WARNING - 1 board, 1 warning; card-0: 12V_PEX: 11.962 V is above the upper warning limit of 11.96199999 V "
+         "set by the limits file -> 1"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(verdict_of(rack.run_limited(row.limits, "--check")), row.verdict);
