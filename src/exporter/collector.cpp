@@ -38,10 +38,12 @@ board_t make_board(const json_t& identity)
     return board;
 }
 
+/// Null when it is no JSON.
 rapidjson::Document parse(const std::string& line)
 {
     rapidjson::Document document;
-    document.Parse<rapidjson::kParseValidateEncodingFlag>(line.data(), line.size());
+    if (line.find('\0') == std::string::npos) // where the library would take the text to end
+        document.Parse<rapidjson::kParseValidateEncodingFlag>(line.data(), line.size());
     return document;
 }
 

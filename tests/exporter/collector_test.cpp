@@ -298,9 +298,10 @@ TEST(collector, counts_lines_that_are_no_documents_of_announced_boards)
     EXPECT_EQ(host.state(), "a late, b late");
     for (const char* line : {"", "{", "[]", "7", R"({"uid":"a"})", R"({"uid":"c","state":"ok"})", "\xFF"})
         host.say(reader, line);
+    host.say(reader, std::string{R"({"uid":"b","state":"ok"})"} + '\0' + "x");
     EXPECT_EQ(host.state(), "a late, b late");
     host.read(reader, "a").read(reader, "a", "again").say(reader + 1, "{}").end(reader + 1);
-    EXPECT_EQ(host.boards.make_snapshot(host.now).refused_lines, 9U);
+    EXPECT_EQ(host.boards.make_snapshot(host.now).refused_lines, 10U);
     EXPECT_EQ(host.boards.make_snapshot(host.now).boards[0].document,
               R"({"index":0,"uid":"a","state":"ok","serial":""})");
 }
