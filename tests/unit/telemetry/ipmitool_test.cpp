@@ -157,7 +157,7 @@ row_t translated(row_t row)
     const auto* const unit = std::ranges::find(unit_rows, row[2], &unit_row_t::theirs);
     if (unit != std::end(unit_rows)) {
         row[2] = unit->ours;
-        for (const std::size_t at : {1, 4, 5, 6, 7, 8, 9})
+        for (const std::size_t at : {1U, 4U, 5U, 6U, 7U, 8U, 9U})
             if (row[at] != "na" && row[at] != "no number")
                 row[at] = text_of(unit->to_ours(std::stod(row[at])));
     }
