@@ -9,19 +9,20 @@ fail() {
 
 # need PACKAGE...: installs those that are missing, once, and says so.
 need() {
-    local package missing=() as_root=()
+    local package missing=()
     for package in "$@"; do
         dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
     command -v apt-get >/dev/null || fail "Please install these packages (Debian's names): ${missing[*]}"
-    if [ "$(id -u)" != 0 ]; then
-        command -v sudo >/dev/null || fail "Please install these packages, as root: ${missing[*]}"
-        as_root=(sudo)
-    fi
+    [ "$(id -u)" = 0 ] || command -v sudo >/dev/null || fail "Please install these packages, as root: ${missing[*]}"
     echo "Installing ${missing[*]}"
-    quietly "${as_root[@]}" apt-get -q update
-    quietly "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y install --no-install-recommends "${missing[@]}"
+    quietly as_root apt-get -q update
+    quietly as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -y install --no-install-recommends "${missing[@]}"
+}
+
+as_root() {
+    if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
 }
 
 # quietly COMMAND...: shows what the command prints only when it fails, and then ends the script.
@@ -52,6 +53,24 @@ build() {
     shift 2
     configure "$folder" "$@"
     quietly cmake --build "$folder" --target "$target"
+}
+
+# unpack FOLDER PACKAGE...: what tests use of packages that must not be installed, as their services would start. It goes to
+# FOLDER/referees/PACKAGE, once, as any user.
+unpack() {
+    local folder=$1/referees package fresh
+    shift
+    for package in "$@"; do
+        [ ! -d "$folder/$package" ] || continue
+        echo "Unpacking $package"
+        mkdir -p "$folder"
+        fresh=$(mktemp -d -p "$folder")
+        apt-cache show "$package" >/dev/null 2>&1 || quietly as_root apt-get -q update
+        quietly env -C "$fresh" apt-get -q download "$package"
+        quietly dpkg -x "$fresh/$package"_*.deb "$fresh/files"
+        mv -T "$fresh/files" "$folder/$package" # whole or not at all
+        rm -r "$fresh"
+    done
 }
 
 # use_virtual_platform FOLDER: no program started from here on reaches a real board.
@@ -87,6 +106,7 @@ run_tests() {
 
 build_packages=(g++ cmake ninja-build rapidjson-dev)
 exporter_packages=(libmicrohttpd-dev prometheus-cpp-dev zlib1g-dev)
-test_packages=("${exporter_packages[@]}" freeipmi-tools ipmitool libgtest-dev libgmock-dev libbenchmark-dev python3-jsonschema python3-pyipmi util-linux
-    valgrind)
+test_packages=("${exporter_packages[@]}" freeipmi-tools ipmitool libgtest-dev libgmock-dev libbenchmark-dev python3-jsonschema python3-pyipmi
+    python3-yaml util-linux valgrind)
+referees=(prometheus)
 check_packages=(clang clang-format clang-tidy libclang-rt-14-dev)
