@@ -10,6 +10,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -18,6 +19,7 @@ namespace ivra::tests {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -92,6 +94,29 @@ TEST(exporter, serves_the_boards_of_a_host)
     EXPECT_EQ(exporter.get("/-/healthy").body, "OK\n");
     EXPECT_EQ(exporter.stop(SIGTERM),
               (run_t{"", "ivra-bsp exporter: http://127.0.0.1:" + std::to_string(exporter.port()) + "/\n", 0}));
+}
+
+TEST(exporter, writes_what_promtool_takes_for_every_rack)
+{
+    std::set<fs::path> racks;
+    for (const auto& entry : fs::directory_iterator{IVRA_RACKS})
+        if (entry.is_regular_file() && !entry.path().string().ends_with(".schema.json"))
+            racks.insert(entry.path());
+    EXPECT_THAT(racks, Contains(fs::path{IVRA_RACKS} / "showcase.json"));
+    for (const fs::path& rack : racks) {
+        SCOPED_TRACE(rack.filename());
+        exporter_t exporter;
+        exporter.file(read_file(rack)).host(switch_host);
+        exporter.serve();
+        const std::string metrics = exporter.get("/metrics").body;
+        EXPECT_THAT(metrics, HasSubstr("\nivra_exporter_collect_success 1\n"));
+        EXPECT_THAT(metrics, HasSubstr("\nivra_exporter_dropped_series 0\n"));
+        EXPECT_EQ(metrics.find("\nivra_board_info{") != std::string::npos, rack.filename() != "none.json");
+        const fs::path file = exporter.folder() / "metrics";
+        std::ofstream{file} << metrics;
+        EXPECT_EQ(run_program("/bin/sh", {"-c", "exec \"$0\" check metrics <\"$1\"", IVRA_PROMTOOL, file.string()}),
+                  says(""));
+    }
 }
 
 TEST(exporter, collects_again_for_a_scrape_when_the_last_collection_is_old)
