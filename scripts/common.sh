@@ -65,8 +65,10 @@ unpack() {
         echo "Unpacking $package"
         mkdir -p "$folder"
         fresh=$(mktemp -d -p "$folder")
-        apt-cache show "$package" >/dev/null 2>&1 || quietly as_root apt-get -q update
-        quietly env -C "$fresh" apt-get -q download "$package"
+        if ! env -C "$fresh" apt-get -q download "$package" >/dev/null 2>&1; then # the lists are old, or there are none
+            quietly as_root apt-get -q update
+            quietly env -C "$fresh" apt-get -q download "$package"
+        fi
         quietly dpkg -x "$fresh/$package"_*.deb "$fresh/files"
         mv -T "$fresh/files" "$folder/$package" # whole or not at all
         rm -r "$fresh"

@@ -12,6 +12,7 @@
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace ivra::bsp::bmc::bittware {
 
@@ -104,18 +105,21 @@ bool read_until(v6::uart::uart& uart, std::chrono::nanoseconds pause, Take take)
 {
     using clock = std::chrono::steady_clock;
     frame_decoder::buffer_t buffer{};
-    const auto begin = clock::now();
-    auto last_byte = begin;
+    auto last_byte = clock::now();
+    std::chrono::nanoseconds reading{0};
     for (;;) {
         const auto now = clock::now();
         const std::size_t count = uart.read(buffer).access_value_or_throw("Cannot read IPMI response");
         if (take(std::span<const std::uint8_t>{buffer}.first(count)))
             return true;
-        if (count > 0)
-            last_byte = clock::now();
-        else if (now - last_byte >= quiet)
+        if (count > 0) {
+            // Longer than that nobody looked: this process was held up, and what came meanwhile may have had pauses.
+            const auto before = std::exchange(last_byte, clock::now());
+            reading += std::min<std::chrono::nanoseconds>(last_byte - before, quiet);
+        } else if (now - last_byte >= quiet) {
             return false;
-        if (last_byte - begin >= longest_read)
+        }
+        if (reading >= longest_read)
             throw std::runtime_error{"Bytes from the BMC do not end"};
         hw::sleep(pause);
     }

@@ -162,6 +162,16 @@ TEST(stretch, decodes_escapes_wherever_reads_divide_them)
     EXPECT_EQ(serials(rack, 1), "\xAA\xA5\xA0\xA6\x1B\n0 bytes\n");
 }
 
+TEST(stretch, takes_an_answer_while_which_it_was_held_up_itself)
+{
+    for (int read = 130; read < 160; ++read) {
+        bmc_rack_t rack{R"({"fru": {"serial": "S1"}, "answers": [{"to": "0a11", "pieces": [1, 1, 1, 1, 1, 1, 1, 1, 1, 1,
+                            1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1]}]})"};
+        rack.faults(R"({"call": "ivra_uart_read", "delay": "3 s", "nth": )" + std::to_string(read) + "}");
+        EXPECT_EQ(serials(rack, 1), "S1\n0 bytes\n") << read;
+    }
+}
+
 /// Asks for the serial number, says that this is done, asks once more.
 const std::function<void(const hw::core&)> ask_twice = [](const hw::core& root) {
     bmc controller{root};
