@@ -434,7 +434,7 @@ std::string make_metrics(const snapshot_t& snapshot)
             continue;
         }
         rapidjson::Document document;
-        document.Parse<rapidjson::kParseFullPrecisionFlag>(board.document.data(), board.document.size());
+        document.Parse(board.document.data(), board.document.size());
         writer.write(document, board.seconds);
     }
     if (!snapshot.version.empty())
