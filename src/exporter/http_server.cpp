@@ -107,7 +107,7 @@ using response_t = std::unique_ptr<MHD_Response, decltype(&close_response)>;
 /// The body belongs to the response, which several connections may share.
 response_t make_response(const answer_t& answer)
 {
-    // One reference is the response's own, until the library lets go of it.
+    // The response keeps the text alive until the library lets go of it.
     auto body = std::make_unique<std::shared_ptr<const std::string>>(answer.body);
     response_t response{MHD_create_response_from_buffer_with_free_callback_cls(
                             answer.body->size(), const_cast<char*>(answer.body->data()),

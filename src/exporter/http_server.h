@@ -37,7 +37,7 @@ struct answer_t
     bool is_gzip = false;
 };
 
-/// Asked for a page, the application answers at once, or later with answer().
+/// A request that waits for an answer.
 struct request_t
 {
     page_t page;
