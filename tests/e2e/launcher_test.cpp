@@ -51,14 +51,21 @@ private:
     fs::path path_;
 };
 
-const std::string usage = "Usage: ivra-bsp <command> [arguments]\n"
-                          "       ivra-bsp --help | --version\n"
-                          "\n"
-                          "Commands:\n"
-                          "  one\n"
-                          "  two\n"
-                          "\n"
-                          "Help on a command: ivra-bsp <command> --help\n";
+/// With lines of its own for these commands.
+std::string usage_of(const std::string& commands)
+{
+    return "Usage: ivra-bsp <command> [arguments]\n"
+           "       ivra-bsp help [command]\n"
+           "       ivra-bsp -h | --help | -V | --version\n"
+           "\n"
+           "Commands:\n" +
+           commands +
+           "\n"
+           "The manual of a command: ivra-bsp help <command>. In short: ivra-bsp <command> --help\n";
+}
+
+const std::string usage = usage_of("  one\n"
+                                   "  two\n");
 
 TEST(launcher, becomes_the_command_that_its_first_word_names)
 {
@@ -94,7 +101,7 @@ TEST(launcher, lists_the_commands_for_a_word_that_is_none)
     fs::create_directory(folder.path() / "ivra-bsp-folder");
     folder.add("", "exit 3");
 
-    for (const std::string word : {"three", "../one", "./one", "on", "ONE", "--verbose", "folder", "not-executable"}) {
+    for (const std::string word : {"three", "../one", "./one", "--verbose", "folder", "not-executable"}) {
         const run_t run = folder.run({word});
         EXPECT_EQ(run.out, "") << word;
         EXPECT_EQ(run.err, "ivra-bsp: Unknown command: " + word + "\n" + usage);
@@ -107,25 +114,162 @@ TEST(launcher, lists_the_commands_for_a_word_that_is_none)
     }
 }
 
+TEST(launcher, takes_no_program_for_a_command_that_an_editor_or_a_package_manager_left)
+{
+    folder_t folder;
+    const std::vector<std::string> left{"one~",       "one.orig", "one.dpkg-old", "One",
+                                        "on\xc3\xa9", "one two",  "one_2",        "one\n"};
+    for (const std::string& word : left)
+        folder.add(word, "exit 3");
+    folder.add("2-b", "exit 4");
+    const std::string commands = usage_of("  2-b\n  one\n  two\n");
+    EXPECT_EQ(folder.run({"--help"}), says(commands));
+    for (const std::string& word : left)
+        EXPECT_EQ(folder.run({word}).status, 64) << word;
+    EXPECT_EQ(folder.run({"2-b"}).status, 4);
+}
+
+TEST(launcher, asks_whether_a_command_was_meant_that_is_near)
+{
+    folder_t folder;
+    folder.add("board", "");
+    folder.add("readings", "");
+    const std::vector<std::pair<std::string, std::string>> rows{
+        {"borad", "\"board\""},     // two letters exchanged
+        {"bard", "\"board\""},      // one is missing
+        {"boards", "\"board\""},    // one too many
+        {"noard", "\"board\""},     // a wrong one
+        {"BOARD", "\"board\""},     // in capitals
+        {"reding", "\"readings\""}, // two slips in a long word
+        {"re", "\"readings\""},     // a beginning
+        {"t", "\"two\""},           // as short as can be
+        {"onw", "\"one\""},         // one slip in a short word
+        {"hlep", "\"help\""},       // what is no program
+        {"owo", "\"two\""},
+    };
+    const std::string commands = usage_of("  board     show and manage the boards of this host\n"
+                                          "  one\n"
+                                          "  readings  read all boards: for scripts, monitoring, and a glance\n"
+                                          "  two\n");
+    for (const auto& [word, meant] : rows) {
+        const std::string complaint =
+            "ivra-bsp: Unknown command: " + word + "\nDid you mean " + meant + "?\n" + commands;
+        EXPECT_EQ(folder.run({word}), (run_t{"", complaint, 64}));
+        EXPECT_EQ(folder.run({"help", word}), (run_t{"", complaint, 64}));
+    }
+    for (const std::string& word : {std::string{"bxxrd"}, std::string{"wot"} + "x", std::string(100'000, 'b')})
+        EXPECT_EQ(folder.run({word}), (run_t{"", "ivra-bsp: Unknown command: " + word + "\n" + commands, 64}));
+
+    folder.add("ready", "");
+    folder.add("reach", "");
+    EXPECT_THAT(folder.run({"rea"}).err,
+                ::testing::HasSubstr("\nDid you mean \"reach\", \"readings\" or \"ready\"?\n"));
+}
+
 TEST(launcher, repeats_a_word_without_its_control_characters)
 {
     const folder_t folder;
     EXPECT_EQ(folder.run({"\033[2Jthree\a\u009b\u00e9"}).err, "ivra-bsp: Unknown command: ?[2Jthree??\u00e9\n" + usage);
 
-    const fs::path broken = folder.path() / "ivra-bsp-bro\aken";
+    const fs::path odd = folder.path() / "o\add";
+    fs::create_directory(odd);
+    fs::copy(IVRA_BSP, odd / "ivra-bsp");
+    const fs::path broken = odd / "ivra-bsp-broken";
     std::ofstream{broken} << "#!/no/such/interpreter\n";
     fs::permissions(broken, fs::perms::owner_all);
-    EXPECT_EQ(folder.run({"bro\aken"}).err, "ivra-bsp: Cannot run " + (folder.path() / "ivra-bsp-bro?ken").string() +
-                                                ": No such file or directory\n");
+    EXPECT_EQ(run_program(odd / "ivra-bsp", {"broken"}).err, "ivra-bsp: Cannot run " +
+                                                                 (folder.path() / "o?dd/ivra-bsp-broken").string() +
+                                                                 ": No such file or directory\n");
 }
 
 TEST(launcher, tells_its_version_and_its_commands_on_standard_output)
 {
     const folder_t folder;
-    const run_t version = folder.run({"--version"});
-    EXPECT_EQ(version.out, "ivra-bsp " IVRA_BSP_VERSION "\n");
-    EXPECT_EQ(version.status, 0);
-    EXPECT_EQ(folder.run({"--help"}), says(usage));
+    for (const std::string word : {"--version", "-V"})
+        EXPECT_EQ(folder.run({word}), says("ivra-bsp " IVRA_BSP_VERSION "\n"));
+    for (const std::string word : {"--help", "-h"})
+        EXPECT_EQ(folder.run({word}), says(usage));
+}
+
+/// The launcher in a folder "bin" of an installation, beside a command "one"; manual pages as an installation has them,
+/// and a man that says what it is to show.
+class installation_t
+{
+public:
+    installation_t()
+    {
+        fs::create_directories(bin());
+        fs::create_directory(tools());
+        fs::copy(IVRA_BSP, bin() / "ivra-bsp");
+        add(bin() / "ivra-bsp-one", "echo \"one: $# $1\"; exit 7");
+        add(tools() / "man", "echo \"man: $# $1\"; exit 5");
+    }
+    fs::path bin() const { return folder_.path() / "bin"; }
+    fs::path tools() const { return folder_.path() / "tools"; }
+    fs::path page(const std::string& section, const std::string& program) const
+    {
+        return folder_.path() / "share/man" / ("man" + section) / (program + "." + section + ".gz");
+    }
+    void add_page(const fs::path& page) const
+    {
+        fs::create_directories(page.parent_path());
+        std::ofstream{page} << "a page";
+    }
+    run_t run(const std::vector<std::string>& words, streams_t streams = {}) const
+    {
+        return run_program(bin() / "ivra-bsp", words, {"PATH=" + tools().string()}, streams);
+    }
+
+private:
+    static void add(const fs::path& file, const std::string& script)
+    {
+        std::ofstream{file} << "#!/bin/sh\n" << script << '\n';
+        fs::permissions(file, fs::perms::owner_all);
+    }
+
+    folder_t folder_;
+};
+
+TEST(launcher, shows_the_manual_that_was_installed_with_it)
+{
+    const installation_t there;
+    there.add_page(there.page("1", "ivra-bsp"));
+    there.add_page(there.page("8", "ivra-bsp-one"));
+    const run_t own{"man: 1 " + there.page("1", "ivra-bsp").string() + "\n", "", 5};
+    EXPECT_EQ(there.run({"help"}), own);
+    EXPECT_EQ(there.run({"help", ""}), own);
+    EXPECT_EQ(there.run({"help", "help"}), own);
+    const run_t of_one{"man: 1 " + there.page("8", "ivra-bsp-one").string() + "\n", "", 5};
+    EXPECT_EQ(there.run({"help", "one"}), of_one);
+    // Which pager a terminal has is man's business.
+    EXPECT_EQ(there.run({"help", "one"}, {stream_t::terminal, stream_t::file}), of_one);
+}
+
+TEST(launcher, shows_what_a_command_says_of_itself_where_there_is_no_page_or_no_man)
+{
+    const installation_t there;
+    const run_t short_help{"one: 1 --help\n", "", 7};
+    EXPECT_EQ(there.run({"help", "one"}), short_help);
+    EXPECT_EQ(there.run({"help"}), says(usage_of("  one\n")));
+    for (const std::string program : {"ivra-bsp", "ivra-bsp-one"})
+        there.add_page(there.page("1", program));
+    fs::remove(there.tools() / "man");
+    EXPECT_EQ(there.run({"help", "one"}), short_help);
+    EXPECT_EQ(there.run({"help"}), says(usage_of("  one\n")));
+}
+
+TEST(launcher, refuses_help_on_what_is_no_command)
+{
+    const installation_t there;
+    there.add_page(there.page("1", "ivra-bsp-absent"));
+    const std::string commands = usage_of("  one\n");
+    EXPECT_EQ(there.run({"help", "absent"}), (run_t{"", "ivra-bsp: Unknown command: absent\n" + commands, 64}));
+    EXPECT_EQ(there.run({"help", "../one"}), (run_t{"", "ivra-bsp: Unknown command: ../one\n" + commands, 64}));
+    EXPECT_EQ(there.run({"help", "one", "more"}),
+              (run_t{"", "ivra-bsp: Help is on one command at a time\n" + commands, 64}));
+    EXPECT_EQ(there.run({"help", "--one"}), (run_t{"", "ivra-bsp: Unknown command: --one\n" + commands, 64}));
+    EXPECT_EQ(there.run({"help", "--help"}), says(commands));
+    EXPECT_EQ(there.run({"help", "-h"}), says(commands));
 }
 
 TEST(launcher, fails_when_standard_output_cannot_be_written)
