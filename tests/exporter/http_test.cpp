@@ -21,7 +21,7 @@ class empty_host_t : public exporter_t
 public:
     empty_host_t()
     {
-        reader(R"(echo '{"format":1,"host":"h","version":"0.1.0","platform":"system","announced":[]}')"
+        reader(R"(echo '{"format":1,"host":"h","version":"1.2.3","platform":"system","announced":[]}')"
                "\n");
         serve();
     }

@@ -45,7 +45,7 @@ ivra_fpga_celsius{uid="0000:00:00.0"} 45.5
 const std::string impatient = "X-Prometheus-Scrape-Timeout-Seconds: 0.7\r\n";
 
 const std::string head =
-    R"("format":1,"program":"ivra-bsp-readings","version":"0.1.0","time":"T","host":"h","platform":"simulated")";
+    R"("format":1,"program":"ivra-bsp-readings","version":"1.2.3","time":"T","host":"h","platform":"simulated")";
 
 /// A script that says that there are two boards, of which the first one is read.
 const std::string two_boards = "echo '{" + head + R"(,"announced":[{"index":0,"uid":"a"},{"index":1,"uid":"b"}]}')" +
@@ -80,7 +80,8 @@ TEST(exporter, serves_the_boards_of_a_host)
     EXPECT_THAT(reply.headers, HasSubstr("Content-Type: text/plain; version=0.0.4; charset=utf-8\r\n"));
     EXPECT_THAT(reply.headers, HasSubstr("Content-Length: " + std::to_string(reply.body.size()) + "\r\n"));
     EXPECT_EQ(samples(reply.body), switch_samples);
-    EXPECT_THAT(reply.body, HasSubstr("\nivra_exporter_info{version=\"0.1.0\",platform=\"simulated\"} 1\n"));
+    EXPECT_THAT(reply.body,
+                HasSubstr("\nivra_exporter_info{version=\"" IVRA_BSP_VERSION "\",platform=\"simulated\"} 1\n"));
     EXPECT_THAT(reply.body, HasSubstr("\nivra_exporter_collect_success 1\n"));
     EXPECT_THAT(reply.body, HasSubstr("\nivra_exporter_collections_total 1\n"));
 
@@ -259,7 +260,7 @@ TEST(exporter, does_not_start_with_what_it_cannot_do)
     EXPECT_EQ(exporter.run("--max-age 1.5").status, 64);
     EXPECT_EQ(exporter.run("--bogus").status, 64);
     EXPECT_EQ(exporter.run("--help").status, 0);
-    EXPECT_EQ(exporter.run("--version"), says("ivra-bsp-exporter 0.1.0\n"));
+    EXPECT_EQ(exporter.run("--version"), says("ivra-bsp-exporter " IVRA_BSP_VERSION "\n"));
 }
 
 TEST(exporter_text_file, holds_the_metrics_whole)
