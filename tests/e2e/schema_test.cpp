@@ -3,12 +3,16 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace ivra::tests {
 namespace {
+
+namespace fs = std::filesystem;
 
 using changes_t = std::vector<std::pair<std::string, std::string>>;
 
@@ -170,16 +174,55 @@ TEST(board_schema, refuses_what_breaks_the_contract)
     for (const changes_t& changes :
          {envelope_changes, info_changes, boot_image_and_flash_changes, transceivers_changes, bittware_sensors_changes})
         reports.insert(reports.end(), changes.begin(), changes.end());
-    EXPECT_EQ(taken_by_schema(IVRA_BOARD_SCHEMA, {{rack.run("show all --json").out, reports},
-                                                  {rack.run("list --json").out, list_changes},
-                                                  {rack.run("-a 1 show sensors --json").out, alveo_sensors_changes},
-                                                  {rack.run("-a 1 show boot-image --json").out, failure_changes}}),
+    EXPECT_EQ(taken_by_schema(IVRA_SCHEMAS "/board-1.json",
+                              {{rack.run("show all --json").out, reports},
+                               {rack.run("list --json").out, list_changes},
+                               {rack.run("-a 1 show sensors --json").out, alveo_sensors_changes},
+                               {rack.run("-a 1 show boot-image --json").out, failure_changes}}),
               says(""));
+}
+
+/// What is said of documents after tests.
+run_t judge(const fs::path& documents)
+{
+    return run_program(IVRA_JSON_DOCUMENTS, {IVRA_SCHEMAS, documents.string()}, {"LC_ALL=C.UTF-8"});
+}
+
+TEST(json_documents, that_are_none_are_told)
+{
+    const rack_t rack;
+    const run_t run = judge(rack.folder());
+    EXPECT_EQ(run.out, "ivra-bsp-board: 0 documents\nivra-bsp-readings: 0 documents\n");
+    EXPECT_EQ(run.err, "No document of ivra-bsp-board is in " + rack.folder().string() +
+                           "\nNo document of ivra-bsp-readings is in " + rack.folder().string() + "\n");
+    EXPECT_EQ(run.status, 1);
+}
+
+TEST(json_documents, that_are_bad_are_told_with_their_test)
+{
+    const rack_t rack;
+    for (const auto& [program, text] : {std::pair{"ivra-bsp-board", R"({"data":{"Accelerator":1},"status":{},"log":[]}
+{"data":{},"data":{}}
+)"},
+                                        std::pair{"ivra-bsp-readings", R"({"announced":[{"uid":1}]})"}}) {
+        fs::create_directory(rack.folder() / program);
+        std::ofstream{rack.folder() / program / "suite.name"} << text;
+    }
+    const run_t run = judge(rack.folder());
+    EXPECT_EQ(run.out, "ivra-bsp-board: 1 documents\nivra-bsp-readings: 1 documents\n");
+    for (const char* line : {"ivra-bsp-board: suite.name: data/Accelerator: 1 is not of type 'object'\n",
+                             "ivra-bsp-board: suite.name: status: 'success' is a required property\n",
+                             "/suite.name: A member is there twice: ['data', 'data']: ",
+                             "board-1/$defs/accelerator/Name: no document has it\n",
+                             "ivra-bsp-readings: suite.name: announced/0/uid: 1 is not of type 'string'\n",
+                             "readings-1/$defs/announcement/host: no document has it\n"})
+        EXPECT_NE(run.err.find(line), std::string::npos) << line << run.err;
+    EXPECT_EQ(run.status, 1);
 }
 
 TEST(board_schema, says_what_everything_is)
 {
-    EXPECT_EQ(wording_of_schema(IVRA_BOARD_SCHEMA), says(""));
+    EXPECT_EQ(wording_of_schema(IVRA_SCHEMAS "/board-1.json"), says(""));
 }
 
 } // namespace

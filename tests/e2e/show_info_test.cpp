@@ -97,6 +97,12 @@ TEST(show_info, of_a_board_with_one_mac_address_says_so)
                                          "\tFPGA serial : 0x4002000001285c0f1a104280\n"
                                          "\tMAC address : 02:00:00:0a:0b:ff\n"
                                          "\tTemperature : 45.5°C\n");
+    EXPECT_EQ(rack.run("show info --json"),
+              says(R"({"data":{"Accelerator":{"Name":"card-0","ID":"0","Board model":"m48l_xcvu7p",)"
+                   R"("Board serial":"SSJ17200123","FPGA device":"xcvu7p-flva2104-2-e",)"
+                   R"("FPGA serial":"0x4002000001285c0f1a104280","MAC address":"02:00:00:0a:0b:ff",)"
+                   R"("Temperature":"45.5°C"}},"status":{"success":true},"log":[]})"
+                   "\n"));
 }
 
 TEST(show_info, of_a_board_with_eight_mac_addresses_shows_the_first_and_the_last)

@@ -19,98 +19,12 @@ namespace fs = std::filesystem;
 
 const fs::path schema = IVRA_SCHEMA;
 
-/// Arguments: the schema, then files: documents of the whole host, and *.lines. Prints what the schema refuses, what it
-/// describes and no document has, and how many files there were.
-const char* const referee = R"python(
-import json, sys
-from jsonschema import Draft202012Validator as Validator
-
-schema = json.load(open(sys.argv[1]))
-parts = schema["$defs"]
-Validator.check_schema(schema)
-whole = Validator(schema)
-board, host_line, announcement = (Validator({"$ref": "#/$defs/" + name, "$defs": parts})
-                                  for name in ("board", "host_line", "announcement"))
-described, seen = set(), set()
-
-def walk(part, place, values):
-    while "$ref" in part:
-        place = part["$ref"].split("/")[-1]
-        part = parts[place]
-    for name, below in part.get("properties", {}).items():
-        member = place + "/" + name
-        having = [value[name] for value in values if name in value]
-        if having:
-            seen.add(member)
-        if member not in described or having:
-            described.add(member)
-            walk(below, member, having)
-    if "items" in part:
-        walk(part["items"], place, [item for value in values for item in value])
-
-def judge(validator, name, document):
-    for error in validator.iter_errors(document):
-        print(name, "/".join(map(str, error.absolute_path)), error.message[:200])
-
-hosts, boards = [], []
-for name in sys.argv[2:]:
-    text = open(name, encoding="utf-8").read()
-    if name.endswith(".lines"):
-        announced, *first, last = map(json.loads, text.splitlines())
-        judge(announcement, name, announced)
-        judge(host_line, name, last)
-        for line in first:
-            judge(board, name, line)
-        boards += first
-        hosts.append(last)
-    else:
-        hosts.append(json.loads(text))
-        judge(whole, name, hosts[-1])
-walk(schema, "host", hosts)
-walk(parts["board"], "board", boards)
-for member in sorted(described - seen):
-    print("never seen:", member)
-print(len(sys.argv) - 2)
-)python";
-
 std::string read_file(const fs::path& file)
 {
     std::ostringstream text;
     text << std::ifstream{file, std::ios::binary}.rdbuf();
     return text.str();
 }
-
-run_t run_python(const char* script, std::vector<std::string> arguments)
-{
-    arguments.insert(arguments.begin(), {"-c", script, schema.string()});
-    return run_program("/usr/bin/python3", arguments, {"LC_ALL=C.UTF-8"});
-}
-
-/// A folder with documents.
-class documents_t
-{
-public:
-    documents_t()
-    {
-        std::string name = fs::temp_directory_path() / "readings-tests-XXXXXX";
-        folder_ = ::mkdtemp(name.data());
-    }
-    documents_t(const documents_t&) = delete;
-    documents_t& operator=(const documents_t&) = delete;
-    ~documents_t() { fs::remove_all(folder_); }
-
-    void add(const std::string& name, const run_t& run)
-    {
-        EXPECT_EQ(run.err, "") << name;
-        files_.push_back((folder_ / name).string());
-        std::ofstream{files_.back(), std::ios::binary} << run.out;
-    }
-    const std::vector<std::string>& files() const { return files_; }
-
-private:
-    fs::path folder_;
-    std::vector<std::string> files_;
-};
 
 std::vector<fs::path> json_files(const fs::path& folder)
 {
@@ -139,45 +53,46 @@ constexpr std::pair<const char*, const char*> faults[] = {
     {"xilinx_u250", R"({"call": "ivra_hw_top_get_temperature", "kill": "before"})"},
 };
 
-TEST(readings_schema, describes_every_document_and_nothing_that_never_occurs)
+void make_document(rack_t& rack, const std::string& words)
+{
+    const run_t run = rack.run(words);
+    EXPECT_EQ(run.err, "");
+    EXPECT_TRUE(run.out.starts_with("{\"format\":1,")) << run.out;
+}
+
+// Here every member that the schema describes occurs: "json-documents", which judges the documents, looks for each.
+TEST(readings_schema, describes_hosts_of_every_kind)
 {
     const host_t switch_host{.serial = "SSJ17200123\n", .address = "00:1c:73:aa:bb:cc\n"};
-    documents_t documents;
     for (const fs::path& file : json_files(IVRA_RACKS)) {
         readings_rack_t rack;
         rack.file(read_file(file)).host(switch_host);
         const std::string name = file.stem().string();
-        if (name == "many")
-            documents.add(name + ".lines", rack.run("--lines --announce -a 0 -a 7 -a 998"));
-        else if (name == "showcase")
-            documents.add(name + ".lines", rack.run("--lines --announce"));
-        else
-            documents.add(name + ".json", rack.run("--json --timeout 0"));
+        make_document(rack, name == "many"       ? "--lines --announce -a 0 -a 7 -a 998"
+                            : name == "showcase" ? "--lines --announce"
+                                                 : "--json --timeout 0");
     }
     readings_rack_t all_models;
     for (const fs::path& file : json_files(IVRA_RACKS "/models"))
         all_models.plug(file.stem().string());
-    documents.add("models.json", all_models.run("--json"));
+    make_document(all_models, "--json");
     readings_rack_t limited;
     const std::string limits = (limited.folder() / "limits.json").string();
     std::ofstream{limits} << R"({"sensors": [{"sensor": "12V_PEX", "unit": "volts", "limits": {"upper_critical": 11}},
                                              {"sensor": "FPGA", "unit": "volts", "limits": {"upper_critical": 1}}]})";
-    documents.add("limited.json", limited.plug("xilinx_u50").run("--json --limits " + limits));
+    make_document(limited.plug("xilinx_u50"), "--json --limits " + limits);
     for (const auto& [model, rules] : faults) {
         readings_rack_t rack;
         rack.plug(model, {{"i2c", R"({"cages": ["qsfp28-sr4", "prototype"]})"}}).faults(rules);
-        documents.add(model + std::string{".json"}, rack.run("--json"));
+        make_document(rack, "--json");
     }
     for (const char* effect : {R"("errno": "EIO")", R"("short": 1)"}) {
         readings_rack_t rack;
         rack.plug("xilinx_u50").plug("xilinx_u50");
         rack.faults(R"({"call": "ivra_hw_enumerate_accelerators", )" + std::string{effect} + "}");
-        const std::string name = "listed-" + std::to_string(documents.files().size());
-        documents.add(name + ".json", rack.run("--json"));
-        documents.add(name + ".lines", rack.run("--lines --announce"));
+        make_document(rack, "--json");
+        make_document(rack, "--lines --announce");
     }
-    EXPECT_GE(documents.files().size(), 29U);
-    EXPECT_EQ(run_python(referee, documents.files()), says(std::to_string(documents.files().size()) + "\n"));
 }
 
 TEST(readings_schema, refuses_what_breaks_the_contract)

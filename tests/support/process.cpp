@@ -1,5 +1,7 @@
 #include "support/process.h"
 
+#include "support/documents.h"
+
 #include <fcntl.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
@@ -180,6 +182,7 @@ struct running_t::state_t
 {
     channel out;
     channel err;
+    std::string program; ///< whose documents are kept, if any
     ::pid_t process = -1;
     std::optional<int> status; ///< as waitpid() has it, once it has ended
 
@@ -207,8 +210,10 @@ struct running_t::state_t
     }
 };
 
-running_t::running_t(function_ref<void()> body, streams_t streams) : state_{std::make_unique<state_t>()}
+running_t::running_t(function_ref<void()> body, streams_t streams, std::string program)
+    : state_{std::make_unique<state_t>()}
 {
+    state_->program = std::move(program);
     channel& out = state_->out = open_channel(streams.out);
     channel& err = state_->err = open_channel(streams.err);
     std::fflush(nullptr);
@@ -306,6 +311,8 @@ run_t running_t::end()
     read_file(state_->err, run.err);
     const int status = *state_->status;
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    if (!state_->program.empty() && WIFEXITED(status))
+        keep_documents(state_->program, run.out);
     return run;
 }
 

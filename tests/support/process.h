@@ -53,7 +53,8 @@ void PrintTo(const run_t& run, std::ostream* stream);
 class running_t
 {
 public:
-    explicit running_t(function_ref<void()> body, streams_t streams = {});
+    /// What `program` prints there, if it has a name, is kept when it is JSON; see keep_documents().
+    explicit running_t(function_ref<void()> body, streams_t streams = {}, std::string program = {});
     running_t(running_t&&) noexcept;
     ~running_t();
 

@@ -207,7 +207,7 @@ running_t rack_t::start(const std::vector<std::string>& words, const std::vector
                              enter_host(*host_);
                          exec_program(program_, words, environment);
                      },
-                     streams};
+                     streams, fs::path{program_}.filename()};
 }
 
 run_t rack_t::in_child(function_ref<void()> body, streams_t streams)

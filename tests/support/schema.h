@@ -19,7 +19,8 @@ struct spoiled_document_t
 /// Says which of the copies a JSON Schema takes; fails when it does not take a document, or a text is not in it.
 run_t taken_by_schema(const std::string& schema, const std::vector<spoiled_document_t>& documents);
 
-/// Says which parts of a JSON Schema do not say what they stand for, among them what objects may hold besides their members.
+/// Says which parts of a JSON Schema do not say what they stand for, among them what objects may hold besides their
+/// members.
 run_t wording_of_schema(const std::string& schema);
 
 } // namespace ivra::tests
