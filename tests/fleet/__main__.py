@@ -8,7 +8,7 @@ import time
 
 import lab
 
-GROUPS = ("stories", "neighbours")
+GROUPS = ("stories", "isolation", "company", "neighbours")
 
 
 def main(build, *groups):
