@@ -3,12 +3,13 @@
 import importlib
 import os
 import pathlib
+import subprocess
 import sys
 import time
 
 import lab
 
-GROUPS = ("stories", "isolation", "company", "neighbours")
+GROUPS = ("stories", "isolation", "company", "neighbours", "scale", "figures")
 
 
 def main(build, *groups):
@@ -30,12 +31,12 @@ def main(build, *groups):
                 continue
             name = f"{group}: {story.__doc__.splitlines()[0].rstrip('.')}"
             lab.say(f"\n== {name}")
-            place = lab.Lab(pathlib.Path(build).resolve(), group)
+            place = lab.Lab(pathlib.Path(build).resolve(), f"{group}-{story.__name__}")
             begin = time.monotonic()
             figures, failure = [], "interrupted"  # unless it comes to another end
             try:
                 figures, failure = story(place), None
-            except (lab.Failed, OSError, KeyError, ValueError, AssertionError) as error:
+            except (lab.Failed, OSError, LookupError, ValueError, subprocess.SubprocessError) as error:
                 failure = f"{type(error).__name__}: {error}"
                 lab.say(f"FAILED {failure} (what was said is in {place.folder})")
             finally:

@@ -11,10 +11,10 @@ import lab
 RULES = lab.SOURCE / "contrib/prometheus/ivra.rules.yml"
 
 
-def shortened(rules):
-    """The rules with waiting times for scrapes that are a second apart."""
-    times = {"300": "8", "1d": "20s"}
-    return re.sub(r"(?<=for: )\d+m|(?<=\[)2m|(?<=> )300\b|(?<=offset )1d", lambda found: times.get(found[0], "2s"), rules)
+def shortened(rules, wait="2s", old="8", day="20s"):
+    """The rules with waiting times for scrapes that are a second apart, or as said."""
+    times = {"300": old, "1d": day}
+    return re.sub(r"(?<=for: )\d+m|(?<=\[)2m|(?<=> )300\b|(?<=offset )1d", lambda found: times.get(found[0], wait), rules)
 
 
 def boards(host):
