@@ -112,4 +112,4 @@ shells=(bash-completion fish zsh)
 test_packages=("${exporter_packages[@]}" "${shells[@]}" freeipmi-tools ipmitool libgtest-dev libgmock-dev libbenchmark-dev jq mandoc
     python3-jsonschema python3-prometheus-client python3-pyipmi python3-yaml util-linux valgrind)
 referees=(prometheus)
-check_packages=(clang clang-format clang-tidy libclang-rt-14-dev)
+check_packages=(clang clang-format clang-tidy doxygen libclang-rt-14-dev)
