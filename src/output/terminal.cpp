@@ -43,9 +43,9 @@ unsigned short to_width(std::size_t length)
         std::min<std::size_t>(length, std::numeric_limits<unsigned short>::max() - std::size_t{2}));
 }
 
-std::string spaces(std::size_t width, std::size_t used)
+std::size_t missing(std::size_t width, std::size_t used)
 {
-    return std::string(width > used ? width - used : 0, ' ');
+    return width > used ? width - used : 0;
 }
 
 section::array printable(section::array table)
@@ -116,9 +116,10 @@ void terminal::print_line(const std::string& text, color c, unsigned short inden
 
 void terminal::print_stat(const section::stat_t& stat, unsigned short pad, unsigned short indent)
 {
-    print_line(bsp::printable(stat.name) + std::string(pad, ' ') + ": " + colors_.at(stat.color) +
-                   bsp::printable(stat.value) + colors_.at(color::normal),
-               color::normal, indent);
+    std::string line = bsp::printable(stat.name);
+    line.append(pad, ' ').append(": ").append(colors_.at(stat.color));
+    line.append(bsp::printable(stat.value)).append(colors_.at(color::normal));
+    print_line(line, color::normal, indent);
 }
 
 void terminal::print_out_content(const std::list<section::entry>& entries, unsigned short indent)
@@ -176,17 +177,20 @@ void terminal::print_out_array(const section::array& array)
 void terminal::print_table_row(const section::array_entry_t& row, const std::vector<unsigned short>& widths,
                                alignment_t align, unsigned short indent)
 {
-    const std::string c = colors_.at(row.color);
-    const std::string r = colors_.at(color::normal);
+    const char* const c = colors_.at(row.color);
+    const char* const r = colors_.at(color::normal);
 
-    std::string line = "│ " + c + row.name + r + spaces(widths.at(0), row.name.size()) + " │";
+    std::string line = "│ ";
+    line.append(c).append(row.name).append(r).append(missing(widths.at(0), row.name.size()), ' ').append(" │");
     for (std::size_t j = 1; j < widths.size(); ++j) {
-        const std::string value = j <= row.values.size() ? row.values[j - 1] : "";
-        const std::string padding = spaces(widths[j], strlen_utf8(value));
+        const std::string_view value = j <= row.values.size() ? std::string_view{row.values[j - 1]} : "";
+        const std::size_t padding = missing(widths[j], strlen_utf8(value));
+        if (align == alignment_t::right)
+            line.append(padding, ' ');
+        line.append(" ").append(c).append(value).append(r);
         if (align == alignment_t::left)
-            line += " " + c + value + r + padding + " │";
-        else
-            line += padding + " " + c + value + r + " │";
+            line.append(padding, ' ');
+        line.append(" │");
     }
     print_line(line, color::normal, indent);
 }

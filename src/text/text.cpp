@@ -24,6 +24,12 @@ constexpr bool is_continuation(char c)
     return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
 }
 
+/// Nearly every character of a report: a byte that needs no second look.
+constexpr bool is_plain(char c)
+{
+    return c >= ' ' && c <= '~';
+}
+
 /// Length of the UTF-8 sequence with which `s`, not empty, begins (Unicode, table 3-7); 0 when it is not a valid one.
 std::size_t sequence_length(std::string_view s)
 {
@@ -78,11 +84,13 @@ bool is_hidden(char32_t code)
 
 } // namespace
 
-std::size_t strlen_utf8(const std::string& s)
+std::size_t strlen_utf8(std::string_view s)
 {
+    if (std::ranges::all_of(s, is_plain))
+        return s.size();
     using facet = deletable_facet<std::codecvt<char32_t, char, std::mbstate_t>>;
     std::wstring_convert<facet, char32_t> converter;
-    const std::size_t length = converter.from_bytes(s).size();
+    const std::size_t length = converter.from_bytes(s.data(), s.data() + s.size()).size();
     if (converter.converted() != s.size()) // it stops silently at a sequence that the end cuts off
         throw std::range_error{"Incomplete UTF-8 sequence"};
     return length;
@@ -93,6 +101,11 @@ std::string printable(std::string_view s)
     std::string text;
     text.reserve(s.size());
     while (!s.empty()) {
+        const auto plain = static_cast<std::size_t>(std::ranges::find_if_not(s, is_plain) - s.begin());
+        text += s.substr(0, plain);
+        s.remove_prefix(plain);
+        if (s.empty())
+            break;
         const std::string_view sequence = s.substr(0, std::max<std::size_t>(sequence_length(s), 1));
         text += is_hidden(code_point(sequence)) ? "?" : sequence;
         s.remove_prefix(sequence.size());

@@ -10,7 +10,7 @@
 namespace ivra::bsp {
 
 /// Number of code points. Throws std::range_error when `s` is not UTF-8.
-std::size_t strlen_utf8(const std::string& s);
+std::size_t strlen_utf8(std::string_view s);
 
 /// `s` as a screen may show it: each control character (U+0001 to U+001F, U+007F to U+009F) and each one that is
 /// invisible or turns text around (U+200B to U+200F, U+2028 to U+202E, U+2060 to U+2069, U+FEFF) is a "?", so that no
