@@ -49,23 +49,6 @@ void cover(const fs::path& parent, const char* folder, const char* file, const s
     }
 }
 
-void enter_host(const host_t& host)
-{
-    const uid_t user = ::geteuid();
-    const gid_t group = ::getegid();
-    if (user == 0) {
-        checked(::unshare(CLONE_NEWNS), "unshare");
-    } else {
-        checked(::unshare(CLONE_NEWUSER | CLONE_NEWNS), "unshare");
-        write_file("/proc/self/setgroups", "deny");
-        write_file("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
-        write_file("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
-    }
-    checked(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount");
-    cover("/sys/devices/platform", "sid.0", "serial", host.serial);
-    cover("/sys/class/net", "ma1", "address", host.address);
-}
-
 members_t plain_board(std::size_t position)
 {
     const std::string n = std::to_string(position);
@@ -85,6 +68,23 @@ members_t plain_board(std::size_t position)
 }
 
 } // namespace
+
+void enter_host(const host_t& host)
+{
+    const uid_t user = ::geteuid();
+    const gid_t group = ::getegid();
+    if (user == 0) {
+        checked(::unshare(CLONE_NEWNS), "unshare");
+    } else {
+        checked(::unshare(CLONE_NEWUSER | CLONE_NEWNS), "unshare");
+        write_file("/proc/self/setgroups", "deny");
+        write_file("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
+        write_file("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
+    }
+    checked(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount");
+    cover("/sys/devices/platform", "sid.0", "serial", host.serial);
+    cover("/sys/class/net", "ma1", "address", host.address);
+}
 
 rack_t::rack_t() : program_{IVRA_BSP_BOARD}
 {

@@ -22,6 +22,9 @@ struct host_t
     std::optional<std::string> address; ///< of /sys/class/net/ma1/address
 };
 
+/// Gives the calling process, which has one thread, such a namespace with these files.
+void enter_host(const host_t& host);
+
 /// A rack of simulated boards in a folder of its own, which goes with it.
 ///
 /// Boards are plain unless told otherwise. The one at position N (below 10) is called "card-N" and has uid
