@@ -21,6 +21,12 @@ endif()
 # Log lines and traces name files as the project does, not as the machine that built it.
 add_compile_options(-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 
+# What nobody calls is left out: the virtual libraries share their sources, and each takes what it needs of them.
+if(NOT IVRA_SANITIZE)
+    add_compile_options(-ffunction-sections -fdata-sections)
+    add_link_options(-Wl,--gc-sections)
+endif()
+
 # A program built once runs on any libraries of these names: LD_LIBRARY_PATH has to win, so RUNPATH, never RPATH.
 add_link_options(-Wl,--enable-new-dtags)
 
@@ -54,7 +60,7 @@ endif()
 check_linker_flag(CXX "-static-libstdc++;-static-libgcc" IVRA_STATIC_RUNTIME)
 function(ivra_carry_runtime program)
     if(IVRA_STATIC_RUNTIME AND NOT IVRA_SANITIZE)
-        target_link_options(${program} PRIVATE -static-libstdc++ -static-libgcc -Wl,--gc-sections
+        target_link_options(${program} PRIVATE -static-libstdc++ -static-libgcc
             -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/program.map)
     endif()
 endfunction()
