@@ -3,6 +3,8 @@
 #include "text/json.h"
 
 #include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 
 #include <algorithm>
 #include <utility>
@@ -38,12 +40,25 @@ board_t make_board(const json_t& identity)
     return board;
 }
 
+/// Whether all strings are UTF-8.
+bool is_text(const rapidjson::Document& document)
+{
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer, rapidjson::UTF8<>, rapidjson::UTF8<>, rapidjson::CrtAllocator,
+                      rapidjson::kWriteValidateEncodingFlag>
+        writer{buffer};
+    return document.Accept(writer);
+}
+
 /// Null when it is no JSON.
 rapidjson::Document parse(const std::string& line)
 {
     rapidjson::Document document;
     if (line.find('\0') == std::string::npos) // where the library would take the text to end
         document.Parse<rapidjson::kParseValidateEncodingFlag>(line.data(), line.size());
+    // The library makes bytes that are no text of half a surrogate pair, "\udc00".
+    if (line.find("\\u") != std::string::npos && !is_text(document))
+        document.SetNull();
     return document;
 }
 

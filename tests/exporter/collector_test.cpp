@@ -306,5 +306,15 @@ TEST(collector, counts_lines_that_are_no_documents_of_announced_boards)
               R"({"index":0,"uid":"a","state":"ok","serial":""})");
 }
 
+TEST(collector, refuses_text_that_is_none)
+{
+    host_t host;
+    const auto reader = host.scrape();
+    host.announce(reader, {"a", "b"});
+    host.read(reader, "a", R"(\udc00)").read(reader, "b", R"(\ud83d\ude00)");
+    EXPECT_EQ(host.state(), "a late, b") << "half of a character, and a whole one";
+    EXPECT_EQ(host.boards.make_snapshot(host.now).refused_lines, 1U);
+}
+
 } // namespace
 } // namespace ivra::bsp::exporter
