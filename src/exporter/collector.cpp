@@ -80,7 +80,6 @@ std::optional<collector::order_t> collector::ask(time_point now, bool is_awaited
     for (auto& [key, known] : boards_) {
         if (known.late && now - *known.late < max_age_)
             known.collection = collections_;
-        known.late.reset();
         if (known.reader || known.ask_after > now || known.collection == collections_)
             order.skipped.push_back(key);
     }
@@ -139,16 +138,13 @@ void collector::take_announcement(reader_t reader, const std::string& line)
     host_ = get_text(document, "host");
     version_ = get_text(document, "version");
     platform_ = get_text(document, "platform");
-    std::vector<std::string> here;
     for (const json_t& identity : announced.GetArray()) {
         board_t board = make_board(identity);
-        const std::string key = board.key;
-        known_board_t& known = boards_[key];
-        if (std::ranges::find(here, key) != here.end() || known.reader) {
-            ++refused_lines_; // two boards that nothing tells apart
+        known_board_t& known = boards_[board.key];
+        if (known.reader) {
+            ++refused_lines_; // two boards that nothing tells apart, or one that was left out
             continue;
         }
-        here.push_back(key);
         known.board = std::move(board);
         known.reader = reader;
     }
@@ -180,7 +176,6 @@ void collector::take_document(reader_t reader, const std::string& line, time_poi
     }
     known_board_t& known = found->second;
     known.reader.reset();
-    known.board = make_board(document);
     known.board.document = line;
     known.board.seconds = to_seconds(now - readers_[reader].begin);
     known.collection = collections_;
@@ -229,7 +224,6 @@ void collector::take_end(reader_t reader, const std::string& how, time_point now
             continue;
         known.reader.reset();
         if (reader == current_) {
-            known.board.document.clear();
             known.board.absence = absence_t::failed;
             known.board.error = how;
             known.collection = collections_;
