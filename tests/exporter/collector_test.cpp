@@ -316,5 +316,139 @@ TEST(collector, refuses_text_that_is_none)
     EXPECT_EQ(host.boards.make_snapshot(host.now).refused_lines, 1U);
 }
 
+TEST(collector, goes_on_with_a_collection_while_somebody_waits_or_it_is_young)
+{
+    host_t host;
+    host.announce(host.scrape(), {"a"});
+    EXPECT_EQ(host.at(12s).scrape(true), 0U);
+    EXPECT_NE(host.at(12s).scrape(), 0U);
+    host_t calm;
+    calm.boards = collector{60s};
+    calm.announce(calm.scrape(), {"a"});
+    EXPECT_EQ(calm.at(59'999ms).scrape(), 0U);
+    EXPECT_NE(calm.at(60s).scrape(), 0U);
+}
+
+TEST(collector, tells_how_long_a_collection_took_whatever_comes_later)
+{
+    host_t host;
+    const auto seconds = [&host] { return host.boards.make_snapshot(host.now).seconds; };
+    const auto time = [&host] { return host.boards.make_snapshot(host.now).time; };
+    const auto first = host.scrape();
+    host.at(1s).announce(first, {"a", "b"}).read(first, "a");
+    EXPECT_EQ(host.at(3s).boards.make_snapshot(host.now).seconds, 3) << "it goes on";
+    const auto earlier = time();
+    EXPECT_LT(earlier, time());
+    host.at(9s).boards.set_aside();
+    const auto second = host.at(10s).scrape();
+    host.announce(second, {"a"});
+    EXPECT_EQ(host.boards.make_snapshot(host.now).held_readers, 1U) << "the second one is no held one";
+    host.at(11s).read(second, "a").say(second, R"({"format":1,"health":"ok"})").at(12s).end(second);
+    EXPECT_EQ(seconds(), 1) << "its process took its time to end";
+    const auto ended = time();
+    host.at(13s).read(first, "b").say(first, R"({"health":"unknown","findings":[{"text":"One is missing"}]})");
+    EXPECT_EQ(seconds(), 1) << "the first one's boards are another matter";
+    EXPECT_EQ(time(), ended);
+    EXPECT_TRUE(host.boards.make_snapshot(host.now).is_listed);
+    EXPECT_EQ(host.boards.make_snapshot(host.now).held_readers, 0U) << "it has said all";
+
+    const auto third = host.at(20s).scrape();
+    host.announce(third, {"a"}).at(23s).end(third);
+    EXPECT_EQ(seconds(), 3);
+    EXPECT_TRUE(host.boards.make_snapshot(host.now).is_listed);
+    EXPECT_EQ(host.boards.make_snapshot(host.now).error, "");
+}
+
+TEST(collector, says_what_it_knows_before_the_boards_are_listed)
+{
+    host_t host;
+    auto reader = host.scrape();
+    EXPECT_EQ(host.boards.make_snapshot(host.now).error, "the boards are still looked for");
+    host.announce(reader, {"a"}).read(reader, "a").finish(reader);
+    reader = host.at(6s).scrape();
+    EXPECT_EQ(host.state(), "a late");
+    EXPECT_FALSE(host.boards.make_snapshot(host.now).is_listed);
+    EXPECT_FALSE(host.boards.is_announced());
+    host.end(reader);
+    EXPECT_TRUE(host.boards.is_announced()) << "there is nothing to wait for";
+    reader = host.at(12s).scrape();
+    host.say(reader, R"({"format":2})");
+    EXPECT_TRUE(host.boards.is_complete()) << "whether it ends or not";
+}
+
+TEST(collector, takes_what_was_not_listed_in_time_for_late_once)
+{
+    host_t host;
+    const auto first = host.scrape();
+    host.at(9s).boards.set_aside();
+    host.at(10s).scrape();
+    EXPECT_EQ(host.at(13s).boards.make_snapshot(host.now).seconds, 0) << "nothing was read";
+    host.announce(first, {"a"});
+    EXPECT_FALSE(host.boards.make_snapshot(host.now).is_listed) << "that was an earlier collection";
+    host.at(20s).end(first);
+    const auto second = host.at(21s).scrape();
+    EXPECT_EQ(host.skipped, keys_t{}) << "a second later";
+    EXPECT_EQ(host.announce(second, {}).state(), "") << "it has gone";
+}
+
+TEST(collector, waits_longer_for_a_board_that_comes_late_again_and_again)
+{
+    host_t host;
+    host.boards = collector{0s};
+    auto time = 0ms;
+    for (const auto pause : {1s, 2s, 4s}) {
+        const auto reader = host.at(time).scrape();
+        EXPECT_EQ(host.skipped, keys_t{}) << pause.count();
+        host.announce(reader, {"a", "b"}).read(reader, "a").at(time += 9s).boards.set_aside();
+        host.at(time += 1s).read(reader, "b").finish(reader);
+        const auto early = host.at(time + pause - 1ms).scrape();
+        EXPECT_EQ(host.skipped, keys_t{"b"}) << pause.count();
+        host.announce(early, {"a"}).read(early, "a").finish(early);
+        time += pause;
+    }
+    auto reader = host.at(time).scrape();
+    host.announce(reader, {"a", "b"}).read(reader, "b").at(time += 9s).boards.set_aside();
+    host.end(reader).at(time += 1s).scrape();
+    EXPECT_EQ(host.skipped, keys_t{}) << "the other one was never late before";
+}
+
+TEST(collector, takes_no_announcement_of_a_board_that_is_held)
+{
+    host_t host;
+    const auto first = host.scrape();
+    host.announce(first, {"a", "b"}).read(first, "a").at(9s).boards.set_aside();
+    const auto second = host.at(10s).scrape();
+    host.announce(second, {"a", "b"}).read(second, "a").read(second, "b").finish(second);
+    EXPECT_EQ(host.state(), "a, b held");
+    EXPECT_EQ(host.boards.make_snapshot(host.now).refused_lines, 2U) << "announced, and read";
+}
+
+TEST(collector, takes_a_late_board_for_young_for_less_than_its_age)
+{
+    host_t host;
+    const auto first = host.scrape();
+    host.announce(first, {"a"}).at(9s).boards.set_aside();
+    host.at(12s).read(first, "a").finish(first);
+    host.at(17s).scrape();
+    EXPECT_EQ(host.skipped, keys_t{});
+}
+
+TEST(collector, keeps_nothing_of_boards_and_processes_that_are_gone)
+{
+    host_t host;
+    host.boards = collector{0s};
+    for (int at = 0; at < 10'000; ++at) {
+        const auto reader = host.at(std::chrono::seconds{at}).scrape();
+        const std::string uid = std::to_string(at) + "a";
+        host.announce(reader, {uid}).read(reader, uid).finish(reader);
+        ASSERT_EQ(host.state(), uid);
+    }
+    const snapshot_t snapshot = host.boards.make_snapshot(host.now);
+    EXPECT_EQ(snapshot.collections, 10'000U);
+    EXPECT_EQ(snapshot.held_readers, 0U);
+    host.at(8766h).scrape();
+    EXPECT_EQ(host.skipped, keys_t{}) << "a year later, as after a long sleep";
+}
+
 } // namespace
 } // namespace ivra::bsp::exporter
