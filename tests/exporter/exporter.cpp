@@ -7,7 +7,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -66,6 +68,20 @@ std::string connection_t::receive()
     for (::ssize_t count; (count = ::recv(socket_, piece.data(), piece.size(), 0)) > 0;)
         text.append(piece.data(), static_cast<std::size_t>(count));
     return text;
+}
+
+std::string connection_t::receive(std::size_t most)
+{
+    std::string text(most, '\0');
+    text.resize(static_cast<std::size_t>(std::max<::ssize_t>(::recv(socket_, text.data(), most, MSG_DONTWAIT), 0)));
+    return text;
+}
+
+bool connection_t::is_open() const
+{
+    char next = 0;
+    const ::ssize_t count = ::recv(socket_, &next, 1, MSG_PEEK | MSG_DONTWAIT);
+    return count > 0 || (count == -1 && errno == EAGAIN);
 }
 
 exporter_t::exporter_t()

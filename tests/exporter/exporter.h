@@ -3,6 +3,7 @@
 
 #include "support/rack.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -21,6 +22,10 @@ public:
     connection_t& send(const std::string& text);
     /// What the server says until it closes the connection.
     std::string receive();
+    /// What of it has come, up to so many bytes.
+    std::string receive(std::size_t most);
+    /// Whether the server has not closed it, as far as one can tell now.
+    bool is_open() const;
 
 private:
     int socket_;

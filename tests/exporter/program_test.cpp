@@ -182,6 +182,7 @@ TEST(exporter, answers_in_time_without_a_board_that_never_answers)
     body = exporter.get("/metrics", impatient).body;
     EXPECT_THAT(body, HasSubstr("ivra_board_down{uid=\"b\",reason=\"held\"} 1\n"));
     EXPECT_THAT(body, HasSubstr("\nivra_exporter_held_readers 1\n"));
+    EXPECT_THAT(body, HasSubstr("\nivra_exporter_set_aside_total 1\n")) << "it was not asked";
     const std::string document = exporter.get("/readings.json", impatient).body;
     EXPECT_THAT(document,
                 HasSubstr(R"({"index":1,"uid":"b","state":"failed","error":"an earlier collection still waits )"
@@ -189,6 +190,63 @@ TEST(exporter, answers_in_time_without_a_board_that_never_answers)
     expect_valid(document);
     EXPECT_EQ(exporter.stop(SIGTERM).status, 0);
     std::ofstream{exporter.folder() / "bin/gate"} << "now\n"; // the held reader was left alone
+}
+
+TEST(exporter, tells_boards_that_come_go_and_change_their_index_between_two_scrapes)
+{
+    exporter_t exporter;
+    exporter.reader("cat \"${0%/*}/boards\"\n");
+    const auto boards = [&](const std::vector<std::string>& uids) {
+        std::string announced, documents;
+        for (std::size_t at = 0; at < uids.size(); ++at) {
+            const std::string identity = "{\"index\":" + std::to_string(at) + ",\"uid\":\"" + uids[at] + "\"";
+            announced += (announced.empty() ? "" : ",") + identity + "}";
+            documents += identity + R"(,"state":"ok","health":"ok","findings":[]})" + "\n";
+        }
+        std::ofstream{exporter.folder() / "bin/boards"}
+            << "{" + head + ",\"announced\":[" + announced + "]}\n" + documents + "{" + head + ",\"health\":\"ok\"}\n";
+    };
+    boards({"a", "b"});
+    exporter.serve("--max-age 0");
+    EXPECT_THAT(exporter.get("/metrics").body, HasSubstr("{uid=\"a\"} 1\nivra_board_up{uid=\"b\"} 1\n#"));
+    boards({"c", "b", "a"});
+    const std::string body = exporter.get("/metrics").body;
+    EXPECT_THAT(body, HasSubstr("{uid=\"c\"} 1\nivra_board_up{uid=\"b\"} 1\nivra_board_up{uid=\"a\"} 1\n#"));
+    EXPECT_THAT(body, HasSubstr("ivra_board_info{uid=\"a\",index=\"2\","));
+    boards({"b"});
+    EXPECT_THAT(exporter.get("/metrics").body, HasSubstr("gauge\nivra_board_up{uid=\"b\"} 1\n#"));
+    boards({});
+    EXPECT_EQ(samples(exporter.get("/metrics").body), "");
+}
+
+TEST(exporter, asks_for_all_boards_as_it_was_told_and_without_a_deadline)
+{
+    exporter_t exporter;
+    exporter.reader("echo \"$*\" >\"${0%/*}/words\"\n").serve("--limits L --jobs 3 --parts sensors");
+    EXPECT_EQ(exporter.get("/-/healthy").body, "OK\n");
+    EXPECT_EQ(read_file(exporter.folder() / "bin/words"),
+              "--lines --announce --timeout=0 --jobs=3 --parts=sensors --limits=L\n");
+}
+
+TEST(exporter, ends_at_a_signal_whatever_it_does_and_leaves_its_children_alone)
+{
+    for (const bool is_listed : {false, true}) {
+        exporter_t exporter;
+        exporter.reader((is_listed ? two_boards : "") +
+                        "read -r line <\"${0%/*}/gate\"; echo $line >\"${0%/*}/end\"\n");
+        for (const char* name : {"gate", "end"})
+            ASSERT_EQ(::mkfifo((exporter.folder() / "bin" / name).c_str(), 0600), 0);
+        exporter.serve();
+        connection_t scraper{exporter.port()};
+        scraper.send("GET /metrics HTTP/1.1\r\nHost: h\r\n\r\n");
+        if (is_listed) {
+            EXPECT_EQ(exporter.get("/-/healthy").body, "OK\n") << "it has taken the scrape, too";
+        }
+        EXPECT_EQ(exporter.stop(SIGTERM).status, 0);
+        EXPECT_EQ(scraper.receive(), "");
+        std::ofstream{exporter.folder() / "bin/gate"} << "lives\n";
+        EXPECT_EQ(read_file(exporter.folder() / "bin/end"), "lives\n");
+    }
 }
 
 TEST(exporter, goes_on_when_what_reads_the_boards_dies)
