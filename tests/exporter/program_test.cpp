@@ -369,8 +369,10 @@ TEST(exporter_text_file, stays_as_it_was_when_it_cannot_be_written)
     fs::create_symlink(file, beside);
     refused("Cannot write " + beside.string() + ": Too many levels of symbolic links");
     fs::remove(beside);
-    EXPECT_EQ(exporter.run("--textfile /dev/full"),
-              fails("ivra-bsp exporter: Cannot replace /dev/full: it is no file\n"));
+    const std::string pipe = exporter.folder() / "pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_EQ(exporter.run("--textfile " + pipe),
+              fails("ivra-bsp exporter: Cannot replace " + pipe + ": it is no file\n"));
     EXPECT_EQ(exporter.run("--textfile f --listen 127.0.0.1:1").status, 64);
     exporter.reader("sleep 0 & kill -TERM $PPID; sleep 20\n");
     refused("Ended by a signal; " + file.string() + " stays as it was");
