@@ -3,6 +3,7 @@ include(CheckPIESupported)
 
 # What every file is compiled and linked with; sanitizers on request.
 option(IVRA_SANITIZE "Build everything with the address and undefined-behaviour sanitizers" OFF)
+option(IVRA_COVERAGE "Build src/ so that its programs count which lines run (g++)" OFF)
 
 # Errors only where CMAKE_COMPILE_WARNING_AS_ERROR says so, as the scripts do: another compiler may know more of them.
 add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow)
@@ -53,6 +54,20 @@ if(IVRA_SANITIZE)
                             -fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/sanitizer-ignore.txt)
     endif()
 endif()
+
+# ivra_count_lines(): from here on the folder's sources count which of their lines run. Each is compiled by itself, so that
+# a line has one count, and as GNU's dialect, in which counters are written before a process becomes another program.
+if(IVRA_COVERAGE)
+    set(IVRA_COUNT_LINES --coverage -O0 -U_FORTIFY_SOURCE)
+    add_link_options(--coverage)
+endif()
+macro(ivra_count_lines)
+    if(IVRA_COVERAGE)
+        set(CMAKE_UNITY_BUILD OFF)
+        set(CMAKE_CXX_EXTENSIONS ON)
+        add_compile_options(${IVRA_COUNT_LINES})
+    endif()
+endmacro()
 
 # ivra_carry_runtime(PROGRAM): the program brings its C++ library along, of which it takes what it needs: three quarters of
 # what a start cost went into the shared one. Nothing of it is exported, so a platform library keeps the one that it was built
