@@ -5,9 +5,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <array>
 #include <csignal>
+#include <cstddef>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -246,6 +253,38 @@ TEST(exporter, ends_at_a_signal_whatever_it_does_and_leaves_its_children_alone)
         EXPECT_EQ(scraper.receive(), "");
         std::ofstream{exporter.folder() / "bin/gate"} << "lives\n";
         EXPECT_EQ(read_file(exporter.folder() / "bin/end"), "lives\n");
+    }
+}
+
+TEST(exporter, tells_the_service_manager_when_it_is_ready_and_when_it_stops)
+{
+    for (const bool is_abstract : {false, true}) { // a name of no file
+        exporter_t exporter;
+        std::string place = (exporter.folder() / "notify").string();
+        ::sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        ASSERT_LT(place.size(), sizeof address.sun_path);
+        if (is_abstract)
+            place.front() = '@';
+        std::memcpy(address.sun_path, place.data(), place.size());
+        if (is_abstract)
+            address.sun_path[0] = '\0';
+        const int manager = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        const ::timeval patience{.tv_sec = 30, .tv_usec = 0};
+        ASSERT_EQ(::setsockopt(manager, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), 0);
+        const auto size = static_cast<::socklen_t>(offsetof(::sockaddr_un, sun_path) + place.size());
+        ASSERT_EQ(::bind(manager, reinterpret_cast<const ::sockaddr*>(&address), size), 0);
+        const auto told = [manager] {
+            std::array<char, 100> message{};
+            const ::ssize_t count = ::recv(manager, message.data(), message.size(), 0);
+            return std::string{message.data(), count < 0 ? 0 : static_cast<std::size_t>(count)};
+        };
+        exporter.environment("NOTIFY_SOCKET=" + place);
+        exporter.serve();
+        EXPECT_EQ(told(), "READY=1");
+        EXPECT_EQ(exporter.stop(SIGTERM).status, 0);
+        EXPECT_EQ(told(), "STOPPING=1");
+        ::close(manager);
     }
 }
 
