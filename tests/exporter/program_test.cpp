@@ -54,9 +54,11 @@ const std::string impatient = "X-Prometheus-Scrape-Timeout-Seconds: 0.7\r\n";
 const std::string head =
     R"("format":1,"program":"ivra-bsp-readings","version":"1.2.3","time":"T","host":"h","platform":"simulated")";
 
-/// A script that says that there are two boards, of which the first one is read.
-const std::string two_boards = "echo '{" + head + R"(,"announced":[{"index":0,"uid":"a"},{"index":1,"uid":"b"}]}')" +
-                               "\n" + R"(echo '{"index":0,"uid":"a","state":"ok","health":"ok","findings":[]}')" + "\n";
+/// A script that says that there are two boards, of which the first one is read. It says so at once: nobody may listen
+/// any more when it says a second thing.
+const std::string two_boards = "echo '{" + head + R"(,"announced":[{"index":0,"uid":"a"},{"index":1,"uid":"b"}]}
+{"index":0,"uid":"a","state":"ok","health":"ok","findings":[]}')" +
+                               "\n";
 
 std::string read_file(const fs::path& file)
 {
