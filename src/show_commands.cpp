@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace ivra::bsp {
 
@@ -57,7 +58,7 @@ void show_transceivers_info(board_monitor& monitor)
 void show_sensors(board_monitor& monitor)
 {
     output::get().log_part("Retrieving sensor data... ");
-    const board::sensors_t report = monitor.get_board().get_sensors();
+    board::sensors_t report = monitor.get_board().get_sensors();
     output::get().log("done", color::green);
 
     section s{"Sensors", std::nullopt, 0};
@@ -66,12 +67,12 @@ void show_sensors(board_monitor& monitor)
     } else {
         section::array table{.row_key = "sensors",
                              .first_header = "Sensor",
-                             .headers = report.columns,
+                             .headers = std::move(report.columns),
                              .rows = {},
                              .level = static_cast<unsigned short>(s.level + 1)};
-        for (const board::sensor_t& sensor : report.sensors)
-            table.rows.push_back({sensor.name, sensor.values, color::normal});
-        s.entries.emplace_back(table);
+        for (board::sensor_t& sensor : report.sensors)
+            table.rows.push_back({std::move(sensor.name), std::move(sensor.values), color::normal});
+        s.entries.emplace_back(std::move(table));
     }
     print_section(s);
 }

@@ -1,21 +1,16 @@
 #include "output/section.h"
 
 #include "text/text.h"
-#include "text/text_stream.h"
 
-#include <ios>
 #include <utility>
 
 namespace ivra::bsp {
 
 namespace {
 
-template <class T>
-std::string to_text(const T& value)
+std::string to_text(std::string value)
 {
-    text_stream stream;
-    stream << value;
-    return stream.str();
+    return value;
 }
 
 std::string to_text(const char* value)
@@ -28,7 +23,7 @@ std::string to_text(const char* value)
 template <class T>
 stat_t& stat_t::set_value(T v)
 {
-    value = to_text(v);
+    value = to_text(std::move(v));
     return *this;
 }
 
@@ -48,7 +43,8 @@ section& section::add_stat(const stat_t& stat)
 template <class T>
 section& section::add_stat(const std::string& stat_name, T value, color c)
 {
-    return add_stat(stat_t{stat_name, to_text(value), c});
+    entries.emplace_back(stat_t{stat_name, to_text(std::move(value)), c});
+    return *this;
 }
 
 template section& section::add_stat(const std::string&, const char*, color);
@@ -70,11 +66,7 @@ section& section::list::add_section(const std::string& section_name, const std::
 template <class T>
 std::string stat_str(T value, const std::string& unit, std::size_t precision)
 {
-    text_stream stream;
-    stream.setf(std::ios_base::fixed, std::ios_base::floatfield);
-    stream.precision(static_cast<std::streamsize>(precision));
-    stream << without_nan_sign(value) << ' ' << unit;
-    return stream.str();
+    return fixed(value, precision) + ' ' + unit;
 }
 
 template std::string stat_str(double, const std::string&, std::size_t);

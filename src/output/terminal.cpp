@@ -110,8 +110,9 @@ void terminal::print_part(const std::string& text)
 
 void terminal::print_line(const std::string& text, color c, unsigned short indent)
 {
-    stream_ << std::string(indent, '\t') << colors_.at(c) << text << colors_.at(color::normal) << '\n';
-    flush();
+    std::string line(indent, '\t');
+    line.append(colors_.at(c)).append(text).append(colors_.at(color::normal)).append("\n");
+    print_text(line);
 }
 
 void terminal::print_stat(const section::stat_t& stat, unsigned short pad, unsigned short indent)
@@ -124,19 +125,19 @@ void terminal::print_stat(const section::stat_t& stat, unsigned short pad, unsig
 
 void terminal::print_out_content(const std::list<section::entry>& entries, unsigned short indent)
 {
-    const auto label_length = [](const section::stat_t& stat) { return bsp::printable(stat.name).size(); };
-
-    std::size_t width = 0;
+    std::vector<std::size_t> label_lengths;
     for (const section::entry& e : entries)
         if (const auto* stat = std::get_if<section::stat_t>(&e))
-            width = std::max(width, label_length(*stat));
+            label_lengths.push_back(bsp::printable(stat->name).size());
+    const auto width = std::max_element(label_lengths.begin(), label_lengths.end());
 
+    auto length = label_lengths.begin();
     for (const section::entry& e : entries) {
         std::visit(
             [&](const auto& node) {
                 using node_t = std::decay_t<decltype(node)>;
                 if constexpr (std::is_same_v<node_t, section::stat_t>) {
-                    print_stat(node, to_width(width - label_length(node)), static_cast<unsigned short>(indent + 1));
+                    print_stat(node, to_width(*width - *length++), static_cast<unsigned short>(indent + 1));
                 } else if constexpr (std::is_same_v<node_t, section::array>) {
                     print_out_array(node);
                 } else {

@@ -1,23 +1,18 @@
 #include "text/text.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
-#include <codecvt>
+#include <cstdio>
+#include <cstdlib>
 #include <iterator>
-#include <locale>
+#include <limits>
+#include <new>
 #include <stdexcept>
 
 namespace ivra::bsp {
 
 namespace {
-
-/// Only makes the facet's destructor public, so that a converter can own it.
-template <class Facet>
-struct deletable_facet : Facet
-{
-    using Facet::Facet;
-    ~deletable_facet() override = default;
-};
 
 constexpr bool is_continuation(char c)
 {
@@ -28,6 +23,12 @@ constexpr bool is_continuation(char c)
 constexpr bool is_plain(char c)
 {
     return c >= ' ' && c <= '~';
+}
+
+/// How many of these `s` begins with.
+std::size_t plain_length(std::string_view s)
+{
+    return static_cast<std::size_t>(std::ranges::find_if_not(s, is_plain) - s.begin());
 }
 
 /// Length of the UTF-8 sequence with which `s`, not empty, begins (Unicode, table 3-7); 0 when it is not a valid one.
@@ -86,13 +87,13 @@ bool is_hidden(char32_t code)
 
 std::size_t strlen_utf8(std::string_view s)
 {
-    if (std::ranges::all_of(s, is_plain))
-        return s.size();
-    using facet = deletable_facet<std::codecvt<char32_t, char, std::mbstate_t>>;
-    std::wstring_convert<facet, char32_t> converter;
-    const std::size_t length = converter.from_bytes(s.data(), s.data() + s.size()).size();
-    if (converter.converted() != s.size()) // it stops silently at a sequence that the end cuts off
-        throw std::range_error{"Incomplete UTF-8 sequence"};
+    std::size_t length = plain_length(s);
+    for (s.remove_prefix(length); !s.empty(); ++length) {
+        const std::size_t bytes = sequence_length(s);
+        if (bytes == 0)
+            throw std::range_error{"Invalid UTF-8 sequence"};
+        s.remove_prefix(bytes);
+    }
     return length;
 }
 
@@ -101,7 +102,7 @@ std::string printable(std::string_view s)
     std::string text;
     text.reserve(s.size());
     while (!s.empty()) {
-        const auto plain = static_cast<std::size_t>(std::ranges::find_if_not(s, is_plain) - s.begin());
+        const std::size_t plain = plain_length(s);
         text += s.substr(0, plain);
         s.remove_prefix(plain);
         if (s.empty())
@@ -127,15 +128,22 @@ std::string valid_utf8(std::string_view s)
 
 std::optional<std::uint32_t> to_index(const std::string& selector)
 {
-    try {
-        std::size_t used = 0;
-        const long number = std::stol(selector, &used, 0);
-        if (used == selector.size())
-            return static_cast<std::uint32_t>(number);
-    } catch (const std::logic_error&) {
-        // No digits, or more than fit.
-    }
-    return std::nullopt;
+    char* end = nullptr;
+    errno = 0;
+    const long number = std::strtol(selector.c_str(), &end, 0);
+    const bool is_whole = end != selector.c_str() && end == selector.c_str() + selector.size();
+    return is_whole && errno == 0 ? std::optional{static_cast<std::uint32_t>(number)} : std::nullopt;
+}
+
+std::string fixed(double value, std::size_t decimals)
+{
+    constexpr std::size_t most = std::numeric_limits<double>::max_exponent10 + 4; // sign, digits, point, end
+    std::string text(most + decimals, '\0');
+    const int length =
+        std::snprintf(text.data(), text.size(), "%.*f", static_cast<int>(decimals), without_nan_sign(value));
+    if (length < 0)
+        throw std::bad_alloc{};
+    return text.substr(0, static_cast<std::size_t>(length));
 }
 
 double without_nan_sign(double value)

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <iomanip>
 #include <ios>
 #include <stdexcept>
 
@@ -119,13 +118,11 @@ std::string units_text(const sensor_record_t& record)
 
 std::string value_text(const sensor_record_t& record, std::uint8_t raw)
 {
-    text_stream text;
-    text << std::fixed << std::setprecision(2) << without_nan_sign(convert_reading(record, raw));
+    std::string text = fixed(convert_reading(record, raw), 2);
     // Deliberate: without a base unit there is no space, whatever else follows.
     if (!unit_name(record.base_unit).empty())
-        text << ' ';
-    text << units_text(record);
-    return text.str();
+        text += ' ';
+    return text + units_text(record);
 }
 
 } // namespace

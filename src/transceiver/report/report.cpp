@@ -1,7 +1,6 @@
 #include "transceiver/report/report.h"
 
 #include "text/text.h"
-#include "text/text_stream.h"
 
 #include <cmath>
 #include <cstddef>
@@ -48,13 +47,10 @@ section& add_channel(section::list& channels, std::size_t number)
 template <class T>
 std::string optical_power_str(T milliwatts)
 {
-    text_stream stream;
-    stream.setf(std::ios_base::fixed, std::ios_base::floatfield);
-    stream.precision(decimals);
-    stream << without_nan_sign(milliwatts) << " mW";
+    std::string text = fixed(milliwatts, decimals) + " mW";
     if (milliwatts != 0)
-        stream << " (" << without_nan_sign(10 * std::log10(milliwatts)) << " dBm)";
-    return stream.str();
+        text += " (" + fixed(10 * std::log10(milliwatts), decimals) + " dBm)";
+    return text;
 }
 
 template std::string optical_power_str(double);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <stdexcept>
 #include <string>
 
@@ -20,6 +21,20 @@ TEST(strlen_utf8, invalid_utf8_is_a_range_error)
 {
     EXPECT_THROW(strlen_utf8("\xff"), std::range_error);
     EXPECT_THROW(strlen_utf8("\xc2"), std::range_error);
+    EXPECT_THROW(strlen_utf8("45 \xb0"
+                             "C"),
+                 std::range_error);
+}
+
+TEST(fixed, writes_a_number_with_so_many_decimals)
+{
+    EXPECT_EQ(fixed(12.3456, 2), "12.35");
+    EXPECT_EQ(fixed(-0.0005, 3), "-0.001") << "the double is a little more than half";
+    EXPECT_EQ(fixed(0.125, 2), "0.12") << "a half goes to the even digit";
+    EXPECT_EQ(fixed(7, 0), "7");
+    EXPECT_EQ(fixed(-std::numeric_limits<double>::max(), 3).size(), std::string{"-."}.size() + 309 + 3);
+    EXPECT_EQ(fixed(-std::numeric_limits<double>::infinity(), 2), "-inf");
+    EXPECT_EQ(fixed(-std::numeric_limits<double>::quiet_NaN(), 2), "nan");
 }
 
 TEST(printable, shows_control_characters_as_question_marks)
