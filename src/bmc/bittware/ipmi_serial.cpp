@@ -9,7 +9,6 @@
 #include <chrono>
 #include <iomanip>
 #include <iterator>
-#include <map>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -34,24 +33,19 @@ constexpr std::uint8_t start_byte = 0xA0;
 constexpr std::uint8_t stop_byte = 0xA5;
 constexpr std::uint8_t escape_byte = 0xAA;
 
-using escapes_t = std::map<std::uint8_t, std::uint8_t>;
-
-/// Byte of a message, and what follows the escape byte in its place (IPMI 2.0, table 14-5).
-const escapes_t& escapes()
+/// A byte of a message, and what follows the escape byte in its place (IPMI 2.0, table 14-5).
+struct escape_row_t
 {
-    static const escapes_t map{{0xA0, 0xB0}, {0xA5, 0xB5}, {0xA6, 0xB6}, {0xAA, 0xBA}, {0x1B, 0x3B}};
-    return map;
-}
+    std::uint8_t raw;
+    std::uint8_t escaped;
+};
+constexpr escape_row_t escapes[] = {{0xA0, 0xB0}, {0xA5, 0xB5}, {0xA6, 0xB6}, {0xAA, 0xBA}, {0x1B, 0x3B}};
 
-const escapes_t& unescapes()
+/// The row whose `member` has this value; null when none has.
+const escape_row_t* find_escape(std::uint8_t escape_row_t::*member, std::uint8_t value)
 {
-    static const escapes_t map = [] {
-        escapes_t reverse;
-        for (const auto& [raw, escaped] : escapes())
-            reverse.emplace(escaped, raw);
-        return reverse;
-    }();
-    return map;
+    const auto* const row = std::ranges::find(escapes, value, member);
+    return row == std::end(escapes) ? nullptr : row;
 }
 
 constexpr std::uint8_t shifted_netfn(std::uint8_t netfn)
@@ -138,8 +132,8 @@ std::vector<std::uint8_t> encode_frame(std::span<const std::uint8_t> message)
 {
     std::vector<std::uint8_t> frame{start_byte};
     for (const std::uint8_t byte : message) {
-        if (const auto escape = escapes().find(byte); escape != escapes().end())
-            frame.insert(frame.end(), {escape_byte, escape->second});
+        if (const escape_row_t* escape = find_escape(&escape_row_t::raw, byte))
+            frame.insert(frame.end(), {escape_byte, escape->escaped});
         else
             frame.push_back(byte);
     }
@@ -150,8 +144,8 @@ std::vector<std::uint8_t> encode_frame(std::span<const std::uint8_t> message)
 
 void frame_decoder::take_escaped(std::uint8_t byte)
 {
-    if (const auto raw = unescapes().find(byte); raw != unescapes().end())
-        message_.push_back(raw->second);
+    if (const escape_row_t* escape = find_escape(&escape_row_t::escaped, byte))
+        message_.push_back(escape->raw);
     else
         invalid_escapes_.push_back(byte);
 }
@@ -182,10 +176,10 @@ bool strict_frame_decoder::feed(std::uint8_t byte)
         message_.clear();
         state_ = state_t::inside;
     } else if (state_ == state_t::escaped) {
-        const auto raw = unescapes().find(byte);
-        if (raw != unescapes().end())
-            message_.push_back(raw->second);
-        state_ = raw != unescapes().end() ? state_t::inside : state_t::outside;
+        const escape_row_t* const escape = find_escape(&escape_row_t::escaped, byte);
+        if (escape != nullptr)
+            message_.push_back(escape->raw);
+        state_ = escape != nullptr ? state_t::inside : state_t::outside;
     } else if (state_ == state_t::inside) {
         if (byte == stop_byte) {
             state_ = state_t::outside;
