@@ -584,7 +584,9 @@ const bmc_t* bmc_behind(const accelerator_t& accelerator, const core_t& core)
     return is_first && accelerator.bmc ? &*accelerator.bmc : nullptr;
 }
 
-std::filesystem::path racks_folder()
+namespace {
+
+std::filesystem::path find_racks_folder()
 {
     // bin/ lies beside share/; libraries lie one or two folders deeper, as in lib/x86_64-linux-gnu/ivra-virtual.
     const std::filesystem::path folder = this_file().parent_path();
@@ -594,6 +596,14 @@ std::filesystem::path racks_folder()
         if (std::filesystem::exists(folder / prefix / racks, ignored))
             return (folder / prefix / racks).lexically_normal();
     return (folder / ".." / racks).lexically_normal();
+}
+
+} // namespace
+
+const std::filesystem::path& racks_folder()
+{
+    static const std::filesystem::path found = find_racks_folder();
+    return found;
 }
 
 std::filesystem::path rack_in_use()

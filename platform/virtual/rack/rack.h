@@ -112,7 +112,7 @@ const accelerator_t& accelerator_called(const rack_t& rack, const std::string& n
 const char* open_error_name(int number);
 
 /// The folder of the racks that come with the platform; it lies beside the libraries and programs.
-std::filesystem::path racks_folder();
+const std::filesystem::path& racks_folder();
 
 /// The rack that the platform libraries use: IVRA_VIRTUAL_RACK, or the showcase rack that lies beside them.
 std::filesystem::path rack_in_use();
