@@ -66,7 +66,9 @@ _ivra_bsp_commands() {
 
 _ivra_bsp_parts() {
     local part before=""
+    [[ $cur != *[\(\`]* ]] || return # a command in the word: readline begins another word in it
     [[ $cur != *,* ]] || before=${cur%,*},
+    before=${before#[\"\']}
     for part in identity flash boot-image sensors modules; do
         [[ ,$before == *,$part,* ]] || set -- "$@" "$before$part"
     done
@@ -86,8 +88,9 @@ _ivra_bsp_boards() {
         sed -n 's/^      "'"$1"'": "\([^"\\]\{1,\}\)",$/\1/p')
 }
 
+# Each word as it is: compgen would run what one has between "$(" and ")".
 _ivra_bsp_words() {
-    mapfile -t COMPREPLY < <(compgen -W "$*" -- "$cur")
+    mapfile -t COMPREPLY < <(compgen -W "${*@Q}" -- "$cur")
 }
 
 complete -F _ivra_bsp ivra-bsp ivra-bsp-board ivra-bsp-readings ivra-bsp-exporter

@@ -103,8 +103,9 @@ _ivra_virtual_boards() {
     done < <(ivra-virtual expand -- "$rack" 2>/dev/null | sed -n 's/^      "name": "\([^"\\]\{1,\}\)",$/\1/p')
 }
 
+# Each word as it is: compgen would run what one has between "$(" and ")".
 _ivra_virtual_words() {
-    mapfile -t COMPREPLY < <(compgen -W "$*" -- "$cur")
+    mapfile -t COMPREPLY < <(compgen -W "${*@Q}" -- "$cur")
 }
 
 complete -F _ivra_virtual ivra-virtual
