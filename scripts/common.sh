@@ -109,7 +109,7 @@ run_tests() {
 build_packages=(g++ cmake ninja-build rapidjson-dev)
 exporter_packages=(libmicrohttpd-dev prometheus-cpp-dev zlib1g-dev)
 shells=(bash-completion fish zsh)
-test_packages=("${exporter_packages[@]}" "${shells[@]}" freeipmi-tools ipmitool libgtest-dev libgmock-dev libbenchmark-dev jq mandoc
-    python3-jsonschema python3-prometheus-client python3-pyipmi python3-yaml util-linux valgrind)
+test_packages=("${exporter_packages[@]}" "${shells[@]}" freeipmi-tools groff-base ipmitool libgtest-dev libgmock-dev
+    libbenchmark-dev jq mandoc python3-jsonschema python3-prometheus-client python3-pyipmi python3-yaml util-linux valgrind)
 referees=(prometheus)
 check_packages=(clang clang-format clang-tidy doxygen libclang-rt-14-dev)
