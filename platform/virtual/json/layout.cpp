@@ -4,6 +4,8 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <type_traits>
 
 namespace ivra::virtual_platform::json {
@@ -53,34 +55,44 @@ void write(const value_t& value, writer_t& writer)
 /// JSON allows DEL and U+0080 to U+009F as they are; a screen may obey them.
 std::string leaf(const value_t& value)
 {
-    std::string safe;
-    const std::string plain = compact(value);
-    for (std::string_view text{plain}; !text.empty(); text.remove_prefix(1)) {
-        const bool is_c1 = text.size() > 1 && text[0] == '\xc2' && static_cast<std::uint8_t>(text[1]) < 0xa0;
-        if (is_c1)
-            text.remove_prefix(1);
-        if (is_c1 || text[0] == '\x7f')
-            safe += "\\u00" + hex_pair(static_cast<std::uint8_t>(text[0]));
-        else
-            safe += text[0];
+    std::string text = compact(value);
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const bool is_c1 = text[at] == '\xc2' && at + 1 < text.size() && static_cast<std::uint8_t>(text[at + 1]) < 0xa0;
+        if (!is_c1 && text[at] != '\x7f')
+            continue;
+        const std::string escape = "\\u00" + hex_pair(static_cast<std::uint8_t>(text[is_c1 ? at + 1 : at]));
+        text.replace(at, is_c1 ? 2 : 1, escape);
+        at += escape.size() - 1;
     }
-    return safe;
+    return text;
 }
 
-std::string on_one_line(const value_t& value)
+/// Writes `value` to the end of `line`; false as soon as that has `room` characters or more.
+bool write_on_one_line(std::string& line, const value_t& value, std::size_t room)
 {
-    std::string text;
+    const char* separator = "";
     if (const auto* object = value.as<object_t>(); object != nullptr && !object->empty()) {
-        for (const member_t& member : *object)
-            text += (text.empty() ? "{ " : ", ") + leaf({member.name}) + ": " + on_one_line(member.value);
-        return text + " }";
+        line += "{ ";
+        for (const member_t& member : *object) {
+            line += separator + leaf({member.name}) + ": ";
+            separator = ", ";
+            if (!write_on_one_line(line, member.value, room))
+                return false;
+        }
+        line += " }";
+    } else if (const auto* list = value.as<list_t>(); list != nullptr && !list->empty()) {
+        line += '[';
+        for (const value_t& element : *list) {
+            line += separator;
+            separator = ", ";
+            if (!write_on_one_line(line, element, room))
+                return false;
+        }
+        line += ']';
+    } else {
+        line += leaf(value);
     }
-    if (const auto* list = value.as<list_t>(); list != nullptr && !list->empty()) {
-        for (const value_t& element : *list)
-            text += (text.empty() ? "[" : ", ") + on_one_line(element);
-        return text + "]";
-    }
-    return leaf(value);
+    return line.size() < room;
 }
 
 /// Writes `value` to the end of `text`; `indent` is that of the line it begins on, `spread` how many levels are spread
@@ -89,11 +101,14 @@ void lay_out(std::string& text, const value_t& value, std::size_t indent, std::s
 {
     const auto* object = value.as<object_t>();
     const auto* list = value.as<list_t>();
-    const bool has_entries = (object != nullptr && !object->empty()) || (list != nullptr && !list->empty());
-    if (!has_entries || spread == 0) {
-        const std::string line = on_one_line(value);
+    if ((object == nullptr || object->empty()) && (list == nullptr || list->empty())) {
+        text += leaf(value);
+        return;
+    }
+    if (spread == 0) {
+        std::string line;
         const std::size_t column = text.size() - (text.rfind('\n') + 1);
-        if (!has_entries || column + line.size() < widest_line) {
+        if (write_on_one_line(line, value, widest_line - std::min(widest_line, column))) {
             text += line;
             return;
         }
