@@ -236,12 +236,16 @@ constexpr command_t commands[] = {
 
 std::string program_help()
 {
+    constexpr std::size_t summary_column = 30;
     std::string text = "USAGE\n  ivra-virtual COMMAND [ARGUMENT...]\n\n"
                        "Works with racks: the files that describe the simulated boards of the virtual\n"
                        "platform.\n\nCOMMANDS\n";
     for (const command_t& command : commands) {
         std::string usage = "  " + std::string{command.name} + ' ' + std::string{command.arguments};
-        usage.resize(std::max<std::size_t>(usage.size() + 1, 30), ' ');
+        if (usage.size() + 2 > summary_column)
+            usage = usage + '\n' + std::string(summary_column, ' ');
+        else
+            usage.resize(summary_column, ' ');
         text += usage + std::string{command.summary} + '\n';
     }
     return text + "\nOPTIONS\n"

@@ -821,6 +821,11 @@ TEST_F(tool, help_names_every_command_and_fits_80_columns)
     }
     for (const char* command : {"check", "show", "expand", "reset", "new", "run", "change"})
         EXPECT_THAT(run({"--help"}).out, HasSubstr("\n  " + std::string{command} + " "));
+    EXPECT_THAT(run({"--help"}).out,
+                HasSubstr("\n"
+                          "  new [--count=N] [--dump=FILE] MODEL...\n"
+                          "                              Print a rack to start from\n"
+                          "  run [RACK] [-- COMMAND...]  Run a command, or a shell, on simulated boards\n"));
 }
 
 TEST_F(tool, version_is_one_line)
