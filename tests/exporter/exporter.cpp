@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -41,13 +42,20 @@ std::uint16_t find_port(::pid_t process)
 
 } // namespace
 
-connection_t::connection_t(std::uint16_t port) : socket_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)}
+connection_t::connection_t(std::uint16_t port, bool is_v6)
+    : socket_{::socket(is_v6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)}
 {
-    ::sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(::connect(socket_, reinterpret_cast<const ::sockaddr*>(&address), sizeof address), 0);
+    ::sockaddr_in v4{};
+    v4.sin_family = AF_INET;
+    v4.sin_port = htons(port);
+    v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::sockaddr_in6 v6{};
+    v6.sin6_family = AF_INET6;
+    v6.sin6_port = htons(port);
+    v6.sin6_addr = in6addr_loopback;
+    const auto* const address =
+        is_v6 ? reinterpret_cast<const ::sockaddr*>(&v6) : reinterpret_cast<const ::sockaddr*>(&v4);
+    EXPECT_EQ(::connect(socket_, address, is_v6 ? sizeof v6 : sizeof v4), 0);
 }
 
 connection_t::~connection_t()
@@ -100,9 +108,16 @@ exporter_t& exporter_t::reader(const std::string& script)
     return *this;
 }
 
-exporter_t& exporter_t::serve(const std::string& words)
+exporter_t::~exporter_t()
 {
-    running_.emplace(start("--listen 127.0.0.1:0" + (words.empty() ? "" : " " + words)));
+    if (running_) {
+        EXPECT_EQ(stop(SIGTERM).status, 0);
+    }
+}
+
+exporter_t& exporter_t::serve(const std::string& words, streams_t streams)
+{
+    running_.emplace(start("--listen 127.0.0.1:0" + (words.empty() ? "" : " " + words), streams));
     for (int patience = 30'000; (port_ = find_port(running_->process())) == 0; --patience) {
         if (patience == 0) {
             ADD_FAILURE() << "does not listen";
@@ -116,7 +131,13 @@ exporter_t& exporter_t::serve(const std::string& words)
 run_t exporter_t::stop(int signal)
 {
     running_->signal(signal);
-    return running_->end();
+    if (!running_->ends()) {
+        ADD_FAILURE() << "does not end at signal " << signal;
+        running_->signal(SIGKILL);
+    }
+    run_t run = running_->end();
+    running_.reset();
+    return run;
 }
 
 reply_t exporter_t::get(const std::string& path, const std::string& headers) const

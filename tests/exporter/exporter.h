@@ -14,7 +14,8 @@ namespace ivra::tests {
 class connection_t
 {
 public:
-    explicit connection_t(std::uint16_t port);
+    /// To 127.0.0.1, or to ::1.
+    explicit connection_t(std::uint16_t port, bool is_v6 = false);
     ~connection_t();
     connection_t(const connection_t&) = delete;
     connection_t& operator=(const connection_t&) = delete;
@@ -37,16 +38,20 @@ struct reply_t
     std::string status, headers, body;
 };
 
-/// A running ivra-bsp-exporter, which reads the boards of a rack unless the test has put something else beside it.
+/// A running ivra-bsp-exporter, which reads the boards of a rack unless the test has put something else beside it. It
+/// ends with this object, by SIGTERM; the calling test fails if that is no success.
 class exporter_t : public rack_t
 {
 public:
     exporter_t();
+    ~exporter_t();
+    exporter_t(const exporter_t&) = delete;
+    exporter_t& operator=(const exporter_t&) = delete;
 
     /// Puts a program beside the exporter that stands in for ivra-bsp-readings: a script of the shell.
     exporter_t& reader(const std::string& script);
     /// Starts it on some port, and waits until it listens.
-    exporter_t& serve(const std::string& words = "");
+    exporter_t& serve(const std::string& words = "", streams_t streams = {});
     /// Ends it by a signal. What it said up to then.
     run_t stop(int signal);
 

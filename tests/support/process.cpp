@@ -190,6 +190,14 @@ void take_signals()
     ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+/// Lets the kernel ask this filter about every system call from here on.
+void install(std::vector<sock_filter> filter)
+{
+    const sock_fprog program{.len = static_cast<unsigned short>(filter.size()), .filter = filter.data()};
+    if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
+        throw std::system_error{errno, std::generic_category(), "seccomp"};
+}
+
 void become(int target, const channel& c)
 {
     if (c.child.get() >= 0)
@@ -329,6 +337,11 @@ bool running_t::speaks()
     });
 }
 
+bool running_t::ends()
+{
+    return !state_->waits_until([patience = 50'000]() mutable { return --patience == 0; });
+}
+
 run_t running_t::end()
 {
     run_t run;
@@ -363,19 +376,27 @@ run_t run_in_child(function_ref<void()> body, streams_t streams)
     return running_t{body, streams}.end();
 }
 
+void forbid(const std::vector<int>& calls, int error)
+{
+    std::vector<sock_filter> filter{BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
+    for (const int call : calls) {
+        filter.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1));
+        filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)));
+    }
+    filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    install(filter);
+}
+
 void forbid_terminal_size()
 {
-    sock_filter filter[] = {
+    install({
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_ioctl, 0, 3),
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[1])),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, TIOCGWINSZ, 0, 1),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    const sock_fprog program{.len = static_cast<unsigned short>(std::size(filter)), .filter = filter};
-    if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
-        throw std::system_error{errno, std::generic_category(), "seccomp"};
+    });
 }
 
 void set_environment(const std::vector<std::string>& environment)

@@ -71,6 +71,8 @@ public:
     /// Waits until it has ended or has written to a terminal; true when it has written.
     bool speaks();
 
+    /// Waits until it has ended, some seconds at most; false when it still runs.
+    bool ends();
     /// Waits for its end. What was written is there up to now.
     run_t end();
 
@@ -86,6 +88,8 @@ run_t run_in_child(function_ref<void()> body, streams_t streams = {});
 run_t run_program(const std::string& program, const std::vector<std::string>& arguments,
                   const std::vector<std::string>& environment = {}, streams_t streams = {});
 
+/// Makes these system calls fail with an error, in the calling process and in what it runs.
+void forbid(const std::vector<int>& calls, int error);
 /// Makes every query of a terminal's size fail with EPERM, in the calling process and in what it runs.
 void forbid_terminal_size();
 

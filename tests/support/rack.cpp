@@ -138,6 +138,13 @@ rack_t& rack_t::environment(const std::string& entry)
     return *this;
 }
 
+rack_t& rack_t::forbid(const std::vector<int>& calls, int error)
+{
+    forbidden_ = calls;
+    forbidden_error_ = error;
+    return *this;
+}
+
 rack_t& rack_t::program(const std::string& file)
 {
     program_ = file;
@@ -205,6 +212,8 @@ running_t rack_t::start(const std::vector<std::string>& words, const std::vector
     return running_t{[&] {
                          if (host_)
                              enter_host(*host_);
+                         if (!forbidden_.empty())
+                             tests::forbid(forbidden_, forbidden_error_);
                          exec_program(program_, words, environment);
                      },
                      streams, fs::path{program_}.filename()};

@@ -51,6 +51,9 @@ public:
     /// Adds an entry to the environment: "NAME=value", or "NAME" to remove a variable.
     rack_t& environment(const std::string& entry);
 
+    /// Makes these system calls of the program, and of what it starts, fail with an error.
+    rack_t& forbid(const std::vector<int>& calls, int error);
+
     /// Runs another program than ivra-bsp-board.
     rack_t& program(const std::string& file);
 
@@ -84,6 +87,8 @@ private:
     std::optional<std::string> text_;
     std::optional<host_t> host_;
     std::vector<std::string> environment_;
+    std::vector<int> forbidden_; ///< system calls
+    int forbidden_error_ = 0;
     std::string program_;
 };
 
