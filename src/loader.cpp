@@ -19,18 +19,20 @@ namespace ivra::bsp {
 
 namespace {
 
-/// The file of the dynamic loader that started this program.
+/// For dl_iterate_phdr(): stores the file when the object is the dynamic loader.
+int find_loader(dl_phdr_info* object, std::size_t /*size*/, void* file)
+{
+    if (object->dlpi_addr != ::getauxval(AT_BASE))
+        return 0;
+    *static_cast<std::string*>(file) = object->dlpi_name;
+    return 1;
+}
+
+/// The file of the dynamic loader that started this program; empty when it was told to by its own name.
 std::string own_loader()
 {
     std::string file;
-    ::dl_iterate_phdr(
-        [](dl_phdr_info* object, std::size_t, void* result) {
-            if (object->dlpi_addr != ::getauxval(AT_BASE))
-                return 0;
-            *static_cast<std::string*>(result) = object->dlpi_name;
-            return 1;
-        },
-        &file);
+    ::dl_iterate_phdr(&find_loader, &file);
     return file;
 }
 
@@ -93,14 +95,11 @@ std::vector<library_t> parse_libraries(std::string_view list)
 
 std::vector<library_t> libraries_of(const std::filesystem::path& program)
 {
-    const std::string loader = own_loader();
-    if (loader.empty())
-        return {};
     std::vector<std::string> environment;
     for (char** entry = environ; *entry != nullptr; ++entry)
         environment.emplace_back(*entry);
     environment.emplace_back("LD_TRACE_LOADED_OBJECTS=1"); // then it lists them, and starts nothing
-    return parse_libraries(output_of({loader, program}, environment));
+    return parse_libraries(output_of({own_loader(), program}, environment));
 }
 
 bool is_simulated(const std::filesystem::path& library)

@@ -102,6 +102,12 @@ void close_response(MHD_Response* response)
     MHD_destroy_response(response);
 }
 
+/// Lets go of the text of a response.
+void drop_body(void* owner)
+{
+    std::unique_ptr<std::shared_ptr<const std::string>>{static_cast<std::shared_ptr<const std::string>*>(owner)};
+}
+
 using response_t = std::unique_ptr<MHD_Response, decltype(&close_response)>;
 
 /// The body belongs to the response, which several connections may share.
@@ -110,12 +116,7 @@ response_t make_response(const answer_t& answer)
     // The response keeps the text alive until the library lets go of it.
     auto body = std::make_unique<std::shared_ptr<const std::string>>(answer.body);
     response_t response{MHD_create_response_from_buffer_with_free_callback_cls(
-                            answer.body->size(), const_cast<char*>(answer.body->data()),
-                            [](void* owner) {
-                                std::unique_ptr<std::shared_ptr<const std::string>>{
-                                    static_cast<std::shared_ptr<const std::string>*>(owner)};
-                            },
-                            body.get()),
+                            answer.body->size(), const_cast<char*>(answer.body->data()), &drop_body, body.get()),
                         &close_response};
     if (!response)
         throw std::bad_alloc{};

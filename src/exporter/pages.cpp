@@ -33,9 +33,10 @@ void add(json_writer_t& json, const char* name, const std::string& text)
     json.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
 }
 
-const char* explain(absence_t absence)
+/// Why a board has no document.
+std::string explain(const board_t& board)
 {
-    switch (absence) {
+    switch (board.absence) {
     case absence_t::late:
         return "not read in time";
     case absence_t::held:
@@ -43,7 +44,7 @@ const char* explain(absence_t absence)
     case absence_t::failed:
         break;
     }
-    return "could not be read";
+    return board.error;
 }
 
 /// The document of a board that has none.
@@ -61,8 +62,7 @@ std::string make_missing(const board_t& board)
     if (board.uid)
         add(json, "uid", *board.uid);
     add(json, "state", "failed");
-    add(json, "error",
-        board.absence == absence_t::failed && !board.error.empty() ? board.error : explain(board.absence));
+    add(json, "error", explain(board));
     add(json, "health", "unknown");
     json.Key("findings");
     json.StartArray();

@@ -29,6 +29,7 @@
 #include <map>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 namespace ivra::bsp::exporter {
@@ -212,11 +213,9 @@ std::string compress(const std::string& text)
     stream.avail_in = static_cast<::uInt>(text.size());
     stream.next_out = reinterpret_cast<::Bytef*>(packed.data());
     stream.avail_out = static_cast<::uInt>(packed.size());
-    const int result = ::deflate(&stream, Z_FINISH);
+    ::deflate(&stream, Z_FINISH); // all of it, as there is room
     packed.resize(stream.total_out);
     ::deflateEnd(&stream);
-    if (result != Z_STREAM_END)
-        throw std::runtime_error{"Cannot compress an answer"};
     return packed;
 }
 
@@ -292,15 +291,13 @@ void replace_file(const std::filesystem::path& file, const std::string& text)
     if (!S_ISREG(opened.st_mode))
         throw std::runtime_error{describe() + ": it is no file"};
     try {
-        if (::ftruncate(descriptor.get(), 0) != 0 || ::fchmod(descriptor.get(), 0644) != 0)
-            fail(describe(), errno);
-        for (std::size_t written = 0; written < text.size();) {
-            const ::ssize_t count = ::write(descriptor.get(), text.data() + written, text.size() - written);
-            if (count < 0 && errno != EINTR)
-                fail(describe(), errno);
-            written += static_cast<std::size_t>(std::max<::ssize_t>(count, 0));
+        bool is_written = ::ftruncate(descriptor.get(), 0) == 0 && ::fchmod(descriptor.get(), 0644) == 0;
+        for (std::string_view rest = text; is_written && !rest.empty();) {
+            const ::ssize_t count = ::write(descriptor.get(), rest.data(), rest.size());
+            is_written = count >= 0;
+            rest.remove_prefix(static_cast<std::size_t>(std::max<::ssize_t>(count, 0)));
         }
-        if (::fsync(descriptor.get()) != 0)
+        if (!is_written || ::fsync(descriptor.get()) != 0)
             fail(describe(), errno);
         if (::rename(beside.c_str(), file.c_str()) != 0)
             fail("Cannot replace " + file.string(), errno);

@@ -255,12 +255,10 @@ std::string read_limits_file(const std::string& file)
     const limits_reader reader{file};
     // Deliberate: never waits for the other end of a FIFO, which is refused below.
     const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (descriptor == -1)
-        reader.fail_to_read(errno);
     const auto close = [](const int* number) { ::close(*number); };
     const std::unique_ptr<const int, decltype(close)> closer{&descriptor, close};
     struct stat status = {};
-    if (::fstat(descriptor, &status) != 0)
+    if (descriptor == -1 || ::fstat(descriptor, &status) != 0)
         reader.fail_to_read(errno);
     if (S_ISDIR(status.st_mode))
         reader.fail_to_read(EISDIR);
@@ -272,10 +270,9 @@ std::string read_limits_file(const std::string& file)
         const ::ssize_t count = ::read(descriptor, piece.data(), piece.size());
         if (count == 0)
             return text;
-        if (count > 0)
-            text.append(piece.data(), static_cast<std::size_t>(count));
-        else if (errno != EINTR)
+        if (count < 0)
             reader.fail_to_read(errno);
+        text.append(piece.data(), static_cast<std::size_t>(count));
     }
     reader.fail("", "expected a file of at most 1 MiB");
 }

@@ -41,11 +41,10 @@ bool send_line(answer_t kind, std::string text, int flags)
     for (std::size_t sent = 0; sent < text.size();) {
         const ::ssize_t count =
             ::send(worker_socket, text.data() + sent, text.size() - sent, MSG_NOSIGNAL | (sent == 0 ? flags : 0));
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
+        if (count > 0)
+            sent += static_cast<std::size_t>(count);
+        else if (count == 0 || errno != EINTR)
             return false;
-        sent += static_cast<std::size_t>(count);
     }
     return true;
 }
@@ -87,11 +86,10 @@ std::optional<std::string> receive_line()
         }
         searched = received.size();
         const ::ssize_t count = ::recv(worker_socket, piece.data(), piece.size(), 0);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
+        if (count > 0)
+            received.append(piece.data(), static_cast<std::size_t>(count));
+        else if (count == 0 || errno != EINTR)
             return std::nullopt;
-        received.append(piece.data(), static_cast<std::size_t>(count));
     }
 }
 

@@ -168,8 +168,8 @@ std::string end_of(::pid_t process)
 {
     const int keep = process == workers_group ? WNOWAIT : 0;
     ::siginfo_t end{};
-    while (::waitid(P_PID, static_cast<::id_t>(process), &end, WEXITED | keep) == -1 && errno == EINTR)
-        continue;
+    while (::waitid(P_PID, static_cast<::id_t>(process), &end, WEXITED | keep) == -1 && errno == EINTR) {
+    }
     if (end.si_code == CLD_EXITED)
         return "what read it ended with status " + std::to_string(end.si_status);
     return "what read it was ended by signal " + std::to_string(end.si_status) + " (" + ::strsignal(end.si_status) +

@@ -6,19 +6,11 @@ namespace ivra::bsp::transceiver {
 
 namespace {
 
-/// The unit that numbers of this scale count. Deliberate: single precision, so that every digit printed is the
+/// The unit that voltages, powers and biases count. Deliberate: single precision, so that every digit printed is the
 /// one that it has always been.
 double unit_of(scale_t scale)
 {
-    switch (scale) {
-    case scale_t::voltage:
-    case scale_t::power:
-        return 0.0001F;
-    case scale_t::bias:
-        return 0.002F;
-    default:
-        throw std::invalid_argument{"not a number"};
-    }
+    return scale == scale_t::bias ? 0.002F : 0.0001F;
 }
 
 } // namespace
