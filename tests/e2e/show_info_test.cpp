@@ -164,6 +164,8 @@ TEST(show_info, of_a_switch_that_does_not_tell_its_serial_logs_it_as_information
     EXPECT_EQ(rack.environment("IVRA_LOG_LEVEL=2").run("show info"), // information, and what is worse
               says("get_serial: Could not get serial of this switch\n" + before));
     EXPECT_EQ(rack.environment("IVRA_LOG_LEVEL=1").run("show info").out, before) << "it is no warning";
+    const std::string unreadable = "mkdir -p /sys/devices/platform/sid.0/serial; exec " IVRA_BSP "-board show info";
+    EXPECT_EQ(rack.program("/bin/sh").run(std::vector<std::string>{"-c", unreadable}), says(before));
 }
 
 TEST(show_info, of_a_name_that_fills_its_room_shows_it_and_a_longer_one_cannot_be_read)

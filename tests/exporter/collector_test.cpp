@@ -207,6 +207,7 @@ TEST(collector, never_asks_twice_at_a_time_while_boards_are_looked_for)
     host.at(9s).boards.set_aside();
     EXPECT_EQ(host.at(10s).scrape(), 0U);
     EXPECT_TRUE(host.boards.is_complete());
+    EXPECT_FALSE(host.boards.is_announced());
     EXPECT_FALSE(host.boards.make_snapshot(host.now).is_listed);
     EXPECT_EQ(host.boards.make_snapshot(host.now).error, "an earlier collection still looks for the boards");
     host.announce(first, {"a"});

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fstream>
 #include <list>
 #include <memory>
 #include <string>
@@ -39,13 +40,26 @@ listen_address_t loopback()
     return listen;
 }
 
+listen_address_t loopback_v6()
+{
+    ::sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    address.sin6_addr = in6addr_loopback;
+    listen_address_t listen;
+    listen.size = sizeof address;
+    std::memcpy(&listen.address, &address, sizeof address);
+    return listen;
+}
+
 /// A server in this process.
 class listening_t
 {
 public:
-    http_server server{loopback()};
+    explicit listening_t(const listen_address_t& address = loopback()) : server{address} {}
+
+    http_server server;
     const std::uint16_t port =
-        static_cast<std::uint16_t>(std::stoul(server.address().substr(server.address().find(':') + 1)));
+        static_cast<std::uint16_t>(std::stoul(server.address().substr(server.address().rfind(':') + 1)));
 
     /// Lets the server do its work, as at a later time, until something is so.
     template <class Predicate>
@@ -197,6 +211,24 @@ TEST(exporter_server, forgets_who_goes_away_while_it_waits)
     host.answer("here");
     EXPECT_THAT(host.receive(patient), HasSubstr("\r\n\r\nhere"));
     EXPECT_EQ(host.patience(), steady::time_point::max());
+}
+
+TEST(exporter_server, listens_on_ipv6)
+{
+    if (std::ifstream{"/proc/net/if_inet6"}.peek() == std::ifstream::traits_type::eof())
+        GTEST_SKIP() << "this host has none";
+    listening_t host{loopback_v6()};
+    const std::string place = "[::1]:" + std::to_string(host.port);
+    EXPECT_EQ(host.server.address(), place);
+    connection_t scraper{host.port, true};
+    scraper.send(scrape);
+    ASSERT_EQ(host.take_request(), 1U);
+    host.answer("here");
+    EXPECT_THAT(host.receive(scraper), HasSubstr("\r\n\r\nhere"));
+
+    exporter_t exporter;
+    EXPECT_EQ(exporter.run("--listen " + place),
+              fails("ivra-bsp exporter: Cannot listen on " + place + ": Address already in use\n"));
 }
 
 TEST(exporter_server, outlives_a_thousand_connections_at_once)

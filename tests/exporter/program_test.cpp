@@ -5,13 +5,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <cstring>
@@ -20,6 +24,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace ivra::tests {
@@ -319,6 +324,32 @@ TEST(exporter, starts_without_boards_and_where_they_cannot_be_told)
     }
 }
 
+TEST(exporter, starts_where_nothing_can_be_started_to_read_the_boards)
+{
+    exporter_t exporter;
+    const std::string program = (exporter.folder() / "bin/ivra-bsp-readings").string();
+    exporter.reader("");
+    std::ofstream{program} << "no program";
+    exporter.serve();
+    EXPECT_THAT(exporter.get("/metrics").body, HasSubstr("\nivra_exporter_collect_success 0\n"));
+    EXPECT_THAT(exporter.get("/").body,
+                HasSubstr("<p class=\"failed\">Cannot start " + program + ": Exec format error</p>"));
+    exporter_t without_pipes;
+    without_pipes.forbid({SYS_pipe2}, EMFILE);
+    without_pipes.serve();
+    EXPECT_THAT(without_pipes.get("/").body,
+                HasSubstr("<p class=\"failed\">Cannot make a pipe: Too many open files</p>"));
+}
+
+TEST(exporter, lends_a_closed_descriptor_to_nobody)
+{
+    exporter_t exporter;
+    exporter.reader("exit 0\n").serve("", {.out = stream_t::closed, .err = stream_t::closed, .has_input = false});
+    const fs::path descriptors = "/proc/" + std::to_string(exporter.process()) + "/fd";
+    for (const char* descriptor : {"0", "1", "2"})
+        EXPECT_EQ(fs::read_symlink(descriptors / descriptor), "/dev/null") << descriptor;
+}
+
 TEST(exporter, says_that_the_boards_of_its_host_cannot_be_listed)
 {
     exporter_t exporter;
@@ -350,13 +381,20 @@ TEST(exporter, does_not_start_with_what_it_cannot_do)
     const run_t run = exporter.run("--listen 127.0.0.1:0 --limits " + limits);
     EXPECT_TRUE(run.err.starts_with("ivra-bsp exporter: " + limits + ": ")) << run.err;
     EXPECT_EQ(run.status, 1);
+    for (const auto& [call, error, why] :
+         {std::tuple{SYS_signalfd4, EMFILE, "Cannot wait for signals: Too many open files"},
+          {SYS_poll, ENOMEM, "Cannot wait for boards: Cannot allocate memory"}}) {
+        exporter_t without;
+        without.reader("exit 0\n").forbid({call}, error);
+        EXPECT_EQ(without.run("--listen 127.0.0.1:0"), fails(std::string{"ivra-bsp exporter: "} + why + "\n"));
+    }
     exporter.reader("exit 0\n");
     fs::remove(exporter.folder() / "bin/ivra-bsp-readings");
     EXPECT_EQ(exporter.run(""),
               fails("ivra-bsp exporter: Cannot run " + (exporter.folder() / "bin/ivra-bsp-readings").string() +
                     ": No such file or directory\n"));
     for (const char* address : {"", "127.0.0.1", ":9749", "127.0.0.1:", "127.0.0.1:65536", "127.0.0.1:-1",
-                                "localhost:1", "::1:9749", "[::1]", "[::1:9749", "1.2.3:9749"})
+                                "localhost:1", "::1:9749", "[::1]", "[::1:9749", "[1.2.3.4]:9749", "1.2.3:9749"})
         EXPECT_EQ(exporter.run(std::vector<std::string>{"--listen", address}),
                   (run_t{"",
                          std::string{"ivra-bsp exporter: Expected an address and a port, such as 127.0.0.1:9749 or "
@@ -410,6 +448,25 @@ TEST(exporter_text_file, stays_as_it_was_when_it_cannot_be_written)
     fs::create_symlink(file, beside);
     refused("Cannot write " + beside.string() + ": Too many levels of symbolic links");
     fs::remove(beside);
+    int other = ::open(beside.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_EQ(::flock(other, LOCK_EX), 0);
+    refused("Cannot write " + beside.string() + ": another process writes it");
+    ::close(other);
+    fs::remove(beside);
+    ASSERT_EQ(::mkfifo(beside.c_str(), 0600), 0);
+    other = ::open(beside.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    refused("Cannot write " + beside.string() + ": it is no file");
+    ::close(other);
+    fs::remove(beside);
+    for (const auto& [call, error, why] :
+         {std::tuple{SYS_ftruncate, EIO, "write " + beside.string() + ": Input/output error"},
+          {SYS_fsync, ENOSPC, "write " + beside.string() + ": No space left on device"},
+          {SYS_rename, EACCES, "replace " + file.string() + ": Permission denied"}}) {
+        exporter.forbid({call}, error);
+        refused("Cannot " + why);
+        EXPECT_FALSE(fs::exists(beside)) << why;
+    }
+    exporter.forbid({}, 0);
     const std::string pipe = exporter.folder() / "pipe";
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
     EXPECT_EQ(exporter.run("--textfile " + pipe),

@@ -66,6 +66,32 @@ TEST(readings, are_not_of_boards_that_are_skipped_by_what_tells_them)
                     .starts_with(head + R"(,"announced":[{"index":0}]})" + "\n" + R"({"index":0,"state":"ok")"));
 }
 
+TEST(readings, are_also_of_a_board_that_cannot_say_its_name_its_uid_and_its_index)
+{
+    readings_rack_t rack;
+    rack.plug("m48l_xcvu7p").host(plain_host);
+    const std::string nameless =
+        R"({"call": "ivra_hw_prop_get_uid", "errno": "EIO"}, {"call": "ivra_hw_prop_get_name", "errno": "EIO"})";
+    rack.faults(nameless);
+    EXPECT_EQ(rack.run("--check"), says("OK - 1 board | 'board-0 FPGA'=45.5C\n"));
+    rack.faults(nameless + R"(, {"call": "ivra_hw_prop_get_index", "errno": "EIO"})");
+    EXPECT_EQ(rack.run("--check"), says("OK - 1 board | '(unknown) FPGA'=45.5C\n"));
+}
+
+TEST(readings, are_of_a_module_that_no_document_here_describes_and_of_a_bmc_that_chose_no_image)
+{
+    readings_rack_t rack;
+    rack.plug("bittware_xupp3r", {{"bmc", R"({"boot_image": "none", "configured_from": "none"})"},
+                                  {"i2c", R"({"cages": [{"module": "qsfp28-sr4", "bytes": {"0": "7f"}}]})"}});
+    EXPECT_EQ(without_moment(rack.run("--lines --parts boot-image,modules").out),
+              R"({"index":0,"name":"card-0","uid":"0000:00:00.0","state":"ok","model":"bittware_xupp3r",)"
+              R"("boot_image":{"current":"none","next":"none"},"health":"ok","findings":[],)"
+              R"("modules":[{"cage":1,"state":"unsupported","identifier":127},{"cage":2,"state":"empty"},)"
+              R"({"cage":3,"state":"empty"},{"cage":4,"state":"empty"}]})"
+              "\n" +
+                  head + R"(,"health":"ok","findings":[],"board_count":1})" + "\n");
+}
+
 TEST(readings, are_a_screen_on_a_terminal)
 {
     readings_rack_t rack;

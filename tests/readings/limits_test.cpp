@@ -163,6 +163,7 @@ TEST(limits, that_are_no_file_are_not_waited_for)
         {fifo, ": expected a regular file"},
         {folder, ": cannot be read: Is a directory"},
         {folder + "/none", ": cannot be read: No such file or directory"},
+        {"/proc/self/mem", ": cannot be read: Input/output error"},
         {"/dev/zero", ": expected a regular file"},
     };
     for (const auto& row : rows) {

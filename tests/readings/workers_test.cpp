@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/syscall.h>
+
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <fstream>
@@ -102,6 +105,33 @@ TEST(workers, a_crash_loses_nothing_that_the_log_had_said_at_error_level)
     EXPECT_NE(shown.find("card-0: ivra_hw_top_get_board_name: a warning\n"), std::string::npos) << shown;
 }
 
+TEST(workers, an_error_of_the_log_is_a_remark_on_a_board_that_could_be_read)
+{
+    readings_rack_t rack;
+    rack.plug("m48l_xcvu7p").host(plain_host).environment("IVRA_VIRTUAL_TRACE=/dev/null/trace");
+    EXPECT_EQ(rack.run("--text"),
+              says("Health  ID  Name    Model        Serial       Hottest\n"
+                   "ok      0   card-0  m48l_xcvu7p  SSJ17200123  45.5°C\n"
+                   "\n"
+                   "note: card-0: The platform's log: ivra_virtual_trace: Cannot write the trace to /dev/null/trace: "
+                   "Not a directory\n"));
+    EXPECT_EQ(rack.run("--check"), says("OK - 1 board | 'card-0 FPGA'=45.5C\n")) << "no verdict comes of it";
+}
+
+TEST(workers, a_board_that_cannot_be_looked_for_is_not_read)
+{
+    three_boards_t rack{R"("errno": "EIO")"};
+    rack.faults(R"({"call": "ivra_hw_filter_create", "nth": 2, "errno": "ENOMEM"})"); // of the process that reads
+    EXPECT_EQ(rack.run("--text --jobs 1"), (run_t{screen_without_second("Cannot allocate memory"), "", 2}));
+}
+
+TEST(workers, that_cannot_be_waited_for_are_a_failure)
+{
+    three_boards_t rack{R"("errno": "EIO")"};
+    rack.forbid({SYS_poll}, ENOMEM);
+    EXPECT_EQ(rack.run("--text"), fails("ivra-bsp readings: Cannot wait for boards: Cannot allocate memory\n"));
+}
+
 TEST(workers, a_crash_of_all_is_unknown_and_a_failure)
 {
     readings_rack_t rack;
@@ -146,6 +176,16 @@ TEST(workers, that_cannot_be_started_cost_every_board_and_leave_a_document)
                      "unknown: card-0: " +
                          why + "unknown: card-1: " + why + "\n2 boards: unknown\n",
                      "", 1}));
+}
+
+TEST(workers, are_no_processes_where_the_system_has_no_room_for_them)
+{
+    readings_rack_t rack;
+    rack.plug("xilinx_u50").forbid({SYS_clone, SYS_clone3, SYS_vfork}, EAGAIN);
+    EXPECT_EQ(rack.run("--check"),
+              (run_t{"UNKNOWN - 1 board, 1 unknown; card-0: The board could not be read: "
+                     "Cannot start a process that reads boards: Resource temporarily unavailable\n",
+                     "", 3}));
 }
 #endif
 
@@ -323,6 +363,8 @@ TEST(workers, lines_that_nobody_takes_end_the_reading)
     rack.plug("m48l_xcvu7p").plug("m48l_xcvu7p").host(plain_host);
     EXPECT_EQ(rack.run("--lines --jobs 1", {.out = stream_t::broken_pipe}), (run_t{"", "", 1}));
     EXPECT_EQ(traced(rack, "ivra_hw_top_get_board_name(0000:01:00.0").size(), 0U);
+    EXPECT_EQ(rack.run("--lines --announce", {.out = stream_t::broken_pipe}), (run_t{"", "", 1}));
+    EXPECT_EQ(calls(rack, "ivra_hw_top_get_board_name"), 0U) << "nobody was told which boards there are";
 }
 
 TEST(workers, that_are_waited_for_are_named_on_a_terminal)

@@ -5,12 +5,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <ctime>
 #include <iostream>
 #include <string>
 #include <system_error>
 
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace ivra::hw {
@@ -46,6 +48,23 @@ TEST(waiting_notice, is_given_nowhere_else)
     EXPECT_EQ(run.out, "0");
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.status, 0);
+}
+
+TEST(waiting_notice, is_given_to_nobody_where_there_is_no_timer)
+{
+    const tests::run_t run = tests::run_in_child(
+        [] {
+            tests::forbid({SYS_timer_create}, EAGAIN);
+            static volatile std::sig_atomic_t heard = 0;
+            std::signal(SIGURG, [](int) { heard = 1; });
+            const waiting_notice notice{1ms};
+            ::usleep(20000);
+            std::cout << notice.was_given() << heard;
+            std::raise(SIGURG);
+            std::cout << notice.was_given() << heard;
+        },
+        on_a_terminal);
+    EXPECT_EQ(run, tests::says("0001")) << "the signal is what it was";
 }
 
 TEST(waiting_notice, does_not_wait_for_a_terminal_whose_user_has_pressed_ctrl_s)

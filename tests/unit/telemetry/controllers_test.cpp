@@ -16,6 +16,7 @@
 #include <sstream>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace ivra::bsp::telemetry {
@@ -338,6 +339,17 @@ TEST(bmc_walk, reserves_the_records_where_that_is_needed)
     const std::string name = "A name of thirty-one characters";
     bmc_rack_t rack{R"({"to": "04210000000040", "code": "0xc5"})", R"({"name": ")" + name + R"(", "raw": 1})"};
     EXPECT_EQ(controller(rack), identity + "1 " + name + ": 1 \n");
+}
+
+TEST(bmc_walk, loses_a_record_for_which_none_can_be_reserved)
+{
+    const std::string canceled = R"({"to": "04210000000040", "code": "0xc5"}, )";
+    const std::string records = R"({"name": "A name of thirty-one characters", "raw": 1}, {"name": "B", "raw": 2})";
+    for (const auto& [reply, code] : {std::pair{R"("code": "0xc1")", "193"}, {R"("data": "01")", "0"}}) {
+        bmc_rack_t rack{canceled + R"({"to": "0422", )" + reply + '}', records};
+        EXPECT_EQ(controller(rack), identity + "1 : failed: Cannot reserve the BMC's sensor records. Response code: " +
+                                        code + "\n2 B: 2 \n");
+    }
 }
 
 TEST(bmc_walk, of_a_bmc_that_does_not_answer_fails)
