@@ -560,7 +560,10 @@ constexpr change_row_t change_rows[] = {
                              "\nwhat a module measures, or a limit of that:\n"
                              "module 0 temperature 78 C\n"
                              "module 0 temperature high_alarm 75 C\n"
-                             "module 0 rx_power 0.5 0.4 0.1 0.6 mW", 3, any_number, &module_monitor},
+                             "module 0 rx_power 0.5 0.4 0.1 0.6 mW\n"
+                             "MONITOR: temperature, vcc, rx_power, tx_power,\n"
+                             "tx_bias; LIMIT: high_alarm, low_alarm,\n"
+                             "high_warning, low_warning", 3, any_number, &module_monitor},
     {"unplug", "CAGE", "take the module out of a cage, counted from 0", 1, 1, &unplug},
     {"plug", "CAGE MODULE", "put a module into a cage, as a rack says it", 2, any_number, &plug},
     {"power-good", "good|bad", "what an XMC says of the power", 1, 1, &power_good},
