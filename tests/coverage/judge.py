@@ -33,16 +33,20 @@ def counts_of(folder, sources):
 
 
 def read_reasons(file):
-    reasons, reason = {}, None
+    reasons, reason, told = {}, None, []
     for number, line in enumerate(open(file, encoding="utf-8"), 1):
         if not line.strip():
             continue
         if not line[0].isspace():
             reason = line.strip()
+            told.append(reason)
         elif reason is None or ": " not in line:
             sys.exit(f"{file}:{number}: not a reason, and not one's line: {line.strip()}")
         elif reasons.setdefault(line.strip(), reason) != reason:
             sys.exit(f"{file}:{number}: it has another reason above: {line.strip()}")
+    for reason in told:
+        if reason not in reasons.values():
+            sys.exit(f"{file}: a reason for no line: {reason}")
     return reasons
 
 
