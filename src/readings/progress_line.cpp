@@ -1,15 +1,14 @@
 #include "readings/progress_line.h"
 
 #include "readings/text_screen.h"
+#include "text/text.h"
 
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
-#include <cstdio>
 #include <string_view>
 
 namespace ivra::bsp::readings {
@@ -43,10 +42,8 @@ void progress_line::show(std::size_t done, std::size_t count, const std::string&
 {
     if (!is_terminal_ || time < patience)
         return;
-    std::array<char, 32> seconds{};
-    std::snprintf(seconds.data(), seconds.size(), "%.1f", static_cast<double>(time.count()) / 1000);
     const std::string line = std::to_string(done) + " of " + std::to_string(count) + " boards, waiting for " +
-                             shortened(name, 24) + " (" + seconds.data() + " s)";
+                             shortened(name, 24) + " (" + fixed(static_cast<double>(time.count()) / 1000, 1) + " s)";
     is_shown = true;
     // A line that the terminal would break could not be wiped.
     write_to_terminal(std::string{wiping} + shortened(line, std::max<std::size_t>(get_columns(), 2) - 1));

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -32,15 +31,6 @@ color color_of(std::optional<health_t> health)
         break;
     }
     return color::orange;
-}
-
-/// With so many decimals.
-std::string fixed(double value, int decimals)
-{
-    std::string text(32, '\0');
-    text.resize(static_cast<std::size_t>(
-        std::max(0, std::snprintf(text.data(), text.size(), "%.*f", decimals, value)))); // short by what is shown
-    return text;
 }
 
 /// "85.0°C"; empty where nothing has a temperature.

@@ -2,17 +2,28 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <clocale>
 #include <cmath>
+#include <codecvt>
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <limits>
+#include <locale>
 #include <new>
 #include <stdexcept>
 
 namespace ivra::bsp {
 
 namespace {
+
+/// Only makes the facet's destructor public, so that a converter can own it.
+template <class Facet>
+struct deletable_facet : Facet
+{
+    using Facet::Facet;
+    ~deletable_facet() override = default;
+};
 
 constexpr bool is_continuation(char c)
 {
@@ -87,13 +98,13 @@ bool is_hidden(char32_t code)
 
 std::size_t strlen_utf8(std::string_view s)
 {
-    std::size_t length = plain_length(s);
-    for (s.remove_prefix(length); !s.empty(); ++length) {
-        const std::size_t bytes = sequence_length(s);
-        if (bytes == 0)
-            throw std::range_error{"Invalid UTF-8 sequence"};
-        s.remove_prefix(bytes);
-    }
+    if (plain_length(s) == s.size())
+        return s.size();
+    using facet = deletable_facet<std::codecvt<char32_t, char, std::mbstate_t>>;
+    std::wstring_convert<facet, char32_t> converter;
+    const std::size_t length = converter.from_bytes(s.data(), s.data() + s.size()).size();
+    if (converter.converted() != s.size()) // it stops silently at a sequence that the end cuts off
+        throw std::range_error{"Incomplete UTF-8 sequence"};
     return length;
 }
 
@@ -138,9 +149,12 @@ std::optional<std::uint32_t> to_index(const std::string& selector)
 std::string fixed(double value, std::size_t decimals)
 {
     constexpr std::size_t most = std::numeric_limits<double>::max_exponent10 + 4; // sign, digits, point, end
+    static const ::locale_t plain = ::newlocale(LC_ALL_MASK, "C", nullptr);
     std::string text(most + decimals, '\0');
+    const ::locale_t before = ::uselocale(plain); // a platform library may have set one with a decimal comma
     const int length =
         std::snprintf(text.data(), text.size(), "%.*f", static_cast<int>(decimals), without_nan_sign(value));
+    ::uselocale(before);
     if (length < 0)
         throw std::bad_alloc{};
     return text.substr(0, static_cast<std::size_t>(length));

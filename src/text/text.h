@@ -25,7 +25,7 @@ std::string valid_utf8(std::string_view s);
 /// when it is a name.
 std::optional<std::uint32_t> to_index(const std::string& selector);
 
-/// The number with so many decimals, as a stream writes it; "nan" of what is no number.
+/// The number with so many decimals behind a point, whatever the locale; "nan" of what is no number.
 std::string fixed(double value, std::size_t decimals);
 
 /// The number; of what is no number, the one without a sign ("nan" when written): the sign differs between machines.

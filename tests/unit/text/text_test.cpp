@@ -1,7 +1,16 @@
 #include "text/text.h"
 
+#include "support/process.h"
+
 #include <gtest/gtest.h>
 
+#include <stdlib.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iomanip>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -35,6 +44,48 @@ TEST(fixed, writes_a_number_with_so_many_decimals)
     EXPECT_EQ(fixed(-std::numeric_limits<double>::max(), 3).size(), std::string{"-."}.size() + 309 + 3);
     EXPECT_EQ(fixed(-std::numeric_limits<double>::infinity(), 2), "-inf");
     EXPECT_EQ(fixed(-std::numeric_limits<double>::quiet_NaN(), 2), "nan");
+}
+
+/// A locale whose numbers have a comma, made in a folder of its own.
+class comma_locale_t
+{
+public:
+    comma_locale_t()
+    {
+        std::ofstream characters{folder_ / "characters"};
+        characters << "<code_set_name> ASCII\nCHARMAP\n" << std::hex << std::setfill('0');
+        for (int code = 0; code < 128; ++code)
+            characters << "<U" << std::setw(4) << code << "> /x" << std::setw(2) << code << " character\n";
+        characters << "END CHARMAP\n" << std::flush;
+        std::ofstream{folder_ / "numbers"} << "escape_char /\nLC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\n"
+                                              "grouping -1\nEND LC_NUMERIC\n";
+        // It warns of the categories that are missing, with status 1.
+        tests::run_program("/usr/bin/localedef",
+                           {"-c", "-f", folder_ / "characters", "-i", folder_ / "numbers", folder_ / "comma"});
+        ::setenv("LOCPATH", folder_.c_str(), 1);
+        name_ = std::setlocale(LC_NUMERIC, "comma");
+    }
+    comma_locale_t(const comma_locale_t&) = delete;
+    comma_locale_t& operator=(const comma_locale_t&) = delete;
+    ~comma_locale_t() { std::filesystem::remove_all(folder_); }
+
+    bool is_set() const { return name_ != nullptr; }
+
+private:
+    std::filesystem::path folder_ = [] {
+        std::string name = (std::filesystem::temp_directory_path() / "ivra-locale-XXXXXX").string();
+        return ::mkdtemp(name.data()) == nullptr ? "" : name;
+    }();
+    const char* name_ = nullptr;
+};
+
+TEST(fixed, writes_a_point_where_a_platform_library_has_set_the_users_locale)
+{
+    const comma_locale_t locale;
+    ASSERT_TRUE(locale.is_set());
+    ASSERT_EQ(std::strtod("1,5", nullptr), 1.5);
+    EXPECT_EQ(fixed(12.3456, 2), "12.35");
+    EXPECT_EQ(std::strtod("1,5", nullptr), 1.5) << "it leaves the library its own";
 }
 
 TEST(printable, shows_control_characters_as_question_marks)
