@@ -334,11 +334,13 @@ TEST(exporter, starts_where_nothing_can_be_started_to_read_the_boards)
     EXPECT_THAT(exporter.get("/metrics").body, HasSubstr("\nivra_exporter_collect_success 0\n"));
     EXPECT_THAT(exporter.get("/").body,
                 HasSubstr("<p class=\"failed\">Cannot start " + program + ": Exec format error</p>"));
+#if IVRA_SWEEP_STEP == 1 // sanitizers look at memory through pipes
     exporter_t without_pipes;
     without_pipes.forbid({SYS_pipe2}, EMFILE);
     without_pipes.serve();
     EXPECT_THAT(without_pipes.get("/").body,
                 HasSubstr("<p class=\"failed\">Cannot make a pipe: Too many open files</p>"));
+#endif
 }
 
 TEST(exporter, lends_a_closed_descriptor_to_nobody)
