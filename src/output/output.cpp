@@ -123,13 +123,15 @@ void output::reset()
 void output::log(const std::string& text, color c)
 {
     log_terminal().print_line(printable(text), c, 0);
-    messages_.push_back({0, std::exchange(pending_line_, {}) + text});
+    pending_line_ << text;
+    messages_.push_back({0, pending_line_.str()});
+    pending_line_.str({});
 }
 
 void output::log_part(const std::string& text, color /*c*/)
 {
     log_terminal().print_part(printable(text)); // Deliberate: only what completes the line has a colour.
-    pending_line_ += text;
+    pending_line_ << text;
 }
 
 void output::error(const std::string& text)
@@ -156,8 +158,8 @@ void output::exit()
         error(*final_message_);
 
     if (is_json()) {
-        if (!pending_line_.empty())
-            messages_.push_back({0, std::move(pending_line_)});
+        if (std::string pending = pending_line_.str(); !pending.empty())
+            messages_.push_back({0, std::move(pending)});
         stdout_.print_text(document_.complete(success_, final_message_, messages_) + "\n");
     }
     if (const int reason = stdout_.error(); reason != 0) {

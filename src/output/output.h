@@ -4,6 +4,7 @@
 #include "output/json.h"
 #include "output/section.h"
 #include "output/terminal.h"
+#include "text/text_stream.h"
 
 #include <cstdarg>
 #include <cstdint>
@@ -107,7 +108,7 @@ private:
     terminal stderr_;
     json_document document_;
     std::vector<log_message> messages_;
-    std::string pending_line_;
+    text_stream pending_line_;
     std::vector<log_message> platform_messages_; ///< logged by the platform, not said yet
     bool is_holding_log_ = false;
     bool has_lost_message_ = false; ///< there was no memory for one of the platform's

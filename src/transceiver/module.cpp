@@ -115,8 +115,10 @@ bool read_module(bus& bus, transceiver_info_t& info)
         read_sfp(bus, info);
     else if (type == module_type_t::qsfp)
         read_qsfp(bus, info);
-    else
+    else if (type == module_type_t::qsfp_dd)
         read_qsfp_dd(bus, info);
+    else
+        throw std::runtime_error{"Cannot get transceiver stats"};
     return true;
 }
 
