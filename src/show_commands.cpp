@@ -70,6 +70,7 @@ void show_sensors(board_monitor& monitor)
                              .headers = std::move(report.columns),
                              .rows = {},
                              .level = static_cast<unsigned short>(s.level + 1)};
+        table.rows.reserve(report.sensors.size());
         for (board::sensor_t& sensor : report.sensors)
             table.rows.push_back({std::move(sensor.name), std::move(sensor.values), color::normal});
         s.entries.emplace_back(std::move(table));

@@ -48,16 +48,25 @@ std::size_t missing(std::size_t width, std::size_t used)
     return width > used ? width - used : 0;
 }
 
-section::array printable(section::array table)
+/// Bytes of the text as it is shown.
+std::size_t get_size(const std::string& text)
 {
-    const auto make_printable = [](std::string& text) { text = bsp::printable(text); };
-    make_printable(table.first_header);
-    std::for_each(table.headers.begin(), table.headers.end(), make_printable);
-    for (section::array_entry_t& row : table.rows) {
-        make_printable(row.name);
-        std::for_each(row.values.begin(), row.values.end(), make_printable);
-    }
-    return table;
+    return is_plain(text) ? text.size() : printable(text).size();
+}
+
+/// Code points of the text as it is shown.
+std::size_t get_length(const std::string& text)
+{
+    return is_plain(text) ? text.size() : strlen_utf8(printable(text));
+}
+
+/// How much room the name of a row and each of its values take. Deliberate: names are plain ASCII and measured in
+/// bytes, values in code points.
+std::vector<std::size_t> measure(const section::array_entry_t& row)
+{
+    std::vector<std::size_t> lengths(1 + row.values.size(), get_size(row.name));
+    std::transform(row.values.begin(), row.values.end(), lengths.begin() + 1, get_length);
+    return lengths;
 }
 
 } // namespace
@@ -72,7 +81,7 @@ color_map get_color_map(bool enabled)
 
     color_map map;
     for (const palette_row_t& row : palette)
-        map.emplace(row.color, enabled ? row.*column : "");
+        map.emplace_hint(map.end(), row.color, enabled ? row.*column : ""); // in order
     return map;
 }
 
@@ -110,34 +119,46 @@ void terminal::print_part(const std::string& text)
 
 void terminal::print_line(const std::string& text, color c, unsigned short indent)
 {
-    std::string line(indent, '\t');
-    line.append(colors_.at(c)).append(text).append(colors_.at(color::normal)).append("\n");
-    print_text(line);
+    begin_line(c, indent);
+    line_ += text;
+    end_line();
+}
+
+void terminal::begin_line(color c, unsigned short indent)
+{
+    line_.assign(indent, '\t');
+    line_ += colors_.at(c);
+}
+
+void terminal::end_line()
+{
+    line_.append(colors_.at(color::normal)).push_back('\n');
+    print_text(line_);
 }
 
 void terminal::print_stat(const section::stat_t& stat, unsigned short pad, unsigned short indent)
 {
-    std::string line = bsp::printable(stat.name);
-    line.append(pad, ' ').append(": ").append(colors_.at(stat.color));
-    line.append(bsp::printable(stat.value)).append(colors_.at(color::normal));
-    print_line(line, color::normal, indent);
+    begin_line(color::normal, indent);
+    append_printable(line_, stat.name);
+    line_.append(pad, ' ').append(": ").append(colors_.at(stat.color));
+    append_printable(line_, stat.value);
+    line_ += colors_.at(color::normal);
+    end_line();
 }
 
 void terminal::print_out_content(const std::list<section::entry>& entries, unsigned short indent)
 {
-    std::vector<std::size_t> label_lengths;
+    std::size_t width = 0;
     for (const section::entry& e : entries)
         if (const auto* stat = std::get_if<section::stat_t>(&e))
-            label_lengths.push_back(bsp::printable(stat->name).size());
-    const auto width = std::max_element(label_lengths.begin(), label_lengths.end());
+            width = std::max(width, get_size(stat->name));
 
-    auto length = label_lengths.begin();
     for (const section::entry& e : entries) {
         std::visit(
             [&](const auto& node) {
                 using node_t = std::decay_t<decltype(node)>;
                 if constexpr (std::is_same_v<node_t, section::stat_t>) {
-                    print_stat(node, to_width(*width - *length++), static_cast<unsigned short>(indent + 1));
+                    print_stat(node, to_width(width - get_size(node.name)), static_cast<unsigned short>(indent + 1));
                 } else if constexpr (std::is_same_v<node_t, section::array>) {
                     print_out_array(node);
                 } else {
@@ -150,50 +171,52 @@ void terminal::print_out_content(const std::list<section::entry>& entries, unsig
     }
 }
 
-void terminal::print_out_array(const section::array& array)
+void terminal::print_out_array(const section::array& table)
 {
-    const section::array table = printable(array);
+    const section::array_entry_t head{table.first_header, table.headers, color::bold};
+    std::vector<std::vector<std::size_t>> lengths(table.rows.size());
+    std::transform(table.rows.begin(), table.rows.end(), lengths.begin(), measure);
 
-    // Deliberate: names and headers are plain ASCII and measured in bytes, values in code points.
-    std::size_t name_width = table.first_header.size();
-    for (const section::array_entry_t& row : table.rows)
-        name_width = std::max(name_width, row.name.size());
-    std::vector<unsigned short> widths{to_width(name_width)};
-    for (std::size_t j = 0; j < table.headers.size(); ++j) {
-        std::size_t width = table.headers[j].size();
-        for (const section::array_entry_t& row : table.rows)
-            if (j < row.values.size())
-                width = std::max(width, strlen_utf8(row.values[j]));
-        widths.push_back(to_width(width));
-    }
+    std::vector<unsigned short> widths{to_width(get_size(head.name))};
+    for (const std::string& header : head.values)
+        widths.push_back(to_width(get_size(header)));
+    for (const std::vector<std::size_t>& row : lengths)
+        for (std::size_t j = 0; j < std::min(widths.size(), row.size()); ++j)
+            widths[j] = std::max(widths[j], to_width(row[j]));
 
     print_line(get_table_sep(widths, {"┌", "┬", "┐"}), color::normal, table.level);
-    print_table_row({table.first_header, table.headers, color::bold}, widths, alignment_t::left, table.level);
+    print_table_row(head, widths, alignment_t::left, table.level);
     print_line(get_table_sep(widths, {"├", "┼", "┤"}), color::normal, table.level);
-    for (const section::array_entry_t& row : table.rows)
-        print_table_row(row, widths, alignment_t::right, table.level);
+    for (std::size_t i = 0; i < table.rows.size(); ++i)
+        print_measured_row(table.rows[i], lengths[i], widths, alignment_t::right, table.level);
     print_line(get_table_sep(widths, {"└", "┴", "┘"}), color::normal, table.level);
 }
 
 void terminal::print_table_row(const section::array_entry_t& row, const std::vector<unsigned short>& widths,
                                alignment_t align, unsigned short indent)
 {
-    const char* const c = colors_.at(row.color);
-    const char* const r = colors_.at(color::normal);
+    print_measured_row(row, measure(row), widths, align, indent);
+}
 
-    std::string line = "│ ";
-    line.append(c).append(row.name).append(r).append(missing(widths.at(0), row.name.size()), ' ').append(" │");
+void terminal::print_measured_row(const section::array_entry_t& row, const std::vector<std::size_t>& lengths,
+                                  const std::vector<unsigned short>& widths, alignment_t align, unsigned short indent)
+{
+    const std::string_view c = colors_.at(row.color);
+    const std::string_view r = colors_.at(color::normal);
+
+    begin_line(color::normal, indent);
+    line_.append("│ ").append(c);
+    append_printable(line_, row.name);
+    line_.append(r).append(missing(widths.at(0), lengths.at(0)), ' ').append(" │");
     for (std::size_t j = 1; j < widths.size(); ++j) {
-        const std::string_view value = j <= row.values.size() ? std::string_view{row.values[j - 1]} : "";
-        const std::size_t padding = missing(widths[j], strlen_utf8(value));
-        if (align == alignment_t::right)
-            line.append(padding, ' ');
-        line.append(" ").append(c).append(value).append(r);
-        if (align == alignment_t::left)
-            line.append(padding, ' ');
-        line.append(" │");
+        const bool is_there = j < lengths.size();
+        const std::size_t padding = missing(widths[j], is_there ? lengths[j] : 0);
+        line_.append(align == alignment_t::right ? padding + 1 : 1, ' ').append(c);
+        if (is_there)
+            append_printable(line_, row.values[j - 1]);
+        line_.append(r).append(align == alignment_t::left ? padding : 0, ' ').append(" │");
     }
-    print_line(line, color::normal, indent);
+    end_line();
 }
 
 } // namespace ivra::bsp

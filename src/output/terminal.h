@@ -4,6 +4,7 @@
 #include "output/section.h"
 
 #include <array>
+#include <cstddef>
 #include <iosfwd>
 #include <list>
 #include <map>
@@ -46,7 +47,7 @@ public:
     void print_line(const std::string& text, color c, unsigned short indent);
     void print_stat(const section::stat_t& stat, unsigned short pad, unsigned short indent);
     void print_out_content(const std::list<section::entry>& entries, unsigned short indent);
-    void print_out_array(const section::array& array);
+    void print_out_array(const section::array& table);
     void print_table_row(const section::array_entry_t& row, const std::vector<unsigned short>& widths,
                          alignment_t align, unsigned short indent);
 
@@ -54,10 +55,16 @@ public:
     int error() const { return error_; }
 
 private:
+    void begin_line(color c, unsigned short indent);
+    void end_line();
+    /// `lengths` are those of the row's name and of its values.
+    void print_measured_row(const section::array_entry_t& row, const std::vector<std::size_t>& lengths,
+                            const std::vector<unsigned short>& widths, alignment_t align, unsigned short indent);
     void flush();
 
     std::ostream& stream_;
     color_map colors_;
+    std::string line_; ///< the one that is being made
     int error_ = 0;
 };
 

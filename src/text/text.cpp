@@ -31,7 +31,7 @@ constexpr bool is_continuation(char c)
 }
 
 /// Nearly every character of a report: a byte that needs no second look.
-constexpr bool is_plain(char c)
+constexpr bool is_plain_character(char c)
 {
     return c >= ' ' && c <= '~';
 }
@@ -39,7 +39,7 @@ constexpr bool is_plain(char c)
 /// How many of these `s` begins with.
 std::size_t plain_length(std::string_view s)
 {
-    return static_cast<std::size_t>(std::ranges::find_if_not(s, is_plain) - s.begin());
+    return static_cast<std::size_t>(std::ranges::find_if_not(s, is_plain_character) - s.begin());
 }
 
 /// Length of the UTF-8 sequence with which `s`, not empty, begins (Unicode, table 3-7); 0 when it is not a valid one.
@@ -98,7 +98,7 @@ bool is_hidden(char32_t code)
 
 std::size_t strlen_utf8(std::string_view s)
 {
-    if (plain_length(s) == s.size())
+    if (is_plain(s))
         return s.size();
     using facet = deletable_facet<std::codecvt<char32_t, char, std::mbstate_t>>;
     std::wstring_convert<facet, char32_t> converter;
@@ -108,21 +108,30 @@ std::size_t strlen_utf8(std::string_view s)
     return length;
 }
 
+bool is_plain(std::string_view s)
+{
+    return plain_length(s) == s.size();
+}
+
 std::string printable(std::string_view s)
 {
     std::string text;
-    text.reserve(s.size());
-    while (!s.empty()) {
+    append_printable(text, s);
+    return text;
+}
+
+void append_printable(std::string& text, std::string_view s)
+{
+    for (;;) {
         const std::size_t plain = plain_length(s);
-        text += s.substr(0, plain);
+        text.append(s.data(), plain);
         s.remove_prefix(plain);
         if (s.empty())
-            break;
+            return;
         const std::string_view sequence = s.substr(0, std::max<std::size_t>(sequence_length(s), 1));
         text += is_hidden(code_point(sequence)) ? "?" : sequence;
         s.remove_prefix(sequence.size());
     }
-    return text;
 }
 
 std::string valid_utf8(std::string_view s)

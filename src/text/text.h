@@ -17,6 +17,10 @@ std::size_t strlen_utf8(std::string_view s);
 /// device can send escape sequences to a terminal or show what it does not say. So is a byte 0x80 to 0x9F that is not
 /// part of UTF-8; others of these pass unchanged, as does NUL.
 std::string printable(std::string_view s);
+/// Appends the same to `text`.
+void append_printable(std::string& text, std::string_view s);
+/// Whether each byte is a character of ASCII that is seen, or a space: such a text is shown as it is.
+bool is_plain(std::string_view s);
 
 /// `s` as a JSON document may hold it: each byte that is not part of valid UTF-8 is U+FFFD.
 std::string valid_utf8(std::string_view s);

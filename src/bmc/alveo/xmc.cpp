@@ -163,6 +163,7 @@ bool xmc::is_power_good()
 board::sensors_t xmc::get_sensors(registers::sensor_list sensors)
 {
     board::sensors_t report{.columns = {"Current", "Average", "Maximum"}, .sensors = {}};
+    report.sensors.reserve(sensors.size() + 1);
     for (const registers::sensor_reg_t& sensor : sensors) {
         const auto text = [&](std::uint32_t value) { return std::to_string(value) + ' ' + sensor.unit.data(); };
         const sensor_values_t values = read_sensor(sensor);

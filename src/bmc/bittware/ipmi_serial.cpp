@@ -131,6 +131,7 @@ std::vector<std::uint8_t> encode_request(std::uint8_t netfn, std::uint8_t cmd, s
 std::vector<std::uint8_t> encode_frame(std::span<const std::uint8_t> message)
 {
     std::vector<std::uint8_t> frame{start_byte};
+    frame.reserve(2 * message.size() + 2);
     for (const std::uint8_t byte : message) {
         if (const escape_row_t* escape = find_escape(&escape_row_t::raw, byte))
             frame.insert(frame.end(), {escape_byte, escape->escaped});
@@ -152,20 +153,27 @@ void frame_decoder::take_escaped(std::uint8_t byte)
 
 void frame_decoder::feed(const buffer_t& buffer, std::size_t count)
 {
-    for (std::size_t i = 0; i < std::min(count, buffer_size) && !complete(); ++i) {
-        const std::uint8_t byte = buffer[i];
+    const std::span<const std::uint8_t> bytes = std::span{buffer}.first(std::min(count, buffer_size));
+    for (std::size_t i = 0; i < bytes.size() && !complete(); ++i) {
         if (state_ == state_t::looking_for_start) {
-            if (byte == start_byte)
+            if (bytes[i] == start_byte)
                 state_ = state_t::inside;
-        } else if (byte == stop_byte) {
+            continue;
+        }
+        const auto rest = bytes.subspan(i);
+        const auto special =
+            std::ranges::find_if(rest, [](auto byte) { return byte == stop_byte || byte == escape_byte; });
+        message_.insert(message_.end(), rest.begin(), special); // Deliberate: a second start byte, too
+        if (special == rest.end())
+            return;
+        i += static_cast<std::size_t>(special - rest.begin());
+        if (*special == stop_byte) {
             state_ = state_t::complete;
-        } else if (byte == escape_byte) {
+        } else {
             // Deliberate: the next byte of the buffer, even if it is one of an earlier read. An escape byte at the end
             // of the buffer is followed by 0.
             ++i;
             take_escaped(i < buffer_size ? buffer[i] : 0);
-        } else {
-            message_.push_back(byte); // Deliberate: a second start byte, too
         }
     }
 }
