@@ -62,40 +62,51 @@ void remark_on_name(const json::node_t& node, const std::string& name)
         node.remark("no model of this name; is " + codec::enumeration(close) + " meant?");
 }
 
-/// Reads what the model says of a device over its defaults. Throws file_error.
-template <class Device, class Codec>
-void overlay(const model_t& model, const char* name, Device& device, const Codec& device_codec)
-{
-    const json::member_t* const member = json::find(model.document, name);
-    if (member == nullptr || member->value.is_null())
-        return;
-    json::reading reading{model.file, model.folders};
-    const json::node_t top{model.document, reading};
-    device_codec.read(top.below(*member), device);
-    reading.finish();
-}
-
-bmc_t default_bmc(const model_t& model, std::size_t position)
+/// The devices before a model says anything of them.
+bmc_t plain_bmc(const model_t& model)
 {
     bmc_t bmc;
     bmc.fru.manufacturer = "VIRTUAL";
     bmc.fru.product = upper_case(model.short_name);
-    bmc.fru.serial = "VRT" + model.number + formatted("%04zu", position + 1);
+    bmc.fru.serial = "VRT" + model.number + formatted("%04zu", model.position + 1);
     bmc.fru.part_number = "VRT-" + model.number;
     bmc.fru.file_id = "";
-    overlay(model, "bmc", bmc, bmc_codec);
     return bmc;
 }
 
-i2c_t default_i2c(const model_t& model, std::size_t position)
+xmc_t plain_xmc(const model_t& model)
+{
+    constexpr std::size_t most_addresses = 16; // for each of at most 16 XMCs of a board
+    xmc_t xmc;
+    xmc.card.name = "VIRTUAL " + upper_case(model.short_name);
+    xmc.card.revision = "A";
+    // The letter is the XMC's on its board.
+    xmc.card.serial =
+        "VRT" + model.number + static_cast<char>('A' + model.xmc_number % 26) + formatted("%04zu", model.position + 1);
+    // Other ones than the design's.
+    xmc.card.macs = mac_block_t{default_mac(1, model.position, most_addresses * model.xmc_number),
+                                static_cast<std::uint8_t>(std::min(model.mac_count, most_addresses))};
+    xmc.card.fan = false;
+    xmc.card.configuration_mode = 7;
+    xmc.card.maximum_power = 75;
+    xmc.card.firmware = "4.3.9";
+    return xmc;
+}
+
+i2c_t plain_i2c(const model_t& model)
 {
     i2c_t i2c;
-    if (model.i2c && reaches(*model.i2c, i2c_kind_t::mac_eeprom))
-        i2c.mac_eeprom = formatted("MAC=02:00:02:%02zx:%02zx:00", position >> 8U & 0xffU, position & 0xffU);
-    overlay(model, "i2c", i2c, i2c_codec);
-    i2c.cages.resize(fewest_cages(model));
-    i2c.buses = default_buses(model, i2c.cages.size());
+    i2c.mac_eeprom = formatted("MAC=02:00:02:%02zx:%02zx:00", model.position >> 8U & 0xffU, model.position & 0xffU);
     return i2c;
+}
+
+/// Reads what is said of a device over its defaults; nothing when the model does not have it.
+template <class Device, class Codec>
+void visit_device(auto& visit, const char* name, std::optional<Device>& device, Device plain, const Codec& device_codec)
+{
+    device = std::move(plain);
+    if (!visit(name, device, codec::or_null{device_codec, "none"}))
+        device.reset();
 }
 
 } // namespace
@@ -109,27 +120,17 @@ static void describe(auto& visit, model_t& model)
     visit("temperature", model.temperature, codec::real{"a number of degrees Celsius"});
     visit("mac_count", model.mac_count, codec::whole{"a number of addresses", 0, 255});
     visit("flash", model.flash, flash_codec);
-    visit("i2c", model.i2c, codec::or_null{i2c_codec, "none"});
+    visit_device(visit, "i2c", model.i2c, plain_i2c(model), i2c_codec);
+    if (model.i2c && !visit.gives({"i2c", "mac_eeprom"}) && !reaches(*model.i2c, i2c_kind_t::mac_eeprom))
+        model.i2c->mac_eeprom.reset();
     visit("optional_cages", model.optional_cages, codec::whole{"a number of cages", 0, 64});
-    visit("bmc", model.bmc, codec::or_null{bmc_codec, "none"});
-    visit("xmc", model.xmc, codec::or_null{xmc_codec, "none"});
+    visit_device(visit, "bmc", model.bmc, plain_bmc(model), bmc_codec);
+    visit_device(visit, "xmc", model.xmc, plain_xmc(model), xmc_codec);
     visit.check({"optional_cages"}, model.optional_cages <= most_cages(model),
                 "at most " + std::to_string(most_cages(model)) + ", the number of cages");
 }
 
 static constexpr codec::record<model_t> model_codec{R"(a model: { "short_name": "u200", "device": ..., "xmc": ... })"};
-
-/// Reads a model's file over what it has already. Throws file_error.
-static void read_model(std::string_view text, json::reading& reading, model_t& model)
-{
-    model.document = json::parse(text, reading.file(), model_codec.what);
-    model.file = reading.file();
-    model.folders = reading.folders();
-    model_codec.read({model.document, reading}, model);
-    reading.finish();
-    default_accelerator(model, 0); // what it says has to go with the defaults, too
-    default_xmc(model, 0, 0);
-}
 
 bool is_model_file(const fs::path& file)
 {
@@ -139,39 +140,57 @@ bool is_model_file(const fs::path& file)
 std::vector<std::string> check_model(const fs::path& file)
 {
     const fs::path racks = fs::absolute(file).lexically_normal().parent_path().parent_path();
+    const json::value_t document = json::parse(read_file(file), file, model_codec.what);
     json::reading reading{file, {racks, racks_folder()}, json::remarks_t::wanted};
     model_t model;
-    read_model(read_file(file), reading, model);
+    model_codec.read({document, reading}, model);
+    reading.finish();
     return reading.remarks();
 }
 
-const model_t& models::find(const json::node_t& node, const std::string& name)
+/// Throws file_error.
+void models::open(const json::node_t& node, const std::string& name, file_t& file)
 {
-    if (const auto known = models_.find(name); known != models_.end())
-        return known->second;
-    model_t& model = models_[name];
-    model.board = name;
-    const auto file =
+    const auto path =
         is_file_name(name) ? node.reading().find(fs::path{models_folder} / (name + ".json")) : std::nullopt;
-    if (!file) {
-        remark_on_name(node, name);
-        return model;
-    }
+    if (!path)
+        return remark_on_name(node, name);
+    const std::string text = read_file(*path);
+    file.document = json::parse(text, *path, model_codec.what);
+    file.path = *path;
     std::error_code ignored;
+    if (!fs::equivalent(path->parent_path().parent_path(), racks_folder(), ignored))
+        file.text = '\n' + text;
+}
+
+model_t models::read(const json::node_t& node, const std::string& name, std::size_t position, std::size_t xmc_number)
+{
+    model_t plain;
+    plain.board = name;
+    plain.position = position;
+    plain.xmc_number = xmc_number;
+    const auto [known, is_new] = files_.try_emplace(name);
+    file_t& file = known->second;
     try {
-        const std::string text = read_file(*file);
-        json::reading reading{*file, node.reading().folders(), node.reading().wanted()};
-        read_model(text, reading, model);
+        if (is_new)
+            open(node, name, file);
+        if (file.path.empty())
+            return plain;
+        model_t model = plain;
+        json::reading reading{file.path, node.reading().folders(),
+                              is_new ? node.reading().wanted() : json::remarks_t::unwanted};
+        model_codec.read({file.document, reading}, model);
+        reading.finish();
         for (const std::string& remark : reading.remarks())
             node.remark(remark);
-        if (!fs::equivalent(file->parent_path().parent_path(), racks_folder(), ignored))
-            texts_[name] = '\n' + text;
-        texts_[name] += reading.take_opened();
+        if (is_new)
+            file.text += reading.take_opened();
+        model.has_file = true;
+        return model;
     } catch (const file_error& error) {
         node.note(node.value().place, error.what());
-        model = model_t{};
+        return plain;
     }
-    return model;
 }
 
 std::vector<std::string> known_models()
@@ -179,19 +198,22 @@ std::vector<std::string> known_models()
     return json::names_in({racks_folder()}, models_folder);
 }
 
-accelerator_t default_accelerator(const model_t& model, std::size_t position)
+accelerator_t default_accelerator(const model_t& model)
 {
     // An odd factor gives every position another low word.
-    const auto low = static_cast<std::uint32_t>(position + 1) * 0x9e3779b1U;
+    const auto low = static_cast<std::uint32_t>(model.position + 1) * 0x9e3779b1U;
     accelerator_t accelerator;
-    accelerator.name = "virtual-" + model.short_name + "-" + std::to_string(position);
+    accelerator.name = "virtual-" + model.short_name + "-" + std::to_string(model.position);
     accelerator.board = model.board;
-    accelerator.position = position;
+    accelerator.position = model.position;
     accelerator.fpga = {model.device, {low, 0x01285c0fU, 0x40020000U}, model.temperature};
-    accelerator.mac_addresses = consecutive_mac_addresses(default_mac(0, position), model.mac_count);
+    accelerator.mac_addresses = consecutive_mac_addresses(default_mac(0, model.position), model.mac_count);
     accelerator.flash = model.flash;
-    accelerator.i2c = default_i2c(model, position);
-    accelerator.bmc = default_bmc(model, position);
+    if (model.i2c)
+        accelerator.i2c = *model.i2c;
+    accelerator.i2c.cages.resize(fewest_cages(model));
+    accelerator.i2c.buses = default_buses(model, accelerator.i2c.cages.size());
+    accelerator.bmc = model.bmc ? *model.bmc : plain_bmc(model);
     return accelerator;
 }
 
@@ -201,23 +223,9 @@ std::string default_uid(std::size_t position)
     return formatted("%04zx:%02zx:00.0", position / 255, 1 + position % 255);
 }
 
-xmc_t default_xmc(const model_t& model, std::size_t position, std::size_t number)
+xmc_t default_xmc(const model_t& model)
 {
-    constexpr std::size_t most_addresses = 16; // for each of at most 16 XMCs of a board
-    xmc_t xmc;
-    xmc.card.name = "VIRTUAL " + upper_case(model.short_name);
-    xmc.card.revision = "A";
-    // The letter is the XMC's on its board.
-    xmc.card.serial = "VRT" + model.number + static_cast<char>('A' + number % 26) + formatted("%04zu", position + 1);
-    // Other ones than the design's.
-    xmc.card.macs = mac_block_t{default_mac(1, position, most_addresses * number),
-                                static_cast<std::uint8_t>(std::min(model.mac_count, most_addresses))};
-    xmc.card.fan = false;
-    xmc.card.configuration_mode = 7;
-    xmc.card.maximum_power = 75;
-    xmc.card.firmware = "4.3.9";
-    overlay(model, "xmc", xmc, xmc_codec);
-    return xmc;
+    return model.xmc ? *model.xmc : plain_xmc(model);
 }
 
 std::vector<core_t> default_cores(bool i2c, bool uart, std::size_t xmcs)

@@ -13,11 +13,15 @@
 
 namespace ivra::virtual_platform {
 
-/// What a board has when its rack does not say: a file models/NAME.json. A board whose model has no file gets what
-/// stands here.
+/// What a board has when its rack does not say: what a file models/NAME.json says over defaults that depend on the
+/// board. A board whose model has no file gets what stands here.
 struct model_t
 {
-    std::string board;                ///< name that its design reports
+    std::string board;          ///< name that its design reports
+    std::size_t position = 0;   ///< of the board in its rack: no two share a name, a serial number or a MAC address
+    std::size_t xmc_number = 0; ///< which of the board's XMCs `xmc` is
+
+    bool has_file = false;
     std::string short_name = "board"; ///< in default names: "virtual-u200-0"
     std::string number = "0000";      ///< in default serial numbers
     std::string device = "xcvu9p-flgb2104-2-e";
@@ -28,26 +32,28 @@ struct model_t
     std::size_t optional_cages = 0; ///< the last ones, which are there when a rack says more than the others
     std::optional<bmc_t> bmc;
     std::optional<xmc_t> xmc;
-
-    // What it says of these devices is said over defaults that depend on the board.
-    json::value_t document;
-    std::filesystem::path file;
-    std::vector<std::filesystem::path> folders;
 };
 
-/// The models of a rack, each read once: looked for beside the rack, and then with the racks that come with the
+/// The models of a rack, each file opened once: looked for beside the rack, and then with the racks that come with the
 /// platform.
 class models
 {
 public:
     /// `node` names the model, and is where a mistake in its file is noted.
-    const model_t& find(const json::node_t& node, const std::string& name);
-    /// The text of its file, if that lies beside the rack.
-    const std::string& text(const std::string& name) { return texts_[name]; }
+    model_t read(const json::node_t& node, const std::string& name, std::size_t position, std::size_t xmc_number = 0);
+    /// The text of its file, if that lies beside the rack, and what tells the files apart that it names.
+    const std::string& text(const std::string& name) { return files_[name].text; }
 
 private:
-    std::map<std::string, model_t> models_;
-    std::map<std::string, std::string> texts_;
+    struct file_t
+    {
+        std::filesystem::path path; ///< empty: there is none that could be used
+        json::value_t document;
+        std::string text;
+    };
+    static void open(const json::node_t& node, const std::string& name, file_t& file);
+
+    std::map<std::string, file_t> files_;
 };
 
 /// Whether a model's file would have this path: it lies in a folder "models".
@@ -59,11 +65,9 @@ std::vector<std::string> check_model(const std::filesystem::path& file);
 std::vector<std::string> known_models();
 
 /// An accelerator of a model as it is when its rack says no more; but for the uid, and what follows from its cores.
-/// `position` is its place in the rack: no two boards share a name, a serial number or a MAC address.
-accelerator_t default_accelerator(const model_t& model, std::size_t position);
+accelerator_t default_accelerator(const model_t& model);
 std::string default_uid(std::size_t position);
-/// The XMC of so many on its board.
-xmc_t default_xmc(const model_t& model, std::size_t position, std::size_t number);
+xmc_t default_xmc(const model_t& model);
 std::vector<core_t> default_cores(bool i2c, bool uart, std::size_t xmcs);
 
 /// The buses of the model with so many cages: the others are not there, nor is a multiplexer with nothing behind it.

@@ -333,7 +333,7 @@ bool is_present(const json::node_t& node, const accelerator_t& accelerator, cons
 }
 
 /// As many XMCs as there are cores for them.
-void settle_xmcs(const json::node_t& node, const model_t& model, accelerator_t& accelerator)
+void settle_xmcs(const json::node_t& node, const model_t& model, accelerator_t& accelerator, auto default_xmcs)
 {
     const bool is_said = json::find(node.value(), "xmc") != nullptr;
     const bool are_cores_said = json::find(node.value(), "cores") != nullptr;
@@ -345,10 +345,7 @@ void settle_xmcs(const json::node_t& node, const model_t& model, accelerator_t& 
                                             room, hardware_ids::xmc));
     if (is_said)
         return;
-    accelerator.xmcs.clear();
-    const std::size_t count = are_cores_said ? room : model.xmc ? 1 : 0;
-    for (std::size_t number = 0; number < count; ++number)
-        accelerator.xmcs.push_back(default_xmc(model, accelerator.position, number));
+    accelerator.xmcs = default_xmcs(are_cores_said ? room : model.xmc ? 1 : 0);
 }
 
 /// The buses of the model, unless others are spelt out, have the cages.
@@ -371,11 +368,11 @@ void settle_cages(const json::node_t& node, const model_t& model, accelerator_t&
 }
 
 /// What the members say together, and what is left to defaults.
-void settle(const json::node_t& node, const model_t& model, accelerator_t& accelerator)
+void settle(const json::node_t& node, const model_t& model, accelerator_t& accelerator, auto default_xmcs)
 {
     const bool has_i2c_core = is_present(node, accelerator, "i2c", hardware_ids::i2c, model.i2c.has_value());
     const bool has_uart = is_present(node, accelerator, "bmc", hardware_ids::uart, model.bmc.has_value());
-    settle_xmcs(node, model, accelerator);
+    settle_xmcs(node, model, accelerator, default_xmcs);
     if (json::find(node.value(), "cores") == nullptr)
         accelerator.cores = default_cores(has_i2c_core, has_uart, accelerator.xmcs.size());
     if (!has_uart)
@@ -390,7 +387,7 @@ void settle(const json::node_t& node, const model_t& model, accelerator_t& accel
 void remark_on_model(const json::node_t& node, const model_t& model, const std::string& name)
 {
     // Cores that are spelt out say themselves what the design has.
-    if (model.file.empty() || json::find(node.value(), "cores") != nullptr)
+    if (!model.has_file || json::find(node.value(), "cores") != nullptr)
         return;
     const struct
     {
@@ -428,17 +425,22 @@ struct accelerator_codec
         const json::node_t place = node.below(*name);
         std::string model_name;
         codec::long_text.read(place, model_name);
-        const model_t& model = known->find(place, model_name);
-        accelerator = default_accelerator(model, node.index());
+        const model_t model = known->read(place, model_name, node.index());
+        const auto default_xmcs = [&](std::size_t count) {
+            std::vector<xmc_t> xmcs;
+            for (std::size_t number = 0; number < count; ++number)
+                xmcs.push_back(default_xmc(number == 0 ? model : known->read(place, model_name, node.index(), number)));
+            return xmcs;
+        };
+        accelerator = default_accelerator(model);
         const json::member_t* const said = json::find(node.value(), "xmc");
         const auto* several = said == nullptr ? nullptr : said->value.as<json::list_t>();
-        for (std::size_t number = 0; number < (several == nullptr ? 1 : std::min(several->size(), most_xmcs)); ++number)
-            accelerator.xmcs.push_back(default_xmc(model, node.index(), number));
+        accelerator.xmcs = default_xmcs(several == nullptr ? 1 : std::min(several->size(), most_xmcs));
         members.read(node, accelerator);
         accelerator.text = json::compact(node.value()) + known->text(model_name) + node.reading().take_opened();
         if (node.reading().is_beyond_mistake(node.value().end))
             return;
-        settle(node, model, accelerator);
+        settle(node, model, accelerator, default_xmcs);
         if (node.reading().wanted() == json::remarks_t::unwanted)
             return;
         remark_on_model(node, model, model_name);

@@ -151,6 +151,53 @@ TEST_F(model, a_mistake_in_a_file_is_told_with_the_place_in_the_rack)
     }
 }
 
+TEST_F(model, a_mistake_that_only_the_defaults_make_is_told_the_same_way)
+{
+    // 2,048 bytes of fields and these: VIRTUAL, BOARD, VRT00000001, VRT-0000 and an empty one.
+    std::string fields;
+    for (int count = 0; count < 32; ++count)
+        fields += (count == 0 ? "\"" : ", \"") + std::string(63, 'x') + '"';
+    file("models/mine.json", R"({"bmc": {"fru": {"extra": [)" + fields + "]}}}");
+    try {
+        rack(R"("model": "mine")");
+        FAIL() << "the fields do not fit";
+    } catch (const file_error& error) {
+        EXPECT_EQ(error.what(), folder.string() + "/rack.json: /accelerators/0/model: " + folder.string() +
+                                    "/models/mine.json: /bmc/fru: expected fields that fit into a board area of 2040 "
+                                    "bytes");
+    }
+}
+
+TEST_F(model, boards_of_one_model_differ_in_what_it_leaves_out)
+{
+    file("models/mine.json",
+         R"({"number": "77", "bmc": {"fru": {"product": "MINE"}}, "xmc": {"card": {"revision": "B"}},
+      "i2c": {"buses": [{"index": 0, "devices": [{"device": "mac_eeprom", "address": "0x50"}]}]}})");
+    const rack_t host = rack(R"("model": "mine"}, {"model": "mine")");
+    const char* const serials[] = {"VRT770001", "VRT770002"};
+    const char* const card_serials[] = {"VRT77A0001", "VRT77A0002"};
+    const char* const eeproms[] = {"MAC=02:00:02:00:00:00", "MAC=02:00:02:00:01:00"};
+    for (std::size_t at = 0; at < 2; ++at) {
+        const accelerator_t& board = host.accelerators.at(at);
+        EXPECT_EQ(board.bmc.value().fru.product, "MINE") << at;
+        EXPECT_EQ(board.bmc.value().fru.serial, serials[at]);
+        EXPECT_EQ(board.xmcs.at(0).card.revision, "B") << at;
+        EXPECT_EQ(board.xmcs.at(0).card.serial, card_serials[at]);
+        EXPECT_EQ(board.i2c.mac_eeprom, eeproms[at]);
+    }
+}
+
+TEST_F(model, an_EEPROM_that_no_bus_has_holds_what_the_model_says_and_nothing_by_itself)
+{
+    file("models/without.json", R"({"i2c": {"cages": ["empty"]}})");
+    file("models/with.json", R"({"i2c": {"mac_eeprom": "MAC=02:00:00:00:00:01"}})");
+    file("models/silent.json", R"({"i2c": {"mac_eeprom": null,
+      "buses": [{"index": 0, "devices": [{"device": "mac_eeprom", "address": "0x50"}]}]}})");
+    EXPECT_EQ(rack(R"("model": "without")").accelerators.at(0).i2c.mac_eeprom, std::nullopt);
+    EXPECT_EQ(rack(R"("model": "with")").accelerators.at(0).i2c.mac_eeprom, "MAC=02:00:00:00:00:01");
+    EXPECT_EQ(rack(R"("model": "silent")").accelerators.at(0).i2c.mac_eeprom, std::nullopt);
+}
+
 TEST_F(model, a_name_that_is_a_path_is_no_file_but_a_board_that_nobody_knows)
 {
     file("mine.json", R"({"device": "xcmine"})");
