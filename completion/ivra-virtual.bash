@@ -31,10 +31,12 @@ _ivra_virtual() {
 
 _ivra_virtual_no_value() {
     case $command:$cur in
-        :-*) _ivra_virtual_words -h --help --version ;;
+        :-*) _ivra_virtual_words -h --help -V --version ;;
         new:-*) _ivra_virtual_words -h --help --count --dump ;;
         *:-*) _ivra_virtual_words -h --help ;;
-        :*) _ivra_virtual_words bmc change check expand new play reset run schema show ;;
+        :* | help:*)
+            ((count > 1)) || _ivra_virtual_words bmc change check expand help new play reset run schema show
+            ;;
         check:*) _filedir json ;;
         new:*) _ivra_virtual_files models ;;
         schema:*) ((count > 1)) || _ivra_virtual_words faults rack ;;

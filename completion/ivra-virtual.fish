@@ -12,6 +12,11 @@ function __ivra_virtual_is
     and test "$words[1]" = "$argv[1]"
 end
 
+function __ivra_virtual_wants_command
+    set -l words (__ivra_virtual_words)
+    contains -- "$words" '' help
+end
+
 function __ivra_virtual_next
     set -l words (__ivra_virtual_words)
     set -l rack (string replace -r '^~/' ~/ -- $words[2])
@@ -95,17 +100,18 @@ end
 
 complete -c ivra-virtual -f
 complete -c ivra-virtual -n 'not contains -- -- (commandline -opc)' -s h -l help -d 'Show help'
-complete -c ivra-virtual -n '__ivra_virtual_is ""' -l version -d 'Show the version'
-complete -c ivra-virtual -n '__ivra_virtual_is ""' -a bmc -d 'Let IPMI programs talk to the BMC of a board'
-complete -c ivra-virtual -n '__ivra_virtual_is ""' -a change -d 'Change a board while it is used'
-complete -c ivra-virtual -n '__ivra_virtual_is ""' -a check -d 'Say whether racks and fault plans are good'
-complete -c ivra-virtual -n '__ivra_virtual_is ""' -a expand -d 'Print the rack with every default filled in'
-complete -c ivra-virtual -n '__ivra_virtual_is ""' -a new -d 'Print a rack to start from'
-complete -c ivra-virtual -n '__ivra_virtual_is ""' -a play -d 'Change boards at times that a file says'
-complete -c ivra-virtual -n '__ivra_virtual_is ""' -a reset -d 'Make the boards of a rack, or all, forget'
-complete -c ivra-virtual -n '__ivra_virtual_is ""' -a run -d 'Run a command, or a shell, on simulated boards'
-complete -c ivra-virtual -n '__ivra_virtual_is ""' -a schema -d 'Print the JSON Schema of racks or fault plans'
-complete -c ivra-virtual -n '__ivra_virtual_is ""' -a show -d 'Show what is plugged where, and its state now'
+complete -c ivra-virtual -n '__ivra_virtual_is ""' -s V -l version -d 'Show the version'
+complete -c ivra-virtual -n __ivra_virtual_wants_command -a bmc -d 'Let IPMI programs talk to the BMC of a board'
+complete -c ivra-virtual -n __ivra_virtual_wants_command -a change -d 'Change a board while it is used'
+complete -c ivra-virtual -n __ivra_virtual_wants_command -a check -d 'Say whether racks and fault plans are good'
+complete -c ivra-virtual -n __ivra_virtual_wants_command -a expand -d 'Print the rack with every default filled in'
+complete -c ivra-virtual -n __ivra_virtual_wants_command -a help -d 'Show the help, or that of a command'
+complete -c ivra-virtual -n __ivra_virtual_wants_command -a new -d 'Print a rack to start from'
+complete -c ivra-virtual -n __ivra_virtual_wants_command -a play -d 'Change boards at times that a file says'
+complete -c ivra-virtual -n __ivra_virtual_wants_command -a reset -d 'Make the boards of a rack, or all, forget'
+complete -c ivra-virtual -n __ivra_virtual_wants_command -a run -d 'Run a command, or a shell, on simulated boards'
+complete -c ivra-virtual -n __ivra_virtual_wants_command -a schema -d 'Print the JSON Schema of racks or fault plans'
+complete -c ivra-virtual -n __ivra_virtual_wants_command -a show -d 'Show what is plugged where, and its state now'
 complete -c ivra-virtual -n '__fish_seen_subcommand_from new' -l count -x -d 'Number of boards'
 complete -c ivra-virtual -n '__fish_seen_subcommand_from new' -l dump -r -F -d 'Dump of a module'
 complete -c ivra-virtual -n 'not __ivra_virtual_is ""' -a '(__ivra_virtual_next)'

@@ -6,21 +6,22 @@ _ivra-virtual() {
     local -A opt_args
     local -a help=('(- *)'{-h,--help}'[show help]')
     local folder=${commands[ivra-virtual]:A:h:h}/share/ivra/racks
+    local -a known=(
+        bmc:'let IPMI programs talk to the BMC of a board'
+        change:'change a board while it is used'
+        check:'say whether racks and fault plans are good'
+        expand:'print the rack with every default filled in'
+        help:'show the help, or that of a command'
+        new:'print a rack to start from'
+        play:'change boards at times that a file says'
+        reset:'make the boards of a rack, or all, forget'
+        run:'run a command, or a shell, on simulated boards'
+        schema:'print the JSON Schema of racks or fault plans'
+        show:'show what is plugged where, and its state now'
+    )
 
-    _arguments -C -A '-*' $help '(- *)--version[show the version]' '1: :->command' '*:: :->words' && ret=0
+    _arguments -C -A '-*' $help '(- *)'{-V,--version}'[show the version]' '1: :->command' '*:: :->words' && ret=0
     if [[ $state == command ]]; then
-        local -a known=(
-            bmc:'let IPMI programs talk to the BMC of a board'
-            change:'change a board while it is used'
-            check:'say whether racks and fault plans are good'
-            expand:'print the rack with every default filled in'
-            new:'print a rack to start from'
-            play:'change boards at times that a file says'
-            reset:'make the boards of a rack, or all, forget'
-            run:'run a command, or a shell, on simulated boards'
-            schema:'print the JSON Schema of racks or fault plans'
-            show:'show what is plugged where, and its state now'
-        )
         _describe -t commands command known && ret=0
     elif [[ $state == words ]]; then
         rack=${(Q)words[2]/#\~\//$HOME/}
@@ -32,6 +33,7 @@ _ivra-virtual() {
                 ;;
             check) _arguments $help '*:file:_files -g "*.json"' && ret=0 ;;
             expand | reset | show) _arguments $help '1:rack:_ivra-virtual-racks' && ret=0 ;;
+            help) _arguments $help '1:command: _describe -t commands command known' && ret=0 ;;
             new)
                 _arguments $help '--count=[number of boards]:number' '--dump=[dump of a module]:file:_files' \
                     '*:model: _ivra-virtual-files models' && ret=0

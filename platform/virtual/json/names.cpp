@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <numeric>
 #include <set>
 #include <system_error>
-#include <utility>
 
 namespace ivra::virtual_platform::json {
 
@@ -22,19 +20,22 @@ std::string usual_spelling(std::string_view name)
     return text;
 }
 
-/// How many letters have to be put in, left out or changed to make one text the other.
+/// How many letters have to be put in, left out, changed, or exchanged with their neighbour to make one text the other.
 std::size_t letters_wrong(std::string_view left, std::string_view right)
 {
-    std::vector<std::size_t> row(right.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 0; i < left.size(); ++i) {
-        std::size_t diagonal = std::exchange(row[0], i + 1);
-        for (std::size_t j = 0; j < right.size(); ++j) {
-            const std::size_t changed = diagonal + (left[i] == right[j] ? 0 : 1);
-            diagonal = std::exchange(row[j + 1], std::min({changed, row[j] + 1, row[j + 1] + 1}));
+    std::vector<std::vector<std::size_t>> table(left.size() + 1, std::vector<std::size_t>(right.size() + 1));
+    for (std::size_t i = 0; i <= left.size(); ++i)
+        for (std::size_t j = 0; j <= right.size(); ++j) {
+            if (i == 0 || j == 0) {
+                table[i][j] = i + j;
+                continue;
+            }
+            const std::size_t changed = table[i - 1][j - 1] + (left[i - 1] == right[j - 1] ? 0 : 1);
+            table[i][j] = std::min({changed, table[i - 1][j] + 1, table[i][j - 1] + 1});
+            if (i > 1 && j > 1 && left[i - 1] == right[j - 2] && left[i - 2] == right[j - 1])
+                table[i][j] = std::min(table[i][j], table[i - 2][j - 2] + 1);
         }
-    }
-    return row.back();
+    return table[left.size()][right.size()];
 }
 
 } // namespace

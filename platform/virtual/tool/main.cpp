@@ -6,6 +6,8 @@
 #include "rack/fault_plan.h"
 #include "rack/model.h"
 #include "rack/rack.h"
+#include "json/codec.h"
+#include "json/names.h"
 #include "json/text.h"
 
 #include <algorithm>
@@ -156,6 +158,8 @@ int schema(const words_t& words)
     return exit_success;
 }
 
+int help_command(const words_t& words);
+
 struct command_t
 {
     std::string_view name;
@@ -231,6 +235,9 @@ constexpr command_t commands[] = {
      "  ipmitool -I serial-terminal -D NAME:115200 sensor\n"
      "until it gets SIGINT or SIGTERM.\n",
      2, 2, false, false, &bmc_command},
+    {"help", "[COMMAND]", "Show this help, or that of a command",
+     "Shows what --help shows.\n",
+     0, 1, false, false, &help_command},
 };
 // clang-format on
 
@@ -250,7 +257,7 @@ std::string program_help()
     }
     return text + "\nOPTIONS\n"
                   "  -h, --help                  Show this help, or that of the command before it\n"
-                  "      --version               Show the version\n\n"
+                  "  -V, --version               Show the version\n\n"
                   "ENVIRONMENT\n"
                   "  IVRA_VIRTUAL_STATE          Folder of what boards remember; if not set,\n"
                   "                              ivra-virtual in the user's state folder\n";
@@ -278,6 +285,26 @@ std::string command_help(const command_t& command)
     return "USAGE\n  ivra-virtual " + std::string{command.name} + ' ' + std::string{command.arguments} + "\n\n" +
            std::string{command.help} + (command.run == &new_rack ? model_list() : "") +
            (command.run == &change_command ? "\nWHAT\n" + known_changes() : "");
+}
+
+/// The command of this name. Throws usage_error when there is none.
+const command_t& find_command(const std::string& name)
+{
+    const auto* const command = std::ranges::find(commands, name, &command_t::name);
+    if (command != std::end(commands))
+        return *command;
+    std::vector<std::string> known;
+    for (const command_t& other : commands)
+        known.emplace_back(other.name);
+    const std::vector<std::string_view> close = json::close_names(known, name);
+    throw usage_error{(name.starts_with('-') ? "unknown option \"" : "unknown command \"") + name + '"' +
+                      (close.empty() ? "" : "; is " + json::codec::enumeration(close) + " meant?")};
+}
+
+int help_command(const words_t& words)
+{
+    print(words.arguments.empty() ? program_help() : command_help(find_command(words.arguments.front())));
+    return exit_success;
 }
 
 std::size_t parse_count(const std::string& text)
@@ -356,17 +383,17 @@ int run(const std::vector<std::string>& words)
         print(program_help());
         return exit_success;
     }
-    if (word == "--version") {
+    if (word == "-V" || word == "--version") {
         print("ivra-virtual " IVRA_VERSION "\n");
         return exit_success;
     }
-    const auto* const command = std::ranges::find(commands, word, &command_t::name);
-    if (command == std::end(commands))
-        return usage((word.starts_with('-') ? "unknown option \"" : "unknown command \"") + word + '"', "");
+    std::string_view name; // of the command, once it is known
     try {
-        return run_command(*command, {words.begin() + 1, words.end()});
+        const command_t& command = find_command(word);
+        name = command.name;
+        return run_command(command, {words.begin() + 1, words.end()});
     } catch (const usage_error& error) {
-        return usage(error.what(), command->name);
+        return usage(error.what(), name);
     } catch (const file_error& error) {
         print_error(error.what());
     } catch (const std::exception& error) {

@@ -762,7 +762,14 @@ TEST_F(tool, a_command_line_that_nobody_could_have_meant_is_64_and_says_where_he
     const row_t rows[] = {
         {{}, "expected a command", "--help"},
         {{""}, "unknown command \"\"", "--help"},
-        {{"chekc", "x"}, "unknown command \"chekc\"", "--help"},
+        {{"chekc", "x"}, "unknown command \"chekc\"; is check meant?", "--help"},
+        {{"Show"}, "unknown command \"Show\"; is show meant?", "--help"},
+        {{"chance", "x"}, "unknown command \"chance\"; is change meant?", "--help"},
+        {{"chage"}, "unknown command \"chage\"; is change meant?", "--help"},
+        {{"--shwo"}, "unknown option \"--shwo\"", "--help"},
+        {{"explain"}, "unknown command \"explain\"", "--help"},
+        {{"help", "expnd"}, "help: unknown command \"expnd\"; is expand meant?", "help --help"},
+        {{"help", "show", "x"}, "help: unexpected argument \"x\"", "help --help"},
         {{"--verbose"}, "unknown option \"--verbose\"", "--help"},
         {{"check"}, "check: expected FILE...", "check --help"},
         {{"show"}, "show: expected RACK", "show --help"},
@@ -819,7 +826,7 @@ TEST_F(tool, help_names_every_command_and_fits_80_columns)
         for (std::string line; std::getline(lines, line);)
             EXPECT_LE(line.size(), 79U) << line;
     }
-    for (const char* command : {"check", "show", "expand", "reset", "new", "run", "change"})
+    for (const char* command : {"check", "show", "expand", "reset", "new", "run", "change", "help"})
         EXPECT_THAT(run({"--help"}).out, HasSubstr("\n  " + std::string{command} + " "));
     EXPECT_THAT(run({"--help"}).out,
                 HasSubstr("\n"
@@ -828,11 +835,19 @@ TEST_F(tool, help_names_every_command_and_fits_80_columns)
                           "  run [RACK] [-- COMMAND...]  Run a command, or a shell, on simulated boards\n"));
 }
 
+TEST_F(tool, help_is_a_command_and_an_option)
+{
+    EXPECT_EQ(run({"help"}).out, run({"--help"}).out);
+    EXPECT_EQ(run({"help", "new"}).out, run({"new", "--help"}).out);
+    EXPECT_EQ(run({"help", "help"}).out, run({"help", "-h"}).out);
+}
+
 TEST_F(tool, version_is_one_line)
 {
     const run_t result = run({"--version"});
     EXPECT_THAT(result.out, MatchesRegex("ivra-virtual [0-9]+\\.[0-9]+\\.[0-9]+\n"));
     EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(run({"-V"}).out, result.out);
 }
 
 TEST_F(tool, an_output_that_cannot_be_written_is_a_failure_that_says_why)
