@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <iterator>
+#include <memory>
 #include <system_error>
 #include <utility>
 
@@ -29,17 +29,15 @@ public:
     unowned(const unowned&) = delete;
     unowned& operator=(const unowned&) = delete;
 
-    /// Gives each an owner. Throws std::system_error with EINVAL when there is a null among them.
-    std::vector<std::shared_ptr<T>> own_all()
+    /// Gives each an owner, and that to `take`. Throws std::system_error with EINVAL when there is a null among them.
+    template <class Take>
+    void own_all(Take take)
     {
-        std::vector<std::shared_ptr<T>> owned;
-        owned.reserve(pointers.size());
         for (T*& handle : pointers) {
             if (handle == nullptr)
                 throw std::system_error{EINVAL, std::generic_category()};
-            owned.emplace_back(std::exchange(handle, nullptr), release_);
+            take(std::shared_ptr<T>{std::exchange(handle, nullptr), release_});
         }
-        return owned;
     }
 
     std::vector<T*> pointers;
@@ -56,8 +54,10 @@ struct unowned_descriptors
 
     std::vector<accelerator_descriptor> describe()
     {
-        auto owned = own_all();
-        return {std::move_iterator{owned.begin()}, std::move_iterator{owned.end()}};
+        std::vector<accelerator_descriptor> descriptors;
+        descriptors.reserve(pointers.size());
+        own_all([&](auto owned) { descriptors.emplace_back(std::move(owned)); });
+        return descriptors;
     }
 };
 
@@ -87,8 +87,7 @@ std::vector<mmio_descriptor> accelerator::enumerate_mmios() const
         get(), found.pointers.empty() ? nullptr : found.pointers.data(), found.pointers.size()));
     std::vector<mmio_descriptor> descriptors;
     descriptors.reserve(found.pointers.size());
-    for (auto& handle : found.own_all())
-        descriptors.emplace_back(*this, std::move(handle));
+    found.own_all([&](auto owned) { descriptors.emplace_back(*this, std::move(owned)); });
     return descriptors;
 }
 

@@ -47,9 +47,11 @@ void output::handle_log(int level, const char* /*file*/, int /*line*/, const cha
 {
     output& out = get();
     try {
-        const std::string message = format_message(format, args);
-        out.platform_messages_.push_back({level == IVRA_LOG_ERROR ? 1U : 0U,
-                                          function == nullptr ? message : std::string{function} + ": " + message});
+        std::string text;
+        if (function != nullptr)
+            text.append(function).append(": ");
+        text += format_message(format, args);
+        out.platform_messages_.push_back({level == IVRA_LOG_ERROR ? 1U : 0U, std::move(text)});
     } catch (const std::exception&) {
         out.has_lost_message_ = true;
     }

@@ -8,9 +8,9 @@ namespace ivra::bsp {
 
 namespace {
 
-std::string to_text(std::string value)
+std::string&& to_text(std::string&& value)
 {
-    return value;
+    return std::move(value);
 }
 
 std::string to_text(const char* value)

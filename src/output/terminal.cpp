@@ -96,7 +96,13 @@ std::string get_table_sep(const std::vector<unsigned short>& widths, const std::
     return line;
 }
 
-terminal::terminal(std::ostream& stream) : stream_{stream}, colors_{get_color_map(false)} {}
+terminal::terminal(std::ostream& stream) : stream_{stream} {}
+
+void terminal::set_colors(const color_map& colors)
+{
+    for (const auto& [key, text] : colors)
+        escapes_.at(static_cast<std::size_t>(key)) = text;
+}
 
 void terminal::flush()
 {
@@ -113,7 +119,7 @@ void terminal::print_text(std::string_view text)
 
 void terminal::print_part(const std::string& text)
 {
-    stream_ << colors_.at(color::normal) << text << colors_.at(color::normal);
+    stream_ << escape(color::normal) << text << escape(color::normal);
     flush();
 }
 
@@ -127,12 +133,12 @@ void terminal::print_line(const std::string& text, color c, unsigned short inden
 void terminal::begin_line(color c, unsigned short indent)
 {
     line_.assign(indent, '\t');
-    line_ += colors_.at(c);
+    line_ += escape(c);
 }
 
 void terminal::end_line()
 {
-    line_.append(colors_.at(color::normal)).push_back('\n');
+    line_.append(escape(color::normal)).push_back('\n');
     print_text(line_);
 }
 
@@ -140,25 +146,28 @@ void terminal::print_stat(const section::stat_t& stat, unsigned short pad, unsig
 {
     begin_line(color::normal, indent);
     append_printable(line_, stat.name);
-    line_.append(pad, ' ').append(": ").append(colors_.at(stat.color));
+    line_.append(pad, ' ').append(": ").append(escape(stat.color));
     append_printable(line_, stat.value);
-    line_ += colors_.at(color::normal);
+    line_ += escape(color::normal);
     end_line();
 }
 
 void terminal::print_out_content(const std::list<section::entry>& entries, unsigned short indent)
 {
-    std::size_t width = 0;
+    std::vector<std::size_t> label_sizes;
+    label_sizes.reserve(entries.size());
     for (const section::entry& e : entries)
         if (const auto* stat = std::get_if<section::stat_t>(&e))
-            width = std::max(width, get_size(stat->name));
+            label_sizes.push_back(get_size(stat->name));
+    const auto width = std::max_element(label_sizes.begin(), label_sizes.end());
 
+    auto size = label_sizes.begin();
     for (const section::entry& e : entries) {
         std::visit(
             [&](const auto& node) {
                 using node_t = std::decay_t<decltype(node)>;
                 if constexpr (std::is_same_v<node_t, section::stat_t>) {
-                    print_stat(node, to_width(width - get_size(node.name)), static_cast<unsigned short>(indent + 1));
+                    print_stat(node, to_width(*width - *size++), static_cast<unsigned short>(indent + 1));
                 } else if constexpr (std::is_same_v<node_t, section::array>) {
                     print_out_array(node);
                 } else {
@@ -201,8 +210,8 @@ void terminal::print_table_row(const section::array_entry_t& row, const std::vec
 void terminal::print_measured_row(const section::array_entry_t& row, const std::vector<std::size_t>& lengths,
                                   const std::vector<unsigned short>& widths, alignment_t align, unsigned short indent)
 {
-    const std::string_view c = colors_.at(row.color);
-    const std::string_view r = colors_.at(color::normal);
+    const std::string_view c = escape(row.color);
+    const std::string_view r = escape(color::normal);
 
     begin_line(color::normal, indent);
     line_.append("│ ").append(c);

@@ -10,7 +10,6 @@
 #include <map>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace ivra::bsp {
@@ -38,7 +37,7 @@ public:
     /// Without colours.
     explicit terminal(std::ostream& stream);
 
-    void set_colors(color_map colors) { colors_ = std::move(colors); }
+    void set_colors(const color_map& colors);
 
     /// A text as it is, without colours.
     void print_text(std::string_view text);
@@ -62,9 +61,11 @@ private:
                             const std::vector<unsigned short>& widths, alignment_t align, unsigned short indent);
     void flush();
 
+    std::string_view escape(color c) const { return escapes_.at(static_cast<std::size_t>(c)); }
+
     std::ostream& stream_;
-    color_map colors_;
-    std::string line_; ///< the one that is being made
+    std::array<std::string_view, 8> escapes_; ///< of each colour
+    std::string line_;                        ///< the one that is being made
     int error_ = 0;
 };
 

@@ -7,6 +7,7 @@
 #include <codecvt>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <limits>
 #include <locale>
@@ -36,10 +37,27 @@ constexpr bool is_plain_character(char c)
     return c >= ' ' && c <= '~';
 }
 
+/// Whether the eight bytes there are such.
+bool are_eight_plain(const char* bytes)
+{
+    constexpr std::uint64_t each = 0x0101'0101'0101'0101; // times a byte: eight of it
+    std::uint64_t eight = 0;
+    std::memcpy(&eight, bytes, sizeof eight);
+    // The highest bit of a byte is set of what is less than a space when that is taken away, of what is more than a
+    // tilde when 1 is added, and beyond ASCII of one of both. (Only a byte that is found itself carries into another
+    // one.)
+    return (((eight - each * ' ') | (eight + each)) & each * 0x80) == 0;
+}
+
 /// How many of these `s` begins with.
 std::size_t plain_length(std::string_view s)
 {
-    return static_cast<std::size_t>(std::ranges::find_if_not(s, is_plain_character) - s.begin());
+    std::size_t length = 0;
+    while (s.size() - length >= 8 && are_eight_plain(s.data() + length))
+        length += 8;
+    while (length < s.size() && is_plain_character(s[length]))
+        ++length;
+    return length;
 }
 
 /// Length of the UTF-8 sequence with which `s`, not empty, begins (Unicode, table 3-7); 0 when it is not a valid one.

@@ -128,6 +128,20 @@ TEST(printable, shows_a_control_byte_that_is_not_utf8_as_a_question_mark)
     EXPECT_EQ(printable("\xc0\x9b"), "\xc0?") << "overlong";
 }
 
+TEST(printable, looks_at_every_byte_of_a_longer_text)
+{
+    for (const char around : {'a', ' ', '~'})
+        for (std::size_t at = 0; at < 20; ++at)
+            for (int byte = 1; byte <= 0xff; ++byte) {
+                std::string text(20, around);
+                text[at] = static_cast<char>(byte);
+                std::string shown = text;
+                if (byte < ' ' || (byte > '~' && byte <= 0x9f)) // by itself no byte beyond ASCII is UTF-8
+                    shown[at] = '?';
+                EXPECT_EQ(printable(text), shown) << byte << " at " << at;
+            }
+}
+
 TEST(printable, passes_everything_else_unchanged)
 {
     EXPECT_EQ(printable(" ~\u00a0\u00b0C│\U0001F600"), " ~\u00a0\u00b0C│\U0001F600");
