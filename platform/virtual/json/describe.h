@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -15,6 +16,7 @@
 ///   visit.required("to", answer.to, codec::hex{16});
 ///   visit.other_way("file", fru.raw, file);        the same thing said in another way, which is not written
 ///   visit.check({"sector"}, holds, "a sector size that ...");     a rule over several members
+///   visit.check({"size"}, holds, [&] { return "at most " + ...; });    the same, in words that are only made when told
 ///   visit.remark({"value"}, [&] { return "reads as ..."s; });     what is no mistake, but hardly meant; "" is no
 ///   remark
 /// Reader, writer and schema are visitors of that function. `visit(...)` and `visit.said(name)` tell whether the
@@ -58,13 +60,18 @@ public:
         if (!gives(name))
             return;
         for (const char* other : others)
-            check({other}, !gives(other), "no such member beside \"" + std::string{name} + '"');
+            check({other}, !gives(other), [&] { return "no such member beside \"" + std::string{name} + '"'; });
     }
 
     /// Counts only when no member is wrong by itself: checks come behind all visits.
-    void check(std::initializer_list<step_t> path, bool holds, std::string_view expectation)
+    template <class Text>
+    void check(std::initializer_list<step_t> path, bool holds, const Text& expectation)
     {
-        if (!holds && are_members_good())
+        if (holds || !are_members_good())
+            return;
+        if constexpr (std::is_invocable_v<Text>)
+            node_.expected_at(path, expectation());
+        else
             node_.expected_at(path, expectation);
     }
 
@@ -126,7 +133,10 @@ struct no_document
     static bool gives(std::initializer_list<step_t>) { return false; }
     static bool gives(const char*) { return false; }
     static void excludes(const char*, std::initializer_list<const char*>) {}
-    static void check(std::initializer_list<step_t>, bool, std::string_view) {}
+    template <class Text>
+    static void check(std::initializer_list<step_t>, bool, const Text&)
+    {
+    }
     template <class Text>
     static void remark(std::initializer_list<step_t>, Text)
     {

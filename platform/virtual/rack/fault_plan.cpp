@@ -185,14 +185,15 @@ static void describe(auto& visit, fault_rule_t& rule)
     for (const auto& [name, traits] : members_of_some)
         if (rule.call != nullptr)
             visit.check({name}, !said(name) || (rule.call->traits & traits) != 0,
-                        "no such member for " + std::string{rule.call->name});
+                        [&] { return "no such member for " + std::string{rule.call->name}; });
     visit.check({}, !said("kill") || (!said("signal") && !said("when")), "\"kill\", or \"signal\" and \"when\"");
     visit.check({}, !said("when") || said("signal"), "\"when\" only with \"signal\"");
     visit.check({}, !said("nth") || !said("from"), "\"nth\" or \"from\", not both");
     visit.check({}, rule.call == nullptr || !said("errno") || !said("short") || (rule.call->traits & lists) == 0,
                 "\"errno\" or \"short\", not both"); // the handles would be lost
-    visit.check({}, std::ranges::any_of(effects, said),
-                "an effect: " + codec::enumeration({std::begin(effects), std::end(effects)}));
+    visit.check({}, std::ranges::any_of(effects, said), [&] {
+        return "an effect: " + codec::enumeration({std::begin(effects), std::end(effects)});
+    });
 }
 
 namespace {

@@ -127,7 +127,7 @@ static void describe(auto& visit, model_t& model)
     visit_device(visit, "bmc", model.bmc, plain_bmc(model), bmc_codec);
     visit_device(visit, "xmc", model.xmc, plain_xmc(model), xmc_codec);
     visit.check({"optional_cages"}, model.optional_cages <= most_cages(model),
-                "at most " + std::to_string(most_cages(model)) + ", the number of cages");
+                [&] { return "at most " + std::to_string(most_cages(model)) + ", the number of cages"; });
 }
 
 static constexpr codec::record<model_t> model_codec{R"(a model: { "short_name": "u200", "device": ..., "xmc": ... })"};

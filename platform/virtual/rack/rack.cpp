@@ -181,7 +181,7 @@ void describe(auto& visit, mac_range_t& range)
     visit.required("first", range.first, codec::mac_address);
     visit.required("count", range.count, codec::whole{"a number of addresses", 0, 4096});
     const std::uint64_t room = codec::addresses_from(range.first);
-    visit.check({"count"}, range.count <= room, codec::too_many_addresses(room));
+    visit.check({"count"}, range.count <= room, [&] { return codec::too_many_addresses(room); });
 }
 
 std::string size_up_to(std::uint64_t largest)
@@ -229,31 +229,32 @@ static void describe(auto& visit, flash_t& flash)
     const bool is_good_size = is_size(flash.size, largest_flash);
     const std::uint64_t largest = std::min(flash.size, largest_sector);
     const bool is_good_sector = !visit.said("sector") || is_size(flash.sector, largest);
-    visit.check({"size"}, is_good_size, size_up_to(largest_flash));
+    visit.check({"size"}, is_good_size, [&] { return size_up_to(largest_flash); });
     if (!is_good_size)
         return;
-    visit.check({"sector"}, is_good_sector, size_up_to(largest));
+    visit.check({"sector"}, is_good_sector, [&] { return size_up_to(largest); });
     visit.check({"sector"}, !is_good_sector || flash.size % flash.sector == 0,
-                "a sector size that divides the size of the flash, " + size_text(flash.size));
+                [&] { return "a sector size that divides the size of the flash, " + size_text(flash.size); });
     std::uint64_t end = 0;
     const bool are_sections_said = visit.said("sections");
     for (std::size_t at = 0; are_sections_said && at < flash.sections.size(); ++at) {
         const flash_section_t& section = flash.sections[at];
-        visit.check({"sections", at, "start"}, section.start <= last_address, "at most " + hex_text(last_address));
+        visit.check({"sections", at, "start"}, section.start <= last_address,
+                    [&] { return "at most " + hex_text(last_address); });
         visit.check({"sections", at, "start"}, section.start >= end,
-                    "at least " + hex_text(end) + ", where the section before it ends");
+                    [&] { return "at least " + hex_text(end) + ", where the section before it ends"; });
         visit.check({"sections", at, "start"}, section.start < flash.size,
-                    "less than " + hex_text(flash.size) + ", the size of the flash");
+                    [&] { return "less than " + hex_text(flash.size) + ", the size of the flash"; });
         if (section.start >= flash.size)
             break;
         const std::uint64_t room = flash.size - section.start;
-        visit.check({"sections", at, "size"}, is_size(section.size, room), size_up_to(room));
+        visit.check({"sections", at, "size"}, is_size(section.size, room), [&] { return size_up_to(room); });
         end = section.start + std::min(section.size, room);
     }
     if (!are_sections_said && !flash.sections.empty()) {
         const std::uint64_t needed = flash.sections.back().start + flash.sections.back().size;
         visit.check({}, needed <= flash.size || !is_good_sector || flash.size % flash.sector != 0,
-                    "a member \"sections\", as the default ones need " + hex_text(needed) + " bytes");
+                    [&] { return "a member \"sections\", as the default ones need " + hex_text(needed) + " bytes"; });
     }
 }
 
@@ -264,10 +265,10 @@ static void describe(auto& visit, core_t& core)
     visit.required("size", core.size, codec::size);
     visit("registers", core.registers, registers_codec{core.size});
 
-    visit.check({"address"}, core.address <= last_address, "at most " + hex_text(last_address));
+    visit.check({"address"}, core.address <= last_address, [&] { return "at most " + hex_text(last_address); });
     visit.check({"address"}, core.address % 4 == 0, "a multiple of 4");
     const std::uint64_t room = std::min(largest_core, last_address - std::min(core.address, last_address) + 1);
-    visit.check({"size"}, is_size(core.size, room), size_up_to(room));
+    visit.check({"size"}, is_size(core.size, room), [&] { return size_up_to(room); });
     visit.check({"size"}, core.size % 4 == 0, "a multiple of 4");
 }
 
@@ -297,8 +298,9 @@ static void describe(auto& visit, accelerator_t& accelerator)
     const bool are_cores_said = visit.said("cores");
     for (std::size_t at = 1; are_cores_said && at < accelerator.cores.size(); ++at) {
         const core_t& before = accelerator.cores[at - 1];
-        visit.check({"cores", at, "address"}, accelerator.cores[at].address >= before.address + before.size,
-                    "at least " + hex_text(before.address + before.size) + ", where the core before it ends");
+        visit.check({"cores", at, "address"}, accelerator.cores[at].address >= before.address + before.size, [&] {
+            return "at least " + hex_text(before.address + before.size) + ", where the core before it ends";
+        });
     }
 }
 

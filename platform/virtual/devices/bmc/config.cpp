@@ -137,7 +137,7 @@ static void describe(auto& visit, bmc_fru_t& fru)
     visit.other_way("file", fru.raw, fru_file);
     visit.excludes("raw", {"file"});
     visit.check({}, fru.raw || fru_image(fru).size() <= largest_fru_area + 8,
-                "fields that fit into a board area of " + std::to_string(largest_fru_area) + " bytes");
+                [&] { return "fields that fit into a board area of " + std::to_string(largest_fru_area) + " bytes"; });
     for (const char* field : {"manufacturer", "product", "serial", "part_number", "file_id"})
         visit.remark({field}, [&] {
             return fru.raw && visit.gives(field) ? "it is not served, as the whole FRU is given as bytes" : "";
@@ -177,9 +177,10 @@ static void check_hysteresis(auto& visit, const bmc_sensor_t& sensor, const char
     const double counts = step ? std::round(*hysteresis / *step) : 0;
     visit.check({"limits", name}, step.has_value(),
                 "no hysteresis of a sensor with a linearisation, whose steps differ");
-    visit.check({"limits", name}, counts >= 0 && counts <= most,
-                "a hysteresis from 0 to " + short_number(most * step.value_or(0)) + ", which " + name + ' ' +
-                    short_number(*hysteresis) + " is not");
+    visit.check({"limits", name}, counts >= 0 && counts <= most, [&] {
+        return "a hysteresis from 0 to " + short_number(most * step.value_or(0)) + ", which " + name + ' ' +
+               short_number(*hysteresis) + " is not";
+    });
     visit.remark({"limits", name}, [&] {
         return visit.gives({"limits", name}) ? reads_as(*hysteresis, counts * step.value_or(0)) : "";
     });
@@ -201,15 +202,17 @@ static void check_limits(auto& visit, const bmc_sensor_t& sensor)
         if (!limits.values.at(at))
             continue;
         const double limit = *limits.values.at(at);
-        visit.check({"limits", name}, limit >= span.lowest - slack && limit <= span.highest + slack,
-                    "a limit that the sensor can say, from " + short_number(span.lowest) + " to " +
-                        short_number(span.highest) + ", which " + name + ' ' + short_number(limit) + " is not");
+        visit.check({"limits", name}, limit >= span.lowest - slack && limit <= span.highest + slack, [&] {
+            return "a limit that the sensor can say, from " + short_number(span.lowest) + " to " +
+                   short_number(span.highest) + ", which " + name + ' ' + short_number(limit) + " is not";
+        });
         if (lower)
             visit.check({"limits", visit.gives({"limits", name}) ? name : limit_members.at(*lower)},
-                        *limits.values.at(*lower) <= limit,
-                        std::string{"limits that rise in their order, which "} + limit_members.at(*lower) + ' ' +
-                            short_number(*limits.values.at(*lower)) + " and " + name + ' ' + short_number(limit) +
-                            " do not");
+                        *limits.values.at(*lower) <= limit, [&] {
+                            return std::string{"limits that rise in their order, which "} + limit_members.at(*lower) +
+                                   ' ' + short_number(*limits.values.at(*lower)) + " and " + name + ' ' +
+                                   short_number(limit) + " do not";
+                        });
         lower = at;
         visit.remark({"limits", name}, [&] {
             return visit.gives({"limits", name}) ? reads_as(limit, sensor_value(sensor, nearest_raw(sensor, limit)))
@@ -506,7 +509,7 @@ static void describe(auto& visit, bmc_t& bmc)
               codec::record<bmc_answer_t>{R"(what is different about an answer: { "to": "0421", "code": "0xc0" })"},
               most_bmc_answers});
 
-    const std::string depth = "at most " + std::to_string(bmc.depth) + ", the depth of the FIFO";
+    const auto depth = [&] { return "at most " + std::to_string(bmc.depth) + ", the depth of the FIFO"; };
     for (std::size_t at = 0; at < bmc.pieces.size(); ++at)
         visit.check({"pieces", at}, bmc.pieces[at] <= bmc.depth, depth);
     for (std::size_t answer = 0; answer < bmc.answers.size(); ++answer)

@@ -120,12 +120,12 @@ static void describe(auto& visit, i2c_t& i2c)
     for (std::size_t bus = 0; bus < i2c.buses.size(); ++bus) {
         const i2c_bus_t& other = i2c.buses[bus == 0 ? 0 : bus - 1];
         visit.check({"buses", bus, "index"}, bus == 0 || i2c.buses[bus].index > other.index,
-                    "more than " + std::to_string(other.index) + ", the index of the bus before it");
+                    [&] { return "more than " + std::to_string(other.index) + ", the index of the bus before it"; });
         for (std::size_t at = 0; at < i2c.buses[bus].devices.size(); ++at) {
             const i2c_device_t& device = i2c.buses[bus].devices[at];
             visit.check({"buses", bus, "devices", at, "number"},
                         device.kind != cage || device.number < i2c.cages.size(),
-                        "less than " + std::to_string(i2c.cages.size()) + ", the number of cages");
+                        [&] { return "less than " + std::to_string(i2c.cages.size()) + ", the number of cages"; });
             visit.remark({"buses", bus, "devices", at, "pin"}, [&] {
                 return missing_pin(i2c, device)
                            ? "it never answers, as there is no such pin: there are " + std::to_string(i2c.pins)

@@ -420,7 +420,7 @@ void describe(auto& visit, cage_said_t& said)
     describe(visit, said.other);
     for (const char* member : {"memory", "captured"})
         visit.check({member}, !visit.said(member) || !(said.module || said.dump),
-                    "no " + std::string{member} + " beside a module or a dump");
+                    [&] { return "no " + std::string{member} + " beside a module or a dump"; });
     visit.check({"dump"}, !said.module || !said.dump, "no dump beside a module");
     visit.check({"map"}, !said.module || !said.other.map, "no map beside a module, which has one");
     visit.check({"page"}, !said.page || said.dump, "no page without a dump");

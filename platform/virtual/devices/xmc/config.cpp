@@ -122,7 +122,7 @@ static void describe(auto& visit, mac_block_t& block)
     visit.required("first", block.first, codec::mac_address);
     visit.required("count", block.count, codec::whole{"a number of addresses", 0, 255});
     const std::uint64_t room = codec::addresses_from(block.first);
-    visit.check({"count"}, block.count <= room, codec::too_many_addresses(room));
+    visit.check({"count"}, block.count <= room, [&] { return codec::too_many_addresses(room); });
 }
 
 static void describe(auto& visit, card_field_t& other)
@@ -154,7 +154,7 @@ static void describe(auto& visit, xmc_card_t& card)
                       codec::record<card_field_t>{R"(a field: { "key": "0x21", "value": "text" })"}, 256});
     visit("raw", card.raw, codec::or_null{codec::hex{largest_payload, ", sent instead of all fields"}});
     visit.check({}, card_information(card).size() <= largest_payload,
-                "at most " + std::to_string(largest_payload) + " bytes of card information");
+                [&] { return "at most " + std::to_string(largest_payload) + " bytes of card information"; });
 }
 
 static void describe(auto& visit, xmc_t& xmc)
