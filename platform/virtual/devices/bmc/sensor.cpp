@@ -118,6 +118,14 @@ double signed_raw(std::uint8_t format, std::uint8_t raw)
     return raw;
 }
 
+/// Whether each step of the raw reading is as large as any other.
+bool is_linear(const bmc_sensor_t& sensor)
+{
+    constexpr unsigned last_function = 11;
+    const unsigned function = sensor.linearisation & 0x7fU;
+    return function == 0 || function > last_function;
+}
+
 /// The ID of its record, unless that follows from the others.
 std::optional<std::uint16_t> own_id(const bmc_sensor_t& sensor)
 {
@@ -369,16 +377,13 @@ std::uint8_t raw_reading(const bmc_sensor_t& sensor)
 
 sensor_span_t sensor_span(const bmc_sensor_t& sensor)
 {
-    std::array<std::pair<double, double>, 256> rows; // a raw reading as a number, and what it means
-    for (std::size_t raw = 0; raw < rows.size(); ++raw) {
-        const auto reading = static_cast<std::uint8_t>(raw);
-        rows.at(raw) = {signed_raw(sensor.format, reading), sensor_value(sensor, reading)};
-    }
-    std::ranges::sort(rows, {}, &std::pair<double, double>::first);
     constexpr double infinity = std::numeric_limits<double>::infinity();
     sensor_span_t span{infinity, -infinity, true, true};
     std::optional<double> before;
-    for (const auto& [reading, value] : rows) {
+    // From the lowest raw reading as a number to the highest; on a line these two say all.
+    const unsigned lowest = sensor.format == 1 || sensor.format == 2 ? 0x80 : 0;
+    for (unsigned raw = 0; raw <= 0xff; raw += is_linear(sensor) ? 0xff : 1) {
+        const double value = sensor_value(sensor, static_cast<std::uint8_t>(lowest + raw));
         if (!std::isfinite(value))
             continue;
         span.lowest = std::min(span.lowest, value);
@@ -392,9 +397,7 @@ sensor_span_t sensor_span(const bmc_sensor_t& sensor)
 
 std::optional<double> hysteresis_step(const bmc_sensor_t& sensor)
 {
-    constexpr unsigned last_function = 11;
-    const unsigned function = sensor.linearisation & 0x7fU;
-    if (function != 0 && function <= last_function)
+    if (!is_linear(sensor))
         return std::nullopt;
     return std::abs(sensor.m) * power_of_ten(sensor.r_exp);
 }
