@@ -115,22 +115,22 @@ public:
     const std::optional<std::string>& mistake_found() const { return mistake_; }
     value_t take() { return std::move(root_); }
 
-    bool Null() { return put(nullptr); }
-    bool Bool(bool value) { return put(value); }
+    bool Null() { return put<std::nullptr_t>(nullptr); }
+    bool Bool(bool value) { return put<bool>(value); }
     /// Every number. Deliberate: RapidJSON's own exact conversion has undefined behaviour for some zeros ("0E19").
     bool RawNumber(const char* text, SizeType length, bool)
     {
         const char* const end = text + length;
         if (const auto number = parsed<std::uint64_t>(text, end))
-            return put(*number);
+            return put<std::uint64_t>(*number);
         if (const auto number = parsed<std::int64_t>(text, end)) {
             if (*number == 0)
-                return put(std::uint64_t{0}); // "-0"
-            return put(*number);
+                return put<std::uint64_t>(0U); // "-0"
+            return put<std::int64_t>(*number);
         }
         if (const auto number = parsed<double>(text, end))
-            return put(*number);
-        put(nullptr);
+            return put<double>(*number);
+        put<std::nullptr_t>(nullptr);
         return fail("expected a number that a double can hold");
     }
     // Numbers come as texts.
@@ -139,16 +139,16 @@ public:
     bool Int64(std::int64_t) { return false; }
     bool Uint64(std::uint64_t) { return false; }
     bool Double(double) { return false; }
-    bool String(const char* text, SizeType length, bool) { return put(std::string{text, length}); }
-    bool StartObject() { return open(object_t{}); }
-    bool StartArray() { return open(list_t{}); }
+    bool String(const char* text, SizeType length, bool) { return put<std::string>(text, length); }
+    bool StartObject() { return open<object_t>(); }
+    bool StartArray() { return open<list_t>(); }
     bool EndObject(SizeType) { return close(); }
     bool EndArray(SizeType) { return close(); }
 
     bool Key(const char* text, SizeType length, bool)
     {
         level_t& level = levels_.back();
-        auto& members = std::get<object_t>(level.value.content);
+        auto& members = std::get<object_t>(level.value->content);
         const std::string_view name{text, length};
         bool is_new = true;
         if (members.size() < few_members) {
@@ -164,10 +164,10 @@ public:
     }
 
 private:
-    /// A list or object that has not ended yet.
+    /// A list or object that has not ended yet. It stays where it is: nothing is added above it meanwhile.
     struct level_t
     {
-        value_t value;
+        value_t* value;
         std::unordered_set<std::string> names; ///< of many members
     };
 
@@ -180,40 +180,45 @@ private:
         return error == std::errc{} && last == end ? std::optional{number} : std::nullopt;
     }
 
-    template <class T>
-    bool put(T&& content)
-    {
-        return put_value({std::forward<T>(content), stream_.Tell()});
-    }
-
-    bool put_value(value_t value)
+    /// The value that comes next.
+    value_t& next()
     {
         if (levels_.empty())
-            root_ = std::move(value);
-        else if (auto* list = std::get_if<list_t>(&levels_.back().value.content))
-            list->push_back(std::move(value));
-        else
-            std::get<object_t>(levels_.back().value.content).back().value = std::move(value);
+            return root_;
+        auto& above = levels_.back().value->content;
+        if (auto* list = std::get_if<list_t>(&above))
+            return list->emplace_back();
+        return std::get<object_t>(above).back().value;
+    }
+
+    template <class T, class... Arguments>
+    bool put(Arguments... arguments)
+    {
+        value_t& value = next();
+        value.content.emplace<T>(arguments...);
+        value.place = value.end = stream_.Tell();
         return true;
     }
 
     template <class T>
-    bool open(T content)
+    bool open()
     {
         if (levels_.size() == deepest_nesting) {
-            put(nullptr);
+            put<std::nullptr_t>(nullptr);
             return fail("expected no more than " + std::to_string(deepest_nesting) + " levels of nesting");
         }
-        levels_.push_back({{std::move(content), stream_.Tell()}, {}});
+        value_t& value = next();
+        value.content.emplace<T>();
+        value.place = stream_.Tell();
+        levels_.push_back({&value, {}});
         return true;
     }
 
     bool close()
     {
-        value_t value = std::move(levels_.back().value);
+        levels_.back().value->end = stream_.Tell();
         levels_.pop_back();
-        value.end = stream_.Tell();
-        return put_value(std::move(value));
+        return true;
     }
 
     /// A mistake at the value, or the name, that came last.
@@ -221,10 +226,10 @@ private:
     {
         std::string pointer;
         for (const level_t& level : levels_)
-            if (const auto* list = level.value.as<list_t>())
-                pointer += '/' + std::to_string(list->size() - (&level == &levels_.back() ? 1 : 0));
+            if (const auto* list = level.value->as<list_t>())
+                pointer += '/' + std::to_string(list->size() - 1);
             else
-                pointer += '/' + pointer_token(level.value.as<object_t>()->back().name);
+                pointer += '/' + pointer_token(level.value->as<object_t>()->back().name);
         mistake_ = pointer + ": " + what;
         return false;
     }
