@@ -3,13 +3,14 @@
 #            that nobody runs: the program loads the maker's wherever the loader finds them
 #   virtual  simulated boards; only these have tests
 # The virtual platform itself is built and installed with either.
-# Targets: ivra::log, ivra::hw-c, ivra::cores-c. Result: IVRA_RUNPATH, the folders of the maker's libraries.
+# Targets: ivra::log, ivra::hw-c, ivra::cores-c. Results: IVRA_MAKER_FOLDERS, of the maker's libraries, and IVRA_RUNPATH,
+# where programs look for these before they look where the loader does: there, but for what is packed for other hosts.
 set(IVRA_PLATFORM system CACHE STRING "Platform libraries to link with: system or virtual")
 set_property(CACHE IVRA_PLATFORM PROPERTY STRINGS system virtual)
 set(IVRA_SDK_ROOT "" CACHE PATH "Folder below which the maker's libraries are installed (lib/)")
 
 set(platform_names log hw-c cores-c)
-set(IVRA_RUNPATH "")
+set(IVRA_MAKER_FOLDERS "")
 set(implementation virtual)
 
 if(IVRA_PLATFORM STREQUAL "system")
@@ -70,10 +71,14 @@ foreach(name IN LISTS platform_names)
     else()
         message(STATUS "  ${IVRA_LIBRARY_${name}}")
         cmake_path(GET IVRA_LIBRARY_${name} PARENT_PATH folder)
-        list(APPEND IVRA_RUNPATH ${folder})
+        list(APPEND IVRA_MAKER_FOLDERS ${folder})
         add_library(ivra::${name} SHARED IMPORTED)
         set_target_properties(ivra::${name} PROPERTIES IMPORTED_LOCATION "${IVRA_LIBRARY_${name}}"
             INTERFACE_INCLUDE_DIRECTORIES "${PROJECT_SOURCE_DIR}/platform/include")
     endif()
 endforeach()
-list(REMOVE_DUPLICATES IVRA_RUNPATH)
+list(REMOVE_DUPLICATES IVRA_MAKER_FOLDERS)
+set(IVRA_RUNPATH ${IVRA_MAKER_FOLDERS})
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    set(IVRA_RUNPATH "")
+endif()
