@@ -16,8 +16,8 @@ FlagTable::FlagTable(const ParserData& data) : data_{data}
     const auto twice = std::adjacent_find(rows_.begin(), rows_.end(), same_key);
     if (twice == rows_.end())
         return;
-    const std::string& first = twice->flag;
-    const std::string& second = (twice + 1)->flag;
+    const std::string first{twice->flag};
+    const std::string second{(twice + 1)->flag};
     if (first == second)
         throw ArgosException{"Multiple definitions of flag " + first};
     throw ArgosException{"Conflicting flags: " + first + " and " + second};

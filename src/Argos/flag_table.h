@@ -24,8 +24,8 @@ public:
 private:
     struct Row
     {
-        std::string key; // the flag as it is compared
-        std::string flag;
+        std::string key;       // the flag as it is compared
+        std::string_view flag; // one of the option's
         std::shared_ptr<const OptionData> option;
     };
 

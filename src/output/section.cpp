@@ -43,7 +43,10 @@ section& section::add_stat(const stat_t& stat)
 template <class T>
 section& section::add_stat(const std::string& stat_name, T value, color c)
 {
-    entries.emplace_back(stat_t{stat_name, to_text(std::move(value)), c});
+    auto& stat = std::get<stat_t>(entries.emplace_back());
+    stat.name = stat_name;
+    stat.value = to_text(std::move(value));
+    stat.color = c;
     return *this;
 }
 
@@ -52,15 +55,14 @@ template section& section::add_stat(const std::string&, std::string, color);
 
 section::list& section::add_list(const std::string& list_name)
 {
-    entries.emplace_back(list{list_name, static_cast<unsigned short>(level + 1), {}});
-    return std::get<list>(entries.back());
+    return std::get<list>(entries.emplace_back(list{list_name, static_cast<unsigned short>(level + 1), {}}));
 }
 
 section& section::list::add_section(const std::string& section_name, const std::string& section_key,
                                     unsigned short section_level)
 {
-    entries.emplace_back(section{section_name, section_key, section_level});
-    return std::get<section>(entries.back());
+    return std::get<section>(
+        entries.emplace_back(std::in_place_type<section>, section_name, section_key, section_level));
 }
 
 template <class T>

@@ -36,6 +36,14 @@ bool environment_contains(const char* variable, std::string_view word)
     return value != nullptr && std::string_view{value}.find(word) != std::string_view::npos;
 }
 
+/// The escape sequences of this terminal.
+const char* palette_row_t::*get_palette()
+{
+    if (environment_contains("COLORTERM", "truecolor"))
+        return &palette_row_t::truecolor;
+    return environment_contains("TERM", "256color") ? &palette_row_t::color256 : &palette_row_t::plain;
+}
+
 /// Widths are 16 bits wide; a text that is longer than any screen shall not wrap around to a narrow column.
 unsigned short to_width(std::size_t length)
 {
@@ -73,15 +81,10 @@ std::vector<std::size_t> measure(const section::array_entry_t& row)
 
 color_map get_color_map(bool enabled)
 {
-    auto column = &palette_row_t::plain;
-    if (environment_contains("COLORTERM", "truecolor"))
-        column = &palette_row_t::truecolor;
-    else if (environment_contains("TERM", "256color"))
-        column = &palette_row_t::color256;
-
+    const auto escape = enabled ? get_palette() : nullptr;
     color_map map;
     for (const palette_row_t& row : palette)
-        map.emplace_hint(map.end(), row.color, enabled ? row.*column : ""); // in order
+        map.emplace_hint(map.end(), row.color, enabled ? row.*escape : ""); // in order
     return map;
 }
 
