@@ -16,7 +16,7 @@ endif()
 
 # A source of a unity build is included by another one, so g++ takes what is in it for what is in a header.
 if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    add_compile_options(-Wno-subobject-linkage)
+    add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-subobject-linkage>)
 endif()
 
 # Log lines and traces name files as the project does, not as the machine that built it.

@@ -12,7 +12,4 @@
 #include <ivra/uart.h>
 #pragma GCC visibility pop
 
-/// What libivra-cores-c uses of libivra-hw-c beside the C interface; nothing else leaves the library.
-#define IVRA_VIRTUAL_SHARED __attribute__((visibility("default")))
-
 #endif

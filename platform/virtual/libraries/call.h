@@ -17,7 +17,7 @@
 namespace ivra::virtual_platform {
 
 /// Thrown within a call that is to fail with this errno, without a word in the log.
-class IVRA_VIRTUAL_SHARED failure
+class failure
 {
 public:
     explicit failure(int error) : error_{error} {}
@@ -35,7 +35,7 @@ inline void require(bool condition, int error = EINVAL)
 }
 
 /// Hands a message to the platform's log.
-IVRA_VIRTUAL_SHARED void log_message(int level, const char* function, const std::string& text);
+void log_message(int level, const char* function, const std::string& text);
 
 /// Accelerator that a handle belongs to; null for a null handle.
 template <class Handle>
@@ -53,7 +53,7 @@ inline std::span<const std::byte> bytes_of(const void* data, std::size_t size)
 /// One platform call on its way: it consults the fault plan, writes the trace and turns exceptions into errno. Every
 /// platform function makes one and returns what one of the functions below makes of its body. errno changes only when
 /// the call fails.
-class IVRA_VIRTUAL_SHARED call
+class call
 {
 public:
     /// `name` is the function's.

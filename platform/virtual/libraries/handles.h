@@ -33,7 +33,7 @@ enum class handle_kind
 };
 
 /// Counts the handles that the program has not released.
-IVRA_VIRTUAL_SHARED void count_handle(handle_kind kind, int change);
+void count_handle(handle_kind kind, int change);
 
 /// Base of what a program gets a pointer to and releases. While the program has it, the object owns itself; what was
 /// made from it owns it too, so that releasing in a wrong order does no harm.

@@ -9,7 +9,7 @@ namespace ivra::virtual_platform {
 using log_observer = void (*)(int level, const char* file, int line, const char* function, const char* format);
 
 /// Every call of ivra_log_log() is told to `observer` from now on, whatever its level.
-IVRA_VIRTUAL_SHARED void observe_log(log_observer observer);
+void observe_log(log_observer observer);
 
 } // namespace ivra::virtual_platform
 

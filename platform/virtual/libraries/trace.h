@@ -24,17 +24,16 @@ struct hexadecimal_t
 };
 
 /// The text with "\xNN" for what is not printable.
-IVRA_VIRTUAL_SHARED std::string escaped(std::string_view text);
+std::string escaped(std::string_view text);
 
 /// An argument or result as the trace shows it; a null pointer is NULL. Texts are in quotes.
-IVRA_VIRTUAL_SHARED std::string describe(std::string_view text);
-IVRA_VIRTUAL_SHARED std::string describe(const char* text);
-IVRA_VIRTUAL_SHARED std::string describe(hexadecimal_t number);
+std::string describe(std::string_view text);
+std::string describe(const char* text);
+std::string describe(hexadecimal_t number);
 /// Two digits a byte; of many bytes the first ones, and how many there are.
-IVRA_VIRTUAL_SHARED std::string describe(std::span<const std::byte> bytes);
-IVRA_VIRTUAL_SHARED std::string describe(const ivra_hw_core* core); ///< such as core 475@0x40000
-IVRA_VIRTUAL_SHARED std::string
-describe(const ivra_hw_register_description* description); ///< such as 0x28018[31:0] STATUS
+std::string describe(std::span<const std::byte> bytes);
+std::string describe(const ivra_hw_core* core);                        ///< such as core 475@0x40000
+std::string describe(const ivra_hw_register_description* description); ///< such as 0x28018[31:0] STATUS
 template <std::integral Number>
 std::string describe(Number number)
 {
