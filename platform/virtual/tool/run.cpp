@@ -48,7 +48,7 @@ fs::path libraries_beside(const fs::path& own_folder)
     fs::path folder = (own_folder / IVRA_VIRTUAL_LIBRARIES).lexically_normal();
     if (folder.string().find_first_of(":;$") != std::string::npos)
         throw std::runtime_error{"the loader cannot be pointed to a path with ':', ';' or '$': " + folder.string()};
-    for (const char* name : {"libivra-log.so.1", "libivra-hw-c.so.1", "libivra-cores-c.so.1"})
+    for (const char* name : {"libivra-log.so.1", "libivra-hw-c.so.1", "libivra-cores-c.so.1", "ivra-virtual.so"})
         if (::access((folder / name).c_str(), R_OK) != 0)
             throw std::system_error{errno, std::generic_category(),
                                     "the virtual platform's " + (folder / name).string()};
