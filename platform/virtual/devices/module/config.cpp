@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <iterator>
 #include <map>
-#include <set>
 #include <span>
 #include <utility>
 #include <vector>
@@ -446,7 +445,7 @@ public:
 
 private:
     void set_defaults();
-    std::set<std::size_t> set_bytes();
+    std::vector<std::size_t> set_bytes();
     void set_map_fields();
     void set_monitor(const monitor_t& monitor, const lanes_t& lanes);
     void set_limits(const monitor_t& monitor, const limits_t& limits);
@@ -479,12 +478,13 @@ bool is_page(std::string_view name)
     return name.size() == 2 && name.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
 }
 
-/// Sum of a checksum's bytes, whose lowest eight bits are kept.
+/// Sum of a checksum's bytes, which are of one block; its lowest eight bits are kept.
 std::uint8_t sum_of(const module_t& module, const checksum_t& checksum)
 {
     unsigned sum = 0;
-    for (std::size_t at = checksum.first; at <= checksum.last; ++at)
-        sum += module.byte(at);
+    const auto block = module.blocks.find(static_cast<unsigned>(checksum.first / block_size));
+    for (std::size_t at = checksum.first; block != module.blocks.end() && at <= checksum.last; ++at)
+        sum += block->second.at(at % block_size);
     return static_cast<std::uint8_t>(sum);
 }
 
@@ -556,9 +556,9 @@ std::optional<std::size_t> place_named(std::string_view name, memory_map_t map)
 }
 
 /// Sets the bytes and returns their places.
-std::set<std::size_t> applier::set_bytes()
+std::vector<std::size_t> applier::set_bytes()
 {
-    std::set<std::size_t> places;
+    std::vector<std::size_t> places;
     for (const auto& [name, bytes] : said_.bytes) {
         const auto expected = [&, &key = name](const std::string& what) {
             node_.expected_at({"bytes", std::string_view{key}}, what);
@@ -579,7 +579,7 @@ std::set<std::size_t> applier::set_bytes()
         }
         for (std::size_t at = 0; at < bytes.size(); ++at) {
             module_.set_byte(*first + at, static_cast<std::uint8_t>(bytes[at]));
-            places.insert(*first + at);
+            places.push_back(*first + at);
         }
     }
     return places;
@@ -731,7 +731,7 @@ void applier::set_fields(bool is_new)
             set_text(module_, texts[at], *text);
     }
     set_map_fields();
-    const std::set<std::size_t> spelt_out = set_bytes(); // monitors may depend on them
+    const std::vector<std::size_t> spelt_out = set_bytes(); // monitors may depend on them
     for (const monitor_t& monitor : row.monitors) {
         const auto* const name = std::ranges::find(monitor_members, std::string_view{monitor.member});
         const auto number = static_cast<std::size_t>(name - monitor_members.begin());
@@ -751,7 +751,7 @@ void applier::set_fields(bool is_new)
     }
     set_bytes();
     for (const checksum_t* checksum : right)
-        if (module_.has_block(checksum->place / block_size) && !spelt_out.contains(checksum->place))
+        if (module_.has_block(checksum->place / block_size) && std::ranges::count(spelt_out, checksum->place) == 0)
             module_.set_byte(checksum->place, sum_of(module_, *checksum));
 }
 
