@@ -105,6 +105,7 @@ using rapidjson::SizeType;
 
 constexpr std::size_t deepest_nesting = 32; // several times what a rack needs; walking a document recurses
 constexpr std::size_t few_members = 16;     // compared one by one
+constexpr std::size_t usual_size = 4;       // of lists and objects: saves most of them from growing
 
 /// Builds the document, and finds what is no mistake of the grammar: nesting that is too deep, members that come twice.
 class builder
@@ -208,7 +209,7 @@ private:
             return fail("expected no more than " + std::to_string(deepest_nesting) + " levels of nesting");
         }
         value_t& value = next();
-        value.content.emplace<T>();
+        value.content.emplace<T>().reserve(usual_size);
         value.place = stream_.Tell();
         levels_.push_back({&value, {}});
         return true;
