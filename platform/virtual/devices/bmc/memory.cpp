@@ -39,7 +39,7 @@ bool makes_sense(const bmc_memory_t& memory)
 
 bmc_memory_t bmc_file::read()
 {
-    std::array<std::uint8_t, file_size> bytes{}; // all in one go: looking for what a file holds is what takes time
+    std::array<std::uint8_t, file_size> bytes; // all in one go: looking for what a file holds is what takes time
     file_.read(0, bytes);
     current_ = bytes[0] & 1U;
     bytes_t copy{};
