@@ -104,7 +104,8 @@ std::uint8_t kind_of(std::uint8_t unit)
 /// 10 to the power of -8 to 7, as std::pow has it.
 double power_of_ten(int exponent)
 {
-    constexpr double powers[] = {1e-8, 1e-7, 1e-6, 1e-5, 1e-4, 1e-3, 1e-2, 1e-1, 1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
+    static constexpr double powers[] = {1e-8, 1e-7, 1e-6, 1e-5, 1e-4, 1e-3, 1e-2, 1e-1,
+                                        1,    1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7};
     return powers[std::clamp(exponent + 8, 0, 15)];
 }
 
