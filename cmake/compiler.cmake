@@ -49,8 +49,9 @@ if(IVRA_SANITIZE)
     add_compile_options(-g1 -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=address,undefined)
     if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-        # The fuzzers are guided by the coverage of the libraries, too.
-        add_compile_options(-fsanitize=fuzzer-no-link
+        # The fuzzers are guided by the coverage of the libraries, too: by counters. A table of places in the code beside
+        # them is only for reports of coverage, and would be relocated whenever a program starts.
+        add_compile_options(-fsanitize=fuzzer-no-link -fno-sanitize-coverage=pc-table
                             -fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/sanitizer-ignore.txt)
     endif()
 endif()
