@@ -52,7 +52,13 @@ build() {
     local folder=$1 target=$2
     shift 2
     configure "$folder" "$@"
-    quietly cmake --build "$folder" --target "$target"
+    use_large_pages quietly cmake --build "$folder" --target "$target"
+}
+
+# use_large_pages COMMAND...: clang allocates hundreds of megabytes for a source, and takes a twelfth less time when these
+# come in large pages, where the kernel gives some to who asks for them.
+use_large_pages() {
+    GLIBC_TUNABLES=${GLIBC_TUNABLES:+$GLIBC_TUNABLES:}glibc.malloc.hugetlb=1 "$@"
 }
 
 # unpack FOLDER PACKAGE...: what tests use of packages that must not be installed, as their services would start. It goes to
