@@ -37,14 +37,14 @@ quietly() {
     rm -f "$log"
 }
 
-# configure FOLDER CMAKE-OPTION...: always links with the virtual platform, and takes warnings for errors. Sources are
-# compiled several at once, as most of a source's time goes into what it includes: so no two of a target give the same name
-# to different things.
+# configure FOLDER CMAKE-OPTION...: always links with the virtual platform, and takes warnings for errors. The
+# sources of a target are compiled as one, as most of a source's time goes into what it includes: so no two of them give the
+# same name to different things.
 configure() {
     local folder=$1
     shift
     quietly cmake -S . -B "$folder" -G Ninja -DIVRA_PLATFORM=virtual -DCMAKE_COMPILE_WARNING_AS_ERROR=ON \
-        -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=8 "$@"
+        -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=0 "$@"
 }
 
 # build FOLDER TARGET CMAKE-OPTION...

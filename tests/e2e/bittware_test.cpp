@@ -26,11 +26,6 @@ std::string times(int count, const std::string& text)
     return all;
 }
 
-members_t bmc(const std::string& members)
-{
-    return {{"bmc", "{" + members + "}"}};
-}
-
 const std::string not_initialized = "Could not set/get boot image as Bittware BMC subsustem is not initialized.";
 
 /// What was written to the UART, request by request.
@@ -47,7 +42,7 @@ TEST(bittware, boards_list_their_serials)
 {
     for (const std::string model : {"bittware_xupp3r", "bittware_xupvv8", "ivra_fpb2"}) {
         rack_t rack;
-        rack.plug(model, bmc(R"("fru": {"manufacturer": "VM", "product": "P", "serial": "VRT0001"})"));
+        rack.plug(model, bmc_of(R"("fru": {"manufacturer": "VM", "product": "P", "serial": "VRT0001"})"));
         EXPECT_EQ(rack.run("list"),
                   says(times(3, remains) + listed("card-0", "0", model, "02:00:00:00:00:00", "VRT0001")));
     }
@@ -56,7 +51,7 @@ TEST(bittware, boards_list_their_serials)
 TEST(bittware, show_info_describes_the_board_after_what_the_log_says)
 {
     rack_t rack;
-    rack.plug("bittware_xupp3r", bmc(R"("fru": {"manufacturer": "VM", "product": "XP", "serial": "VRT0001",
+    rack.plug("bittware_xupp3r", bmc_of(R"("fru": {"manufacturer": "VM", "product": "XP", "serial": "VRT0001",
                                                 "part_number": null})"));
     const run_t run = rack.run("show info");
     EXPECT_EQ(run.out, times(3, remains) + info("bittware_xupp3r", "VRT0001"));
@@ -70,7 +65,7 @@ TEST(bittware, show_info_describes_the_board_after_what_the_log_says)
 TEST(bittware, log_lines_are_held_back_by_the_log_library)
 {
     rack_t rack;
-    rack.plug("bittware_xupp3r", bmc(three_sensors)).environment("IVRA_LOG_LEVEL=0");
+    rack.plug("bittware_xupp3r", bmc_of(three_sensors)).environment("IVRA_LOG_LEVEL=0");
     EXPECT_TRUE(rack.run("show sensors").out.starts_with("Retrieving sensor data... done\nSensors\n"));
 }
 
@@ -87,7 +82,7 @@ TEST(bittware_sensors, are_those_of_the_record_repository_on_every_model)
 {
     for (const std::string model : {"bittware_xupp3r", "bittware_xupvv8", "ivra_fpb2"}) {
         rack_t rack;
-        rack.plug(model, bmc(three_sensors));
+        rack.plug(model, bmc_of(three_sensors));
         const run_t run = rack.run("show sensors");
         // Deliberate: the first line of the log completes the line that was begun; "done" comes alone.
         EXPECT_EQ(run.out, "Retrieving sensor data... " + times(7, remains) + "done\n" + three_rows);
@@ -99,7 +94,7 @@ TEST(bittware_sensors, are_those_of_the_record_repository_on_every_model)
 TEST(bittware_sensors, are_one_json_object)
 {
     rack_t rack;
-    rack.plug("bittware_xupvv8", bmc(three_sensors));
+    rack.plug("bittware_xupvv8", bmc_of(three_sensors));
     const run_t run = rack.run("show sensors --json");
     const std::string message =
         R"({"type":"info","message":"recv_data: Data remains after end of IPMI transaction."},)";
@@ -117,7 +112,7 @@ TEST(bittware_sensors, are_one_json_object)
 TEST(bittware_sensors, are_asked_for_record_by_record)
 {
     rack_t rack;
-    rack.plug("bittware_xupp3r", bmc(three_sensors));
+    rack.plug("bittware_xupp3r", bmc_of(three_sensors));
     rack.run("show sensors");
     const std::vector<std::string> requests = written(rack);
     const std::string nine_zeros = times(9, " 00");
@@ -133,7 +128,7 @@ TEST(bittware_sensors, with_special_bytes_in_their_requests_are_escaped)
 {
     rack_t rack;
     rack.plug("bittware_xupp3r",
-              bmc(R"("sensors": {"only": true, "list": [{"name": "A", "number": 165, "unit": "V", "value": 1}]})"));
+              bmc_of(R"("sensors": {"only": true, "list": [{"name": "A", "number": 165, "unit": "V", "value": 1}]})"));
     EXPECT_NE(rack.run("show sensors").out.find("│ A      │ 1.00 V │"), std::string::npos);
     EXPECT_EQ(written(rack).at(1), "a0 10 00 2d aa b5 a5 00 00 00") << "2 x 4 + 2 bytes all the same";
 }
@@ -141,7 +136,7 @@ TEST(bittware_sensors, with_special_bytes_in_their_requests_are_escaped)
 TEST(bittware_sensors, of_an_empty_repository_are_an_error)
 {
     rack_t rack;
-    rack.plug("bittware_xupp3r", bmc(R"("sensors": {"only": true, "list": []})"));
+    rack.plug("bittware_xupp3r", bmc_of(R"("sensors": {"only": true, "list": []})"));
     const run_t run = rack.run("show sensors");
     EXPECT_EQ(run.err, "IPMI transaction error. Response code: 203\n");
     EXPECT_EQ(run.status, 1);
@@ -167,7 +162,7 @@ TEST(bittware_sensors, that_fail_end_the_command_and_show_nothing)
     // clang-format on
     for (const failure_row_t& row : rows) {
         rack_t rack;
-        rack.plug("bittware_xupp3r", bmc(three_sensors + R"(, "answers": [)" + row.fault + "]"));
+        rack.plug("bittware_xupp3r", bmc_of(three_sensors + R"(, "answers": [)" + row.fault + "]"));
         const run_t run = rack.run("show sensors");
         EXPECT_EQ(run.err, row.text + std::string{"\n"}) << row.fault;
         EXPECT_EQ(run.out.find("Sensors\n"), std::string::npos) << row.fault;
@@ -179,14 +174,14 @@ TEST(bittware_sensors, that_fail_end_the_command_and_show_nothing)
 TEST(bittware_line, brings_answers_that_take_95_ms)
 {
     rack_t rack;
-    rack.plug("bittware_xupp3r", bmc(R"("latency": "95 ms")"));
+    rack.plug("bittware_xupp3r", bmc_of(R"("latency": "95 ms")"));
     EXPECT_EQ(rack.run("show boot-image").status, 0);
 }
 
 TEST(bittware_line, noise_before_an_answer_is_ignored)
 {
     rack_t rack;
-    rack.plug("bittware_xupp3r", bmc(three_sensors + R"(, "answers": [{"to": "04", "noise": "00a5aa12ff"}])"));
+    rack.plug("bittware_xupp3r", bmc_of(three_sensors + R"(, "answers": [{"to": "04", "noise": "00a5aa12ff"}])"));
     EXPECT_EQ(rack.run("show sensors").out, "Retrieving sensor data... " + times(7, remains) + "done\n" + three_rows);
 }
 
@@ -194,7 +189,7 @@ TEST(bittware_line, pieces_of_any_size_make_the_same_report)
 {
     for (const std::string depth : {"1", "2", "3", "7", "16", "63", "64"}) {
         rack_t rack;
-        rack.plug("bittware_xupp3r", bmc(three_sensors + R"(, "depth": )" + depth));
+        rack.plug("bittware_xupp3r", bmc_of(three_sensors + R"(, "depth": )" + depth));
         EXPECT_TRUE(rack.run("show sensors").out.ends_with("done\n" + three_rows)) << depth;
     }
 }
@@ -205,7 +200,8 @@ TEST(bittware_line, a_pair_that_is_split_is_logged_and_dropped)
     rack_t rack;
     rack.plug(
         "bittware_xupp3r",
-        bmc(R"("sensors": {"only": true, "list": [{"name": "A", "unit": "V", "raw": 165}]}, "answers": [{"to": "042d", "pieces": [6]}])"));
+        bmc_of(
+            R"("sensors": {"only": true, "list": [{"name": "A", "unit": "V", "raw": 165}]}, "answers": [{"to": "042d", "pieces": [6]}])"));
     const run_t run = rack.run("show sensors");
     EXPECT_EQ(run.out, "Retrieving sensor data... " + remains + "recv_data: Invalid IPMI escaped byte: 0x00\n" +
                            remains +
@@ -224,7 +220,7 @@ TEST(bittware_line, a_pair_that_is_split_is_logged_and_dropped)
 TEST(bittware_line, an_answer_that_came_too_late_is_taken_by_the_next_request)
 {
     rack_t rack;
-    rack.plug("bittware_xupp3r", bmc(R"("boot_image": "primary", "configured_from": "primary",
+    rack.plug("bittware_xupp3r", bmc_of(R"("boot_image": "primary", "configured_from": "primary",
                                         "answers": [{"to": "2e08187b0001", "nth": 1, "latency": "110 ms"}])"));
     EXPECT_EQ(rack.run("show boot-image").err, "Cannot find IPMI transaction in response\n");
     // The configuration status that came late, and then the one that was asked for, taken as a boot image.
@@ -239,7 +235,7 @@ TEST(bittware_boot_image, is_the_one_that_was_taken_and_the_one_that_is_next)
         for (const std::string current : {"none", "primary", "backup"})
             for (const std::string next : {"none", "primary", "backup"}) {
                 rack_t rack;
-                rack.plug(model, bmc(R"("configured_from": ")" + current + R"(", "boot_image": ")" + next + '"'));
+                rack.plug(model, bmc_of(R"("configured_from": ")" + current + R"(", "boot_image": ")" + next + '"'));
                 EXPECT_EQ(rack.run("show boot-image"), says(times(2, remains) +
                                                             "Boot image\n"
                                                             "\tCurrent boot: " +
@@ -253,7 +249,7 @@ TEST(bittware_boot_image, is_the_one_that_was_taken_and_the_one_that_is_next)
 TEST(bittware_boot_image, is_one_json_object)
 {
     rack_t rack;
-    rack.plug("bittware_xupp3r", bmc(R"("configured_from": "none", "boot_image": "backup")"))
+    rack.plug("bittware_xupp3r", bmc_of(R"("configured_from": "none", "boot_image": "backup")"))
         .environment("IVRA_LOG_LEVEL=0");
     EXPECT_EQ(rack.run("show boot-image --json").out,
               R"({"data":{"Boot image":{"Current boot":"none","Next reload":"backup"}},)"
@@ -264,7 +260,7 @@ TEST(bittware_boot_image, is_one_json_object)
 TEST(bittware_boot_image, has_its_colours)
 {
     rack_t rack;
-    rack.plug("bittware_xupp3r", bmc(R"("configured_from": "none", "boot_image": "backup")"))
+    rack.plug("bittware_xupp3r", bmc_of(R"("configured_from": "none", "boot_image": "backup")"))
         .environment("IVRA_LOG_LEVEL=0");
     const std::string reset = "\033[0m";
     EXPECT_EQ(rack.run("show boot-image --color always").out, "\033[1mBoot image" + reset +
@@ -302,7 +298,7 @@ TEST(bittware_boot_image, that_the_bmc_does_not_tell_ends_the_command)
     // clang-format on
     for (const failure_row_t& row : rows) {
         rack_t rack;
-        rack.plug("bittware_xupp3r", bmc(std::string{R"("answers": [)"} + row.fault + "]"));
+        rack.plug("bittware_xupp3r", bmc_of(std::string{R"("answers": [)"} + row.fault + "]"));
         const run_t run = rack.run("show boot-image");
         EXPECT_EQ(run.err, row.text + std::string{"\n"}) << row.fault;
         EXPECT_EQ(run.out.find("Boot image"), std::string::npos) << row.fault;
@@ -374,7 +370,7 @@ TEST(bittware_serial, that_cannot_be_read_is_an_error_in_the_report)
     // clang-format on
     for (const failure_row_t& row : rows) {
         rack_t rack;
-        rack.plug("bittware_xupp3r", bmc(std::string{R"("answers": [)"} + row.fault + "]"));
+        rack.plug("bittware_xupp3r", bmc_of(std::string{R"("answers": [)"} + row.fault + "]"));
         const run_t run = rack.run("show info");
         EXPECT_TRUE(run.out.ends_with(info("bittware_xupp3r", "Error"))) << row.fault;
         EXPECT_EQ(run.err, serial_failed(row.text)) << row.fault;
@@ -386,7 +382,7 @@ TEST(bittware_serial, that_cannot_be_read_is_an_error_in_the_report)
 std::string serial_of(const std::string& image)
 {
     rack_t rack;
-    rack.plug("bittware_xupp3r", bmc(R"("fru": {"raw": ")" + image + R"("})"));
+    rack.plug("bittware_xupp3r", bmc_of(R"("fru": {"raw": ")" + image + R"("})"));
     const run_t run = rack.run("show info");
     if (!run.err.empty())
         return run.err;
@@ -461,7 +457,7 @@ TEST(bittware_lock, is_free_again_when_its_holder_was_killed_at_any_call)
 {
     // An answer that nobody has begun to read is taken by the first request of the next run, whose second one then gets
     // the configuration status, 2, which is no boot image.
-    const members_t members = bmc(R"("configured_from": "backup", "boot_image": "primary")");
+    const members_t members = bmc_of(R"("configured_from": "backup", "boot_image": "primary")");
     const std::string report = times(2, remains) + "Boot image\n\tCurrent boot: backup\n\tNext reload : primary\n";
     for (const std::string call : {"ivra_uart_create", "ivra_hw_shared_mutex_create", "ivra_hw_shared_mutex_lock",
                                    "ivra_uart_write_all", "ivra_uart_read", "ivra_hw_shared_mutex_unlock"}) {

@@ -1,11 +1,24 @@
 #ifndef IVRA_TESTS_E2E_SCREENS_H
 #define IVRA_TESTS_E2E_SCREENS_H
 
+#include "support/rack.h"
+
 #include <string>
 
 namespace ivra::tests {
 
 inline const std::string bittware_models[] = {"bittware_xupp3r", "ivra_fpb2", "bittware_xupvv8"};
+
+/// For racks: members of a board's BMC, and what is in its cages.
+inline members_t bmc_of(const std::string& members)
+{
+    return {{"bmc", "{" + members + "}"}};
+}
+
+inline members_t cages_of(const std::string& list)
+{
+    return {{"i2c", R"({"cages": [)" + list + "]}"}};
+}
 
 /// What `list` says of an accelerator.
 inline std::string listed(const std::string& name, const std::string& id, const std::string& model,

@@ -25,11 +25,6 @@ const std::string arista_models[] = {"m48e_emu_xcvu9p", "m48l_xcvu7p", "m48lb_xc
 
 // ---- set boot-image ----
 
-members_t bmc(const std::string& members)
-{
-    return {{"bmc", "{" + members + "}"}};
-}
-
 const std::string backup_part = "Setting boot image to backup... ";
 const std::string boot_prefix = "Boot image setting failure: ";
 const std::string only_bittware = boot_prefix + "Setting boot image is only supported on Bittware boards";
@@ -38,7 +33,7 @@ TEST(set_boot_image, is_the_next_reload_for_every_process_after_it)
 {
     for (const std::string& model : bittware_models) {
         rack_t rack;
-        rack.plug(model, bmc(R"("configured_from": "primary", "boot_image": "primary")"));
+        rack.plug(model, bmc_of(R"("configured_from": "primary", "boot_image": "primary")"));
         for (const std::string image : {"backup", "backup", "primary"}) {
             const run_t run = rack.run("set boot-image " + image);
             // Deliberate: what the BMC's line says completes the line that was begun; the outcome comes alone.
@@ -59,7 +54,7 @@ TEST(set_boot_image, changes_the_board_that_was_chosen_and_no_other)
 {
     rack_t rack;
     for (int i = 0; i < 2; ++i)
-        rack.plug("bittware_xupp3r", bmc(R"("configured_from": "primary", "boot_image": "primary")"));
+        rack.plug("bittware_xupp3r", bmc_of(R"("configured_from": "primary", "boot_image": "primary")"));
     EXPECT_EQ(rack.run("-a 1 set boot-image backup").status, 0);
     EXPECT_NE(rack.run("-a 0 show boot-image").out.find("\tNext reload : primary\n"), std::string::npos);
     EXPECT_NE(rack.run("-a card-1 show boot-image").out.find("\tNext reload : backup\n"), std::string::npos);
@@ -155,7 +150,7 @@ TEST(set_boot_image, that_the_bmc_does_not_confirm_has_failed)
     // clang-format on
     for (const failure_row_t& row : rows) {
         rack_t rack;
-        rack.plug("bittware_xupp3r", bmc(std::string{R"("answers": [)"} + row.fault + "]"));
+        rack.plug("bittware_xupp3r", bmc_of(std::string{R"("answers": [)"} + row.fault + "]"));
         const run_t run = rack.run("set boot-image backup");
         EXPECT_EQ(run.out, backup_part + remains + "fail\n") << row.fault;
         EXPECT_EQ(run.err, boot_prefix + row.text + "\n") << row.fault;
@@ -169,7 +164,7 @@ TEST(set_boot_image, that_the_bmc_does_not_confirm_has_failed)
 TEST(set_boot_image, at_a_bmc_that_does_not_answer_fails)
 {
     rack_t rack;
-    rack.plug("bittware_xupp3r", bmc(R"("silent": true, "boot_image": "primary")"));
+    rack.plug("bittware_xupp3r", bmc_of(R"("silent": true, "boot_image": "primary")"));
     expect_failure(rack.run("set boot-image backup"), "", backup_part,
                    boot_prefix + "Cannot find IPMI transaction in response");
     EXPECT_TRUE(shown(rack, "BMC").starts_with("silent, boot image primary, "));
@@ -195,7 +190,7 @@ TEST(set_boot_image, over_a_line_that_fails_fails)
 TEST(set_boot_image, killed_after_any_call_is_chosen_or_not_and_leaves_no_lock)
 {
     expect_killing_leaves_a_beginning({
-        .plug = [](rack_t& rack) { rack.plug("bittware_xupp3r", bmc(R"("boot_image": "primary")")); },
+        .plug = [](rack_t& rack) { rack.plug("bittware_xupp3r", bmc_of(R"("boot_image": "primary")")); },
         .words = "set boot-image backup",
         .changes = {"ivra_uart_write_all("},
         .check =
@@ -542,11 +537,6 @@ const std::string low_part = "Setting all QSFP to low power mode... ";
 const std::string high_part = "Setting all QSFP to high power mode... ";
 const std::string power_prefix = "QSFP power mode setting failure: ";
 
-members_t cages(const std::string& modules)
-{
-    return {{"i2c", R"({"cages": [)" + modules + "]}"}};
-}
-
 const std::string sr4 = R"("qsfp28-sr4")";
 const std::string four_modules = R"("qsfp28-sr4", "qsfpdd-dr4", "qsfp-lr4", "qsfpdd-zr")";
 
@@ -618,7 +608,7 @@ TEST(set_qsfp_power_mode, low_on_four_modules_is_in_their_memories_and_so_is_hig
     };
     for (const auto& [model, at] : places) {
         rack_t rack;
-        rack.plug(model, cages(four_modules));
+        rack.plug(model, cages_of(four_modules));
         expect_power_set(rack.run("set qsfp-power-mode low"), low_part);
         EXPECT_EQ(powers(rack), "llll") << model;
         const std::uint8_t registers[] = {qsfp_power, qsfp_dd_power, qsfp_power, qsfp_dd_power};
@@ -662,8 +652,8 @@ TEST(set_qsfp_power_mode, keeps_the_other_bits)
             rack_t rack;
             std::array<char, 3> before{};
             std::snprintf(before.data(), before.size(), "%02x", row.before);
-            rack.plug("xilinx_u200", cages(sr4 + R"(, {"module": ")" + row.module + R"(", "bytes": {")" + row.place +
-                                           R"(": ")" + before.data() + R"("}})"));
+            rack.plug("xilinx_u200", cages_of(sr4 + R"(, {"module": ")" + row.module + R"(", "bytes": {")" + row.place +
+                                              R"(": ")" + before.data() + R"("}})"));
             EXPECT_EQ(rack.run(is_low ? "set qsfp-power-mode low" : "set qsfp-power-mode high").status, 0);
             EXPECT_EQ(module_byte(rack, {0, 0x74, 0x02}, static_cast<std::uint8_t>(std::stoi(row.place))),
                       is_low ? row.low : row.high)
@@ -675,7 +665,7 @@ TEST(set_qsfp_power_mode, of_a_u200_enables_the_bus_and_goes_from_cage_to_cage)
 {
     for (const std::string model : {"xilinx_u200", "xilinx_u250"}) {
         rack_t rack;
-        rack.plug(model, cages(R"({"module": "qsfp28-sr4", "bytes": {"93": "04"}},
+        rack.plug(model, cages_of(R"({"module": "qsfp28-sr4", "bytes": {"93": "04"}},
                                   {"module": "qsfpdd-dr4", "bytes": {"26": "40"}})"));
         expect_power_set(rack.run("set qsfp-power-mode low"), low_part);
         EXPECT_EQ(transfers(rack), (std::vector<std::string>{
@@ -715,14 +705,14 @@ TEST(set_qsfp_power_mode, of_an_xupp3r_looks_for_a_second_multiplexer_on_bus_5)
     for (const std::string model : {"bittware_xupp3r", "ivra_fpb2"})
         for (const row_t& row : rows) {
             rack_t rack;
-            rack.plug(model, cages(row.modules)).faults(row.fault);
+            rack.plug(model, cages_of(row.modules)).faults(row.fault);
             EXPECT_EQ(rack.run("set qsfp-power-mode high").status, 0);
             expect_power_set(rack.run("set qsfp-power-mode low"), low_part);
             EXPECT_EQ(powers(rack), row.powers) << row.fault;
             EXPECT_EQ(calls(rack, "ivra_i2c_write_control_pins"), 0U);
         }
     rack_t rack;
-    rack.plug("bittware_xupp3r", cages(five));
+    rack.plug("bittware_xupp3r", cages_of(five));
     expect_failure(rack.run("set qsfp-power-mode low"), "", low_part, power_prefix + "Cannot set low power mode");
     EXPECT_EQ(powers(rack), "lllll---") << "cages 5 to 7 are empty";
 }
@@ -730,7 +720,7 @@ TEST(set_qsfp_power_mode, of_an_xupp3r_looks_for_a_second_multiplexer_on_bus_5)
 TEST(set_qsfp_power_mode, passes_over_an_sfp)
 {
     rack_t rack;
-    rack.plug("xilinx_u200", cages(R"("sfp-10g-sr", "qsfp28-sr4")"));
+    rack.plug("xilinx_u200", cages_of(R"("sfp-10g-sr", "qsfp28-sr4")"));
     expect_power_set(rack.run("set qsfp-power-mode low"), low_part);
     EXPECT_EQ(powers(rack), "-l");
     const std::vector<std::string> all = transfers(rack);
@@ -758,7 +748,7 @@ TEST(set_qsfp_power_mode, ends_at_what_it_cannot_set_and_cages_before_it_stay_ch
     // clang-format on
     for (const row_t& row : rows) {
         rack_t rack;
-        rack.plug("bittware_xupp3r", cages(sr4 + ", " + sr4 + ", " + row.module + ", " + sr4));
+        rack.plug("bittware_xupp3r", cages_of(sr4 + ", " + sr4 + ", " + row.module + ", " + sr4));
         expect_failure(rack.run("set qsfp-power-mode low"), "", low_part, power_prefix + row.text);
         const std::string after = powers(rack);
         EXPECT_EQ(after.substr(0, 2), "ll") << row.module;
@@ -796,7 +786,7 @@ TEST(set_qsfp_power_mode, that_fails_on_the_bus_says_where)
     // clang-format on
     for (const row_t& row : rows) {
         rack_t rack;
-        rack.plug("xilinx_u250", cages(R"("qsfp28-sr4", "qsfpdd-dr4")"));
+        rack.plug("xilinx_u250", cages_of(R"("qsfp28-sr4", "qsfpdd-dr4")"));
         EXPECT_EQ(rack.run("set qsfp-power-mode high").status, 0);
         rack.faults(std::string{R"({"call": ")"} + row.call + R"(", "errno": "EIO", "nth": )" +
                     std::to_string(row.nth) + "}");
@@ -808,7 +798,7 @@ TEST(set_qsfp_power_mode, that_fails_on_the_bus_says_where)
 TEST(set_qsfp_power_mode, of_a_controller_without_control_pins_is_out_of_range)
 {
     rack_t rack;
-    rack.plug("xilinx_u200", cages(sr4 + ", " + sr4));
+    rack.plug("xilinx_u200", cages_of(sr4 + ", " + sr4));
     rack.faults(R"({"call": "ivra_i2c_read_control_pins", "count": 0})");
     expect_failure(rack.run("set qsfp-power-mode low"), "", low_part,
                    power_prefix + "Could not not set enable I2C pin: Numerical result out of range");
@@ -838,7 +828,7 @@ TEST(set_qsfp_power_mode, of_bittware_boards_that_fails_on_a_bus_says_so)
     for (const row_t& row : rows) {
         rack_t rack;
         const bool has_eight = std::string{row.powers}.size() == 8;
-        rack.plug(row.model, cages(four_modules + (has_eight ? ", " + four_modules : "")));
+        rack.plug(row.model, cages_of(four_modules + (has_eight ? ", " + four_modules : "")));
         EXPECT_EQ(rack.run("set qsfp-power-mode high").status, 0);
         rack.faults(std::string{R"({"call": ")"} + row.call + R"(", "errno": "EIO", "nth": )" +
                     std::to_string(row.nth) + "}");
@@ -850,7 +840,7 @@ TEST(set_qsfp_power_mode, of_bittware_boards_that_fails_on_a_bus_says_so)
 TEST(set_qsfp_power_mode, of_an_xupvv8_selects_the_upper_channels)
 {
     rack_t rack;
-    rack.plug("bittware_xupvv8", cages(four_modules));
+    rack.plug("bittware_xupvv8", cages_of(four_modules));
     expect_power_set(rack.run("set qsfp-power-mode low"), low_part);
     EXPECT_EQ(traced(rack, "ivra_i2c_bus_write("), (std::vector<std::string>{
                                                        "ivra_i2c_bus_write(0000:00:00.0, 0x72, [10]) = 1",
@@ -890,7 +880,7 @@ TEST(set_qsfp_power_mode, of_other_boards_is_refused)
 TEST(set_qsfp_power_mode, tells_its_story_in_json_and_on_a_terminal)
 {
     rack_t rack;
-    rack.plug("bittware_xupvv8", cages(four_modules));
+    rack.plug("bittware_xupvv8", cages_of(four_modules));
     const run_t run = rack.run("--json set qsfp-power-mode low");
     EXPECT_EQ(run.out, json(true, "", {low_part + "success"}));
     EXPECT_EQ(run.err, low_part + "success\n");
@@ -908,7 +898,7 @@ const std::vector<std::string> i2c_changes{"ivra_i2c_write_control_pins(", "ivra
 TEST(set_qsfp_power_mode, killed_after_any_call_has_changed_the_first_cages)
 {
     expect_killing_leaves_a_beginning({
-        .plug = [](rack_t& rack) { rack.plug("bittware_xupp3r", cages(two_modules + ", " + two_modules)); },
+        .plug = [](rack_t& rack) { rack.plug("bittware_xupp3r", cages_of(two_modules + ", " + two_modules)); },
         .words = "set qsfp-power-mode low",
         .changes = i2c_changes, // the four modules
         .check = [](rack_t& rack,
@@ -921,7 +911,7 @@ TEST(set_qsfp_power_mode, killed_after_any_call_of_a_u200_has_enabled_the_bus_an
     expect_killing_leaves_a_beginning({
         .plug =
             [](rack_t& rack) {
-                members_t members = cages(two_modules);
+                members_t members = cages_of(two_modules);
                 members.insert(xmc_at_once);
                 rack.plug("xilinx_u200", members);
             },

@@ -23,7 +23,7 @@ namespace ivra::tests {
 namespace {
 
 const std::string part = "Setting up board card-0...";
-const std::string prefix = "Board setup failure: ";
+const std::string setup_prefix = "Board setup failure: ";
 
 // A small flash, which can be compared as a whole. The second PARAMS section begins within it.
 constexpr std::size_t flash_size = 0x40000;
@@ -57,7 +57,7 @@ members_t macs(const std::string& first, unsigned count)
     return {{"xmc", R"({"card": {"macs": {"first": ")" + first + R"(", "count": )" + std::to_string(count) + "}}}"}};
 }
 
-const host_t switch_host{.serial = "SSJ17200123\n", .address = "00:1c:73:aa:bb:cc\n"};
+const host_t addressed_host{.serial = "SSJ17200123\n", .address = "00:1c:73:aa:bb:cc\n"};
 
 const members_t bittware_eeprom = eeprom("MAC=00:11:22:33:44:55");
 const std::vector<unsigned> bittware_end{0x55, 0x44, 0x33, 0x22, 0x11, 0x00, 0x08, 0x00};
@@ -94,19 +94,19 @@ const family_t families[] = {
     {"bittware_xupvv8", bittware_eeprom, {}, bittware_end, "00:11:22:33:44:55", "00:11:22:33:44:5c"},
     {"m48e_emu_xcvu9p",
      {},
-     switch_host,
+     addressed_host,
      {0x80, 0xbb, 0xaa, 0x73, 0x1c, 0x00, 128, 0},
      "00:1c:73:aa:bb:80",
      "00:1c:73:aa:bb:ff"},
     {"m48l_xcvu7p",
      {},
-     switch_host,
+     addressed_host,
      {0x80, 0xbb, 0xaa, 0x73, 0x1c, 0x00, 128, 0},
      "00:1c:73:aa:bb:80",
      "00:1c:73:aa:bb:ff"},
     {"m48lb_xcvu9p",
      {},
-     switch_host,
+     addressed_host,
      {0x80, 0xbb, 0xaa, 0x73, 0x1c, 0x00, 128, 0},
      "00:1c:73:aa:bb:80",
      "00:1c:73:aa:bb:ff"},
@@ -250,7 +250,7 @@ TEST(setup, again_with_other_addresses_replaces_the_first_ones)
     rack.host({.serial = std::nullopt, .address = "44:4c:a8:12:34:f6\n"});
     expect_set_up(rack.run("setup"));
     EXPECT_EQ(shown(rack, "MAC addresses"), "44:4c:a8:12:34:80 - 44:4c:a8:12:34:ff\n");
-    rack.host(switch_host);
+    rack.host(addressed_host);
     expect_set_up(rack.run("setup"));
     EXPECT_EQ(shown(rack, "MAC addresses"), block(board) + "\n");
     EXPECT_EQ(flash(rack), with_record(erased_flash, board));
@@ -278,7 +278,7 @@ TEST(setup, tells_its_story_in_json_and_on_a_terminal)
     rack.faults(R"({"call": "ivra_hw_top_update_params", "errno": "EIO"})");
     const run_t failed = rack.run("setup", terminals);
     EXPECT_EQ(failed.out, reset + part + reset + red + "fail" + reset + "\n");
-    EXPECT_EQ(failed.err, red + prefix + "Failed to reload board MACs: Input/output error" + reset + "\n");
+    EXPECT_EQ(failed.err, red + setup_prefix + "Failed to reload board MACs: Input/output error" + reset + "\n");
 }
 
 /// Expects that `setup` fails like this, in text and in JSON, and that it leaves the flash and the addresses alone.
@@ -287,10 +287,10 @@ void expect_refused(rack_t& rack, const std::string& logged, const std::string& 
     for (const std::string words : {"setup", "setup --json"}) {
         const run_t run = rack.run(words);
         if (words == "setup")
-            expect_failure(run, logged, part, prefix + text);
+            expect_failure(run, logged, part, setup_prefix + text);
         else
             EXPECT_TRUE(run.out.ends_with(R"({"type":"info","message":")" + part +
-                                          R"(fail"},{"type":"error","message":")" + prefix + text + "\"}]}\n"))
+                                          R"(fail"},{"type":"error","message":")" + setup_prefix + text + "\"}]}\n"))
                 << run.out;
         EXPECT_EQ(calls(rack, "ivra_flash_write_section"), 0U);
         EXPECT_EQ(calls(rack, "ivra_hw_top_update_params"), 0U);
@@ -358,7 +358,7 @@ TEST(setup, that_cannot_write_the_flash_fails_and_does_not_reload)
                                        {"name": "PARAMS", "start": "0x21000", )"} +
                         row.section + "}"));
         rack.faults(row.fault);
-        expect_failure(rack.run("setup"), "", part, prefix + "Failed to setup board flash: " + row.text);
+        expect_failure(rack.run("setup"), "", part, setup_prefix + "Failed to setup board flash: " + row.text);
         EXPECT_EQ(calls(rack, "ivra_flash_write_section"), 1U);
         EXPECT_EQ(calls(rack, "ivra_hw_top_update_params"), 0U);
         EXPECT_EQ(shown(rack, "MAC addresses"), old_block + "\n");
@@ -372,7 +372,7 @@ TEST(setup, whose_reload_fails_has_written_the_flash_and_can_be_repeated)
     rack_t rack;
     plug(rack, board);
     rack.faults(R"({"call": "ivra_hw_top_update_params", "errno": "EIO"})");
-    const std::string text = prefix + "Failed to reload board MACs: Input/output error";
+    const std::string text = setup_prefix + "Failed to reload board MACs: Input/output error";
     expect_failure(rack.run("setup"), "", part, text);
     EXPECT_EQ(rack.run("setup --json").out, json(false, text, {part + "fail"}));
     EXPECT_EQ(flash(rack), with_record(erased_flash, board));
@@ -415,7 +415,7 @@ TEST(setup, of_an_alveo_card_without_a_management_controller_is_refused)
         const run_t run = rack.run("setup");
         EXPECT_TRUE(run.out.starts_with("get_xmc: Could not initialize Alveo XMC subsystem: ")) << run.out;
         EXPECT_TRUE(run.out.ends_with("\n" + part + "fail\n")) << run.out;
-        EXPECT_EQ(run.err, prefix + "Could not get vendor MAC as Alveo XMC subsystem is not initialized.\n");
+        EXPECT_EQ(run.err, setup_prefix + "Could not get vendor MAC as Alveo XMC subsystem is not initialized.\n");
         EXPECT_EQ(run.status, 1);
         EXPECT_EQ(calls(rack, "ivra_flash_write_section"), 0U);
     }
@@ -480,7 +480,7 @@ TEST(setup, tells_every_byte_of_another_field_in_the_eeprom_nul_too)
     for (const std::string model : {"bittware_xupp3r", "bittware_xupvv8"}) {
         rack_t rack;
         plug(rack, family(model), eeprom(R"(\u0000SN=17200123\u0000\u0000ABCDEFG)"));
-        const std::string failed = prefix + "Unexpected field read from MAC EEPROM: ";
+        const std::string failed = setup_prefix + "Unexpected field read from MAC EEPROM: ";
         const std::string field("\0SN=17200123\0\0ABCDEFG", 21);
         expect_failure(rack.run("setup"), "", part, failed + field);
         const run_t run = rack.run("setup --json");

@@ -1,3 +1,4 @@
+#include "screens.h"
 #include "support/i2c_trace.h"
 #include "support/rack.h"
 
@@ -268,11 +269,6 @@ std::string document(const std::vector<std::string>& ports)
         text += (text.empty() ? R"({"Port":"Port )" : R"(,{"Port":"Port )") + std::to_string(i + 1) + R"(",)" +
                 members_of(ports[i]) + "}";
     return R"({"data":{"Transceivers":[)" + text + R"(]},"status":{"success":true},"log":[]})" + "\n";
-}
-
-members_t cages_of(const std::string& list)
-{
-    return {{"i2c", R"({"cages": [)" + list + "]}"}};
 }
 
 members_t cages(const names_t& names)

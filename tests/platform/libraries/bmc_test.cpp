@@ -29,10 +29,7 @@ using bytes_t = std::vector<std::uint8_t>;
 
 constexpr std::chrono::nanoseconds byte_time{86'805}; // 10 bits at 115200 baud
 
-void sleep_for(std::chrono::nanoseconds duration)
-{
-    std::this_thread::sleep_for(duration);
-}
+using std::this_thread::sleep_for;
 
 /// A host with a BMC on a clock of the test's own.
 class bmc : public host

@@ -27,12 +27,12 @@ using ivra::tests::run_t;
 using namespace std::chrono_literals;
 
 // Registers of an XMC.
-constexpr std::uint64_t reset = 0x20010;
+constexpr std::uint64_t reset_register = 0x20010;
 constexpr std::uint64_t fpga_temperature = 0x28108; // maximum, average, current
 constexpr std::uint64_t fan_speed = 0x28174;
 constexpr std::uint64_t status_register = 0x28018;
-constexpr std::uint64_t control = 0x28028;
-constexpr std::uint64_t power_good = 0x28380;
+constexpr std::uint64_t control_register = 0x28028;
+constexpr std::uint64_t power_good_register = 0x28380;
 constexpr std::uint64_t supply_current = 0x280d8;
 
 /// A board with an XMC, on a clock of the test's own.
@@ -82,7 +82,7 @@ protected:
 ivra_hw_core* ready(const opened& board)
 {
     ivra_hw_core* const core = board.core(475);
-    write_word(core, reset, 1);
+    write_word(core, reset_register, 1);
     std::this_thread::sleep_for(2s);
     return core;
 }
@@ -241,11 +241,11 @@ TEST_F(changes, of_an_xmc_turn_its_power_bad_and_good)
     run([&] {
         const opened board;
         ivra_hw_core* const core = ready(board);
-        EXPECT_EQ(read_word(core, power_good), 0U);
+        EXPECT_EQ(read_word(core, power_good_register), 0U);
         expect_change("power-good bad");
-        EXPECT_EQ(read_word(core, power_good), 1U);
+        EXPECT_EQ(read_word(core, power_good_register), 1U);
         expect_change("power-good good");
-        EXPECT_EQ(read_word(core, power_good), 0U);
+        EXPECT_EQ(read_word(core, power_good_register), 0U);
     });
 }
 
@@ -278,11 +278,11 @@ TEST_F(changes, of_an_xmc_make_a_packet_wait_that_was_posted_meanwhile)
         ivra_hw_core* const core = ready(board);
         expect_change("ready after 3 s");
         write_word(core, 0x29010, 4U << 24U); // asks for the card's information
-        write_word(core, control, 0x20);
+        write_word(core, control_register, 0x20);
         std::this_thread::sleep_for(3029ms);
-        EXPECT_EQ(read_word(core, control), 0x20U);
+        EXPECT_EQ(read_word(core, control_register), 0x20U);
         std::this_thread::sleep_for(1ms); // it takes 30 ms when it is ready
-        EXPECT_EQ(read_word(core, control), 0U);
+        EXPECT_EQ(read_word(core, control_register), 0U);
     });
 }
 
@@ -457,13 +457,13 @@ TEST_F(played_changes, come_at_their_times_on_a_stepped_clock)
         EXPECT_EQ(values(core, fpga_temperature).back(), 60U);
         std::this_thread::sleep_for(1499ms);
         EXPECT_EQ(values(core, fpga_temperature).back(), 60U);
-        EXPECT_EQ(read_word(core, power_good), 0U);
+        EXPECT_EQ(read_word(core, power_good_register), 0U);
         std::this_thread::sleep_for(1ms);
         EXPECT_EQ(values(core, fpga_temperature).back(), 85U);
-        EXPECT_EQ(read_word(core, power_good), 1U);
+        EXPECT_EQ(read_word(core, power_good_register), 1U);
         std::this_thread::sleep_for(500ms);
         EXPECT_EQ(values(core, fpga_temperature), (values_t{51, 44, 45}));
-        EXPECT_EQ(read_word(core, power_good), 0U);
+        EXPECT_EQ(read_word(core, power_good_register), 0U);
     });
 }
 
@@ -484,7 +484,7 @@ TEST_F(played_changes, go_on_after_a_change_that_comes_between_them_and_end_with
         EXPECT_EQ(values(core, fan_speed).back(), 0U);
         EXPECT_EQ(change("reset").status, 0);
         std::this_thread::sleep_for(1s);
-        EXPECT_EQ(read_word(core, power_good), 0U) << "what was to come is undone, too";
+        EXPECT_EQ(read_word(core, power_good_register), 0U) << "what was to come is undone, too";
     });
 }
 

@@ -24,10 +24,7 @@ constexpr std::uint64_t message_error = 0x28314;
 constexpr std::uint64_t power_good = 0x28380;
 constexpr std::uint64_t mailbox = 0x29010;
 
-void sleep_for(std::chrono::nanoseconds duration)
-{
-    std::this_thread::sleep_for(duration);
-}
+using std::this_thread::sleep_for;
 
 /// A host with an XMC on a clock of the test's own.
 class xmc : public host

@@ -23,12 +23,12 @@ using namespace ivra::virtual_platform;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-struct row_t
+struct clock_row_t
 {
     unsigned address;
     unsigned value;
 };
-using rows_t = std::vector<row_t>;
+using rows_t = std::vector<clock_row_t>;
 using outputs_t = decltype(clock_status_t::outputs);
 
 const rows_t preamble = {{0x0b24, 0xc0}, {0x0b25, 0x00}, {0x0540, 0x01}};
@@ -111,7 +111,7 @@ protected:
         now += pause;
     }
 
-    void write_row(const row_t& row, device_time pause = 1ms)
+    void write_row(const clock_row_t& row, device_time pause = 1ms)
     {
         if (row.address >> 8U != page) {
             page = row.address >> 8U;
@@ -122,7 +122,7 @@ protected:
 
     void write_rows(const rows_t& rows)
     {
-        for (const row_t& row : rows)
+        for (const clock_row_t& row : rows)
             write_row(row);
     }
 
@@ -218,7 +218,7 @@ TEST_F(clock_chip, a_pause_that_is_missing_anywhere_shows)
     for (std::size_t hasty = 0; hasty + 1 < count; ++hasty) {
         std::size_t at = 0;
         const auto write_hastily = [&](const rows_t& rows) {
-            for (const row_t& row : rows)
+            for (const clock_row_t& row : rows)
                 write_row(row, at++ == hasty ? 1ms - 1ns : 1ms);
         };
         write_hastily(preamble);
