@@ -99,12 +99,13 @@ use_memory_for_files() {
     cp "$(type -P true)" "$folder/true" && "$folder/true" 2>/dev/null || { rm -rf "$folder" && unset TMPDIR && trap - EXIT; }
 }
 
-# run_tests FOLDER CTEST-OPTION...: ends with ctest's own summary.
+# run_tests FOLDER CTEST-OPTION...: ends with ctest's own summary. One test more than there are cores, as always some of
+# them wait.
 run_tests() {
     local folder=$1 log=$1/test.log
     shift
     use_virtual_platform "$folder"
-    if ctest --test-dir "$folder" --output-on-failure --no-tests=error -j "$(nproc)" "$@" >"$log" 2>&1 </dev/null; then
+    if ctest --test-dir "$folder" --output-on-failure --no-tests=error -j "$(($(nproc) + 1))" "$@" >"$log" 2>&1 </dev/null; then
         tail -n 3 "$log"
     else
         cat "$log"
