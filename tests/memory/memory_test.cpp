@@ -49,7 +49,7 @@ std::size_t platform_count = 0;
 
 int note_platform(dl_phdr_info* info, std::size_t, void*)
 {
-    if (std::string_view{info->dlpi_name}.find("/libivra-") == std::string_view::npos)
+    if (std::string_view{info->dlpi_name}.find("/ivra-virtual/") == std::string_view::npos)
         return 0;
     for (int i = 0; i < info->dlpi_phnum; ++i) {
         const auto& segment = info->dlpi_phdr[i];
