@@ -1,5 +1,11 @@
 # Shared by the scripts beside it: missing packages, and builds that are quiet unless they fail.
 
+# Who asks for help gets what the script begins with.
+if [[ ${1:-} == -h || ${1:-} == --help ]]; then
+    sed -n '2,${/^#/!q; s/^# \{0,1\}//; p}' "$0"
+    exit
+fi
+
 cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
 
 fail() {
